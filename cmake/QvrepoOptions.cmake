@@ -1,0 +1,46 @@
+# What every target of this project is compiled and linked with: language level, warnings, hardening, sanitizers.
+# Targets take it by linking qv_options privately, so a build that contains this project keeps its own flags.
+
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES CXX)
+
+add_library(qv_options INTERFACE)
+target_compile_features(qv_options INTERFACE cxx_std_17)
+target_compile_options(qv_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+if(QVREPO_WERROR)
+  target_compile_options(qv_options INTERFACE -Werror)
+endif()
+
+target_compile_definitions(qv_options INTERFACE _FILE_OFFSET_BITS=64)
+target_compile_options(qv_options INTERFACE -fstack-protector-strong -fstack-clash-protection -fcf-protection)
+target_link_options(qv_options INTERFACE LINKER:-z,relro,-z,now LINKER:-z,noexecstack LINKER:--as-needed)
+
+if(QVREPO_SANITIZE)
+  target_compile_options(qv_options INTERFACE -fsanitize=${QVREPO_SANITIZE} -fno-sanitize-recover=all
+                                              -fno-omit-frame-pointer)
+  target_link_options(qv_options INTERFACE -fsanitize=${QVREPO_SANITIZE})
+  # With sanitizers GCC 12 takes its own <regex> for uninitialised.
+  target_compile_options(qv_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
+else()
+  # The fortified functions need the optimiser.
+  target_compile_options(qv_options INTERFACE $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE>
+                                              $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
+endif()
+
+# qv_library(NAME SOURCES...): a static library of this project; its headers are named from the repository's root.
+function(qv_library name)
+  add_library(${name} STATIC ${ARGN})
+  set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
+  target_compile_features(${name} PUBLIC cxx_std_17)
+  target_link_libraries(${name} PRIVATE qv_options)
+endfunction()
+
+# qv_program(NAME SOURCES...): a program of this project, position independent.
+function(qv_program name)
+  add_executable(${name} ${ARGN})
+  set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON
+                                           RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${name} PRIVATE qv_options)
+endfunction()
