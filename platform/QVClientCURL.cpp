@@ -1,0 +1,289 @@
+#include "platform/QVClientCURL.h"
+
+#include "platform/debug_log.h"
+#include "platform/paths.h"
+
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <unistd.h>
+#include <utility>
+
+namespace {
+
+// The longest answer that is taken, counted after decompression.
+constexpr std::size_t MAX_ANSWER_SIZE = std::size_t{512} * 1024 * 1024;
+
+// A transfer that moves less than this for so long is given up.
+constexpr long LOWEST_BYTES_PER_SECOND = 1;
+constexpr long LONGEST_STANDSTILL_SECONDS = 300;
+
+struct HandleRelease {
+    void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+};
+using Handle = std::unique_ptr<CURL, HandleRelease>;
+
+struct HeadersRelease {
+    void operator()(curl_slist* headers) const { curl_slist_free_all(headers); }
+};
+using Headers = std::unique_ptr<curl_slist, HeadersRelease>;
+
+bool is_control(char c) {
+    return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
+}
+
+std::string percent_encoded(const std::string& uri) {
+    static constexpr char digits[] = "0123456789ABCDEF";
+    std::string encoded;
+    encoded.reserve(uri.size());
+    for (const char c : uri) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte > 0x20 && byte < 0x7f && c != '#')
+            encoded += c;
+        else
+            (((encoded += '%') += digits[byte >> 4U]) += digits[byte & 0xfU]);
+    }
+    return encoded;
+}
+
+// Whether the name stays a name, and nothing but it, where a URL has its host.
+bool is_host(const std::string& host) {
+    return !host.empty() && std::none_of(host.begin(), host.end(), [](char c) {
+        return is_control(c) || std::string(" /?#@\\[]").find(c) != std::string::npos;
+    });
+}
+
+// An IPv6 address is the only host with a colon in it; libcurl refuses whatever else comes in the brackets.
+std::string bracketed(const std::string& host) {
+    return host.find(':') == std::string::npos ? host : "[" + host + "]";
+}
+
+CURL* new_handle() {
+    static const CURLcode initialized = curl_global_init(CURL_GLOBAL_DEFAULT);
+    return initialized == CURLE_OK ? curl_easy_init() : nullptr;
+}
+
+bool exists(const char* path) {
+    return access(path, F_OK) == 0;
+}
+
+} // namespace
+
+struct QVClientCURL::Transfer {
+    Transfer(std::string host_name, int port_number) : host(std::move(host_name)), port(port_number) {}
+
+    int perform(QVClientCURL& client, const char* method, const std::string& uri, const std::string* body);
+    void prepare(QVClientCURL& client, const char* method, const std::string& uri, const std::string* body);
+    void set_destination(const std::string& uri);
+    void set_tls();
+    void set_limits();
+    void set_method(const char* method, const std::string* body);
+    void add_header(const char* header);
+    void set_answer(QVClientCURL& client);
+    void explain() const;
+
+    // After the first option that libcurl refuses nothing is sent: a request never goes out with less
+    // protection.
+    template <typename Value>
+    void set(CURLoption option, Value value) {
+        if (result == CURLE_OK)
+            result = curl_easy_setopt(handle.get(), option, value);
+    }
+
+    static std::size_t receive(char* bytes, std::size_t size, std::size_t count, void* client) noexcept;
+    void reserve_answer(std::string& answer) const;
+
+    std::string host;
+    int port;
+    std::string accept;
+    long connect_timeout = 0;
+
+    CURLcode result = CURLE_OK;
+    bool answer_too_long = false;
+    char explanation[CURL_ERROR_SIZE] = "";
+    Headers headers;
+    // Made by the first request and kept, as it holds the connection. The last member, since it points to
+    // those above.
+    Handle handle;
+};
+
+int QVClientCURL::Transfer::perform(QVClientCURL& client, const char* method, const std::string& uri,
+                                    const std::string* body) {
+    client.httpResponseCode = 0;
+    client.responseBody.clear();
+    prepare(client, method, uri, body);
+    if (result == CURLE_OK)
+        result = curl_easy_perform(handle.get());
+    if (result == CURLE_OK)
+        result = curl_easy_getinfo(handle.get(), CURLINFO_RESPONSE_CODE, &client.httpResponseCode);
+    if (result != CURLE_OK) {
+        client.httpResponseCode = 0;
+        std::string().swap(client.responseBody);
+        explain();
+    }
+    return result;
+}
+
+void QVClientCURL::Transfer::prepare(QVClientCURL& client, const char* method, const std::string& uri,
+                                     const std::string* body) {
+    explanation[0] = '\0';
+    answer_too_long = false;
+    if (handle == nullptr)
+        handle.reset(new_handle());
+    result = handle == nullptr ? CURLE_FAILED_INIT : CURLE_OK;
+    if (result != CURLE_OK)
+        return;
+    // Forgets the options of the request before, and keeps its connection.
+    curl_easy_reset(handle.get());
+    set(CURLOPT_ERRORBUFFER, explanation);
+    set_destination(uri);
+    set_tls();
+    set_limits();
+    set_method(method, body);
+    set_answer(client);
+}
+
+void QVClientCURL::Transfer::set_destination(const std::string& uri) {
+    if (!is_host(host))
+        result = CURLE_URL_MALFORMAT;
+    const std::string url =
+        "https://" + bracketed(host) + ":" + std::to_string(port) + "/" + percent_encoded(uri);
+    set(CURLOPT_URL, url.c_str());
+    set(CURLOPT_PATH_AS_IS, 1L); // dots in a path travel as they were typed
+    set(CURLOPT_PROTOCOLS_STR, "https");
+    set(CURLOPT_FOLLOWLOCATION, 0L);
+    set(CURLOPT_PROXY, ""); // the empty name, unlike none, keeps the environment's proxies out
+    set(CURLOPT_NETRC, static_cast<long>(CURL_NETRC_IGNORED));
+}
+
+void QVClientCURL::Transfer::set_tls() {
+    set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+    set(CURLOPT_SSL_VERIFYPEER, 1L);
+    set(CURLOPT_SSL_VERIFYHOST, 2L);
+    set(CURLOPT_CAINFO, TLS_AUTHORITY_FILE);
+    // libcurl would trust the distribution's folder of authorities besides.
+    set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+    // A service that asks for certificates may refuse a resumed session, and the connection is kept anyway.
+    set(CURLOPT_SSL_SESSIONID_CACHE, 0L);
+    if (!exists(TLS_HOST_CERTIFICATE_FILE) || !exists(TLS_HOST_KEY_FILE))
+        return;
+    set(CURLOPT_SSLCERT, TLS_HOST_CERTIFICATE_FILE);
+    set(CURLOPT_SSLKEY, TLS_HOST_KEY_FILE);
+    set(CURLOPT_KEYPASSWD, ""); // a locked key fails; OpenSSL would ask for its word on the terminal
+}
+
+void QVClientCURL::Transfer::set_limits() {
+    set(CURLOPT_NOSIGNAL, 1L);
+    set(CURLOPT_CONNECTTIMEOUT, connect_timeout);
+    set(CURLOPT_LOW_SPEED_LIMIT, LOWEST_BYTES_PER_SECOND);
+    set(CURLOPT_LOW_SPEED_TIME, LONGEST_STANDSTILL_SECONDS);
+    // Refuses an answer by the length that it announces; what arrives is counted besides.
+    set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(MAX_ANSWER_SIZE));
+}
+
+void QVClientCURL::Transfer::set_method(const char* method, const std::string* body) {
+    headers.reset();
+    if (!accept.empty())
+        add_header(accept.c_str());
+    if (body != nullptr) {
+        add_header("Content-Type: application/json");
+        add_header("Expect:"); // a long body is sent at once, without asking first
+        set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body->size()));
+        set(CURLOPT_POSTFIELDS, body->c_str());
+    }
+    set(CURLOPT_CUSTOMREQUEST, method);
+    set(CURLOPT_HTTPHEADER, headers.get());
+    set(CURLOPT_USERAGENT, "qvrepo/" QVREPO_VERSION);
+    set(CURLOPT_ACCEPT_ENCODING, "");
+}
+
+void QVClientCURL::Transfer::add_header(const char* header) {
+    curl_slist* longer = curl_slist_append(headers.get(), header);
+    if (longer == nullptr) {
+        result = CURLE_OUT_OF_MEMORY;
+        return;
+    }
+    static_cast<void>(headers.release());
+    headers.reset(longer);
+}
+
+void QVClientCURL::Transfer::set_answer(QVClientCURL& client) {
+    set(CURLOPT_WRITEFUNCTION, &Transfer::receive);
+    set(CURLOPT_WRITEDATA, static_cast<void*>(&client));
+}
+
+// Makes room at once for an answer of known length: growing step by step would hold it twice.
+void QVClientCURL::Transfer::reserve_answer(std::string& answer) const {
+    curl_off_t length = 0;
+    curl_easy_getinfo(handle.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    if (length > 0)
+        answer.reserve(std::min(static_cast<std::size_t>(length), MAX_ANSWER_SIZE));
+}
+
+// Called by libcurl with each piece of the answer; any result but the piece's size ends the transfer.
+std::size_t QVClientCURL::Transfer::receive(char* bytes, std::size_t size, std::size_t count,
+                                            void* client) noexcept {
+    auto& receiver = *static_cast<QVClientCURL*>(client);
+    std::string& answer = receiver.responseBody;
+    const std::size_t length = size * count;
+    receiver.transfer_->answer_too_long = length > MAX_ANSWER_SIZE - answer.size();
+    if (receiver.transfer_->answer_too_long)
+        return 0;
+    try {
+        if (answer.empty())
+            receiver.transfer_->reserve_answer(answer);
+        answer.append(bytes, length);
+        return length;
+    } catch (...) { // no exception may pass through libcurl; too little memory ends the transfer
+        return 0;
+    }
+}
+
+void QVClientCURL::Transfer::explain() const {
+    const char* reason = explanation[0] != '\0' ? explanation : curl_easy_strerror(result);
+    if (answer_too_long)
+        logmsgf(16, "QVClientCURL", "%s: the answer is longer than %zu bytes", reason, MAX_ANSWER_SIZE);
+    else
+        logmsg(16, reason, "QVClientCURL");
+}
+
+QVClientCURL::QVClientCURL(const std::string& host, int port, cert_type /*certificate*/,
+                           QVCurlSessionType /*session*/, TokenManager_Base* /*tokens*/,
+                           const std::string& /*text1*/, bool /*flag1*/, bool /*flag2*/, bool /*flag3*/,
+                           const std::string& /*text2*/, const std::string& /*text3*/,
+                           const std::string& /*text4*/, const std::string& /*text5*/,
+                           const std::string& /*text6*/, const std::string& /*text7*/, bool /*flag4*/,
+                           const bool& /*flag5*/, const std::string& /*text8*/, int /*number*/)
+    : transfer_(std::make_unique<Transfer>(host, port)) {}
+
+QVClientCURL::~QVClientCURL() = default;
+
+int QVClientCURL::post(const std::string& uri, const std::string& body) {
+    return transfer_->perform(*this, "POST", uri, &body);
+}
+
+int QVClientCURL::postStream(const std::string& uri, const std::string& body) {
+    return transfer_->perform(*this, "POST", uri, &body);
+}
+
+int QVClientCURL::put(const std::string& uri, const std::string& body) {
+    return transfer_->perform(*this, "PUT", uri, &body);
+}
+
+int QVClientCURL::get(const std::string& uri) {
+    return transfer_->perform(*this, "GET", uri, nullptr);
+}
+
+int QVClientCURL::del(const std::string& uri) {
+    return transfer_->perform(*this, "DELETE", uri, nullptr);
+}
+
+void QVClientCURL::setupAcceptCurlOption(std::string header) {
+    // A line end would start a header of its own.
+    header.erase(std::remove_if(header.begin(), header.end(), is_control), header.end());
+    transfer_->accept = std::move(header);
+}
+
+void QVClientCURL::setConnectTimeout(long seconds) {
+    transfer_->connect_timeout = seconds;
+}

@@ -1,0 +1,13 @@
+// One compiled message catalog (gencat), read safely.
+
+#ifndef PLATFORM_CATALOG_FILE_H
+#define PLATFORM_CATALOG_FILE_H
+
+#include <optional>
+#include <string>
+
+// Message `number` of set 1 of the catalog file `path`, which must hold a slash. Nothing when the file is
+// missing, is no catalog, is damaged, is over 1 MiB, or does not hold the message.
+std::optional<std::string> catalog_text(const std::string& path, int number);
+
+#endif

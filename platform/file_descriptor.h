@@ -1,0 +1,42 @@
+// An open file of the operating system, closed when its owner goes.
+
+#ifndef PLATFORM_FILE_DESCRIPTOR_H
+#define PLATFORM_FILE_DESCRIPTOR_H
+
+#include <cerrno>
+#include <unistd.h>
+#include <utility>
+
+class FileDescriptor {
+  public:
+    // Takes over `descriptor`, as open(2) gave it; negative for none.
+    explicit FileDescriptor(int descriptor = -1) : descriptor_(descriptor) {}
+
+    FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+        if (this != &other) {
+            close();
+            descriptor_ = std::exchange(other.descriptor_, -1);
+        }
+        return *this;
+    }
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+    ~FileDescriptor() { close(); }
+
+    int get() const { return descriptor_; }
+    bool is_open() const { return descriptor_ >= 0; }
+
+    // Closes the file now. Returns 0 or an errno; closed it is in either case, so a writer may learn of a
+    // late failure. Without a file, does nothing and returns 0.
+    int close() {
+        if (descriptor_ < 0)
+            return 0;
+        return ::close(std::exchange(descriptor_, -1)) == 0 || errno == EINTR ? 0 : errno;
+    }
+
+  private:
+    int descriptor_;
+};
+
+#endif

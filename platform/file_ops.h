@@ -1,0 +1,22 @@
+// The platform's file copy, file delete and base name.
+
+#ifndef PLATFORM_FILE_OPS_H
+#define PLATFORM_FILE_OPS_H
+
+// Copies the regular file `from` to the path `to`. Returns 0 or an errno.
+// The destination appears whole or not at all: the bytes are written to a nameless file (a temporary one,
+// where the file system has no nameless files) in the destination's folder, flushed to disk, and take the
+// name last; the folder is flushed after. A file that has the name already keeps it until then; a symbolic
+// link of that name is replaced, not followed. The copy's mode is the source's permission bits without the
+// set-id bits, less the process's mask. A failure leaves nothing behind.
+int fileCOPY(const char* from, const char* to);
+
+// Removes the file `path`. Returns 0 or an errno (EINVAL for a null path).
+int fileDELETE(const char* path);
+
+// The last component of `path`, without `suffix` at its end where `suffix` is not null, the component ends
+// with it and is longer than it. Slashes at the end of `path` do not count. The text is allocated with malloc
+// and belongs to the caller (free()). Null for a null or empty path and for a path of slashes alone.
+char* qv_basename(const char* path, const char* suffix);
+
+#endif

@@ -1,0 +1,96 @@
+#include "platform/host_role.h"
+
+#include <algorithm>
+#include <cstring>
+#include <ifaddrs.h>
+#include <memory>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <strings.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+struct AddressRelease {
+    void operator()(addrinfo* addresses) const { freeaddrinfo(addresses); }
+};
+using Addresses = std::unique_ptr<addrinfo, AddressRelease>;
+
+struct InterfaceRelease {
+    void operator()(ifaddrs* interfaces) const { freeifaddrs(interfaces); }
+};
+using Interfaces = std::unique_ptr<ifaddrs, InterfaceRelease>;
+
+bool same_name(const std::string& a, const std::string& b) {
+    return strcasecmp(a.c_str(), b.c_str()) == 0;
+}
+
+std::string host_name() {
+    char name[256] = "";
+    return gethostname(name, sizeof name - 1) == 0 ? name : "";
+}
+
+// Null when the name cannot be resolved.
+Addresses resolve(const std::string& name, int flags) {
+    addrinfo hints{};
+    hints.ai_flags = flags;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* found = nullptr;
+    if (name.empty() || getaddrinfo(name.c_str(), nullptr, &hints, &found) != 0)
+        return nullptr;
+    return Addresses(found);
+}
+
+std::string fully_qualified(const std::string& host) {
+    const Addresses addresses = resolve(host, AI_CANONNAME);
+    return addresses == nullptr || addresses->ai_canonname == nullptr ? "" : addresses->ai_canonname;
+}
+
+// The bytes of an address, which tell by their number what kind it is; none for a kind other than IPv4 and
+// IPv6.
+std::string address_bytes(const sockaddr* address) {
+    if (address != nullptr && address->sa_family == AF_INET) {
+        sockaddr_in inet{};
+        std::memcpy(&inet, address, sizeof inet);
+        return {reinterpret_cast<const char*>(&inet.sin_addr), sizeof inet.sin_addr};
+    }
+    if (address != nullptr && address->sa_family == AF_INET6) {
+        sockaddr_in6 inet{};
+        std::memcpy(&inet, address, sizeof inet);
+        return {reinterpret_cast<const char*>(&inet.sin6_addr), sizeof inet.sin6_addr};
+    }
+    return {};
+}
+
+std::vector<std::string> interface_addresses() {
+    std::vector<std::string> all;
+    ifaddrs* first = nullptr;
+    if (getifaddrs(&first) != 0)
+        return all;
+    const Interfaces interfaces(first);
+    for (const ifaddrs* at = first; at != nullptr; at = at->ifa_next) {
+        const std::string bytes = address_bytes(at->ifa_addr);
+        if (!bytes.empty())
+            all.push_back(bytes);
+    }
+    return all;
+}
+
+bool resolves_to_this_host(const std::string& name) {
+    const std::vector<std::string> own = interface_addresses();
+    const Addresses addresses = resolve(name, 0);
+    for (const addrinfo* at = addresses.get(); at != nullptr; at = at->ai_next) {
+        if (std::find(own.begin(), own.end(), address_bytes(at->ai_addr)) != own.end())
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+bool is_this_host(const std::string& name) {
+    const std::string host = host_name();
+    return same_name(name, host) || same_name(name, fully_qualified(host)) || resolves_to_this_host(name);
+}

@@ -1,0 +1,13 @@
+// Which names are this machine's.
+
+#ifndef PLATFORM_HOST_ROLE_H
+#define PLATFORM_HOST_ROLE_H
+
+#include <string>
+
+// Whether `name` means this machine: it equals the host name or the fully qualified host name (no letter
+// case), or resolves to an address of one of this machine's interfaces, loopback included. Where the host
+// name already decides, no resolver is asked.
+bool is_this_host(const std::string& name);
+
+#endif
