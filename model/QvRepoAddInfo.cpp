@@ -1,0 +1,115 @@
+#include "model/QvRepoAddInfo.h"
+
+#include "model/dunmarel_common.h"
+#include "model/json_document.h"
+#include "platform/bounded.h"
+#include "platform/debug_log.h"
+#include "platform/file_ops.h"
+#include "seam/T.h"
+
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+namespace {
+
+constexpr const char* NAME_PREFIX = "dunmarel_";
+constexpr const char* NAME_LABEL = "QvRepoAddInfo::getPackageAttributesFromFilePath";
+constexpr const char* BODY_LABEL = "QvRepoAddInfo::getJSONPackageDetails";
+
+constexpr int INVALID_PATH = 104;
+constexpr int UNRECOGNIZED_NAME = 7216;
+
+struct name_refusal {
+    int error; // package_name_error
+    const char* text;
+    int status;
+};
+
+constexpr std::array<name_refusal, 5> NAME_REFUSALS = {{
+    {PACKAGE_NAME_EMPTY, "Package name was null or empty.", UNRECOGNIZED_NAME},
+    {PACKAGE_NAME_TYPE, "Package type is not supported.", 7265},
+    {PACKAGE_NAME_VERSION, "Package version is not supported.", 7264},
+    {PACKAGE_NAME_OS, "Package operating system is not supported.", 7266},
+    {PACKAGE_NAME_EEB_VERSION, "Package EEB version is not supported.", 7267},
+}};
+
+// Logs why the name was refused and returns the status for it.
+int refuse_name(int error) {
+    logmsgf(16, NAME_LABEL, "extract_package_details_from_name returned error code [%d].", error);
+    logmsg(16, "Input file name does not comply with package name standard.", NAME_LABEL);
+    for (const name_refusal& refusal : NAME_REFUSALS) {
+        if (refusal.error == error) {
+            logmsg(16, refusal.text, NAME_LABEL);
+            return refusal.status;
+        }
+    }
+    return UNRECOGNIZED_NAME;
+}
+
+// A null member makes json_pack fail, so an item that cannot be packed fails the body instead of leaving a
+// gap.
+json_t* pack_items(const std::vector<QvRepoPackageItem>& items) {
+    json_t* array = json_array();
+    for (const QvRepoPackageItem& item : items) {
+        json_t* packed = json_pack("{s:s, s:I}", "fileName", item.fileName.c_str(), "fileSize",
+                                   static_cast<json_int_t>(item.fileSize));
+        if (json_array_append_new(array, packed) != 0) {
+            json_decref(array);
+            return nullptr;
+        }
+    }
+    return array;
+}
+
+} // namespace
+
+QvRepoAddInfo::QvRepoAddInfo(const char* path) {
+    std::vector<QvRepoPackageItem> items;
+    if (const int status = T::readSjaContents(path, items); status != 0)
+        throw status;
+    if (const int status = getPackageAttributesFromFilePath(path); status != 0)
+        throw status;
+    packageItems = items;
+}
+
+int QvRepoAddInfo::getPackageAttributesFromFilePath(const char* path) {
+    const std::unique_ptr<char, decltype(&std::free)> base_name(qv_basename(path, nullptr), std::free);
+    if (!base_name) {
+        logmsgf(16, NAME_LABEL, "unable to extract filename from sja file path [%s].",
+                path == nullptr ? "" : path);
+        return INVALID_PATH;
+    }
+    const std::size_t prefix_length = std::strlen(NAME_PREFIX);
+    const bool has_prefix = std::strncmp(base_name.get(), NAME_PREFIX, prefix_length) == 0;
+
+    pkg_details details{};
+    bounded_copy(details.name, sizeof details.name, base_name.get() + (has_prefix ? prefix_length : 0));
+    if (const int error = extract_package_details_from_name(&details); error != 0)
+        return refuse_name(error);
+
+    packageFileName = base_name.get();
+    packageName = base_name.get();
+    os = get_package_os_string(details.os);
+    version = details.versionText;
+    packageType = get_package_type_string(details.type);
+    return 0;
+}
+
+std::string QvRepoAddInfo::getJSONPackageDetails() {
+    const json_document body =
+        own_json(json_pack("{s:{s:s,s:{s:s, s:s, s:s, s:s, s:s, s:o}}}", "data", "type",
+                           "newPackageAttributes", "attributes", "packageFileName", packageFileName.c_str(),
+                           "packageName", packageName.c_str(), "os", os.c_str(), "version", version.c_str(),
+                           "packageType", packageType.c_str(), "packageItems", pack_items(packageItems)));
+    const std::unique_ptr<char, decltype(&std::free)> text(body ? json_dumps(body.get(), 0) : nullptr,
+                                                           std::free);
+    if (!text) {
+        logmsgf(16, BODY_LABEL, "Package details of [%s] cannot be written as JSON.",
+                packageFileName.c_str());
+        return {};
+    }
+    logmsgf(4, BODY_LABEL, "Package details in JSON format: %s", text.get());
+    return text.get();
+}
