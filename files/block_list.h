@@ -1,0 +1,25 @@
+// What listing and extraction share of the archive reader.
+
+#ifndef FILES_BLOCK_LIST_H
+#define FILES_BLOCK_LIST_H
+
+#include "files/extractsja.h"
+
+#include <cstddef>
+#include <memory>
+
+// An entry's name begins this many bytes behind the entry's first byte.
+inline constexpr std::uint64_t ENTRY_HEADER_SIZE = 11;
+
+struct release_block_list {
+    void operator()(block_info* last) const { free_block_list(last); }
+};
+
+// Owns a block and all that follow it.
+using block_list = std::unique_ptr<block_info, release_block_list>;
+
+// The blocks of the archive, whichever form it has; empty when it is no archive or holds no entry. Throws
+// std::bad_alloc.
+block_list walk_archive(FILE* archive);
+
+#endif

@@ -1,0 +1,72 @@
+#include "files/entry_file.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+// As many links as the kernel follows in one path.
+constexpr int MOST_LINKS = 40;
+
+// The path that the symbolic links at `path` lead to, whether there is a file or not.
+std::string behind_links(const std::string& path) {
+    std::filesystem::path place = path;
+    for (int i = 0; i < MOST_LINKS; ++i) {
+        std::error_code no_link;
+        const std::filesystem::path target = std::filesystem::read_symlink(place, no_link);
+        if (no_link)
+            break;
+        place = place.parent_path() / target;
+    }
+    return place.string();
+}
+
+bool is_same_file(const struct stat& file, FILE* stream) {
+    struct stat other = {};
+    return fstat(fileno(stream), &other) == 0 && other.st_dev == file.st_dev && other.st_ino == file.st_ino;
+}
+
+FILE* stream_for(int descriptor) {
+    // The stream closes a descriptor of its own: the original is still needed for flushing and placing the
+    // file.
+    const int own = fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
+    FILE* stream = own >= 0 ? fdopen(own, "wb") : nullptr;
+    if (stream == nullptr && own >= 0)
+        ::close(own);
+    return stream;
+}
+
+} // namespace
+
+bool entry_file::open(const std::string& path, FILE* archive) {
+    // Opening what is there already meets every reason for which "wb" fails, a folder of that name among
+    // them.
+    FileDescriptor existing(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
+    if (!existing.is_open() && errno != ENOENT)
+        return false;
+    struct stat file = {};
+    if (existing.is_open() && (fstat(existing.get(), &file) != 0 || is_same_file(file, archive)))
+        return false;
+    if (existing.is_open() && !S_ISREG(file.st_mode)) {
+        special_ = std::move(existing);
+    } else {
+        pending_.emplace(behind_links(path));
+        if (pending_->open(0666) != 0)
+            return false;
+    }
+    stream_.emplace(stream_for(descriptor()));
+    return static_cast<bool>(*stream_);
+}
+
+bool entry_file::set_mode(mode_t mode) const {
+    return fchmod(descriptor(), mode) == 0;
+}
+
+bool entry_file::put_in_place() {
+    return !pending_ || pending_->commit() == 0;
+}

@@ -1,0 +1,199 @@
+#include "files/extractsja.h"
+
+#include "files/block_list.h"
+#include "files/file_stream.h"
+#include "files/sja_log.h"
+
+#include <cstring>
+#include <limits>
+#include <new>
+#include <utility>
+
+namespace {
+
+constexpr char file_header[4] = {'J', 'A', 'N', 'K'};
+constexpr std::uint64_t SIGNATURE_SIZE = 512;
+constexpr std::size_t FIRST_CAPACITY = 16;
+
+struct release_stat_entry {
+    void operator()(stat_entry* entry) const { free_stat_entry(entry); }
+};
+struct release_stat_array {
+    void operator()(stat_array* listing) const { free_stat_array(listing); }
+};
+using entry_ptr = std::unique_ptr<stat_entry, release_stat_entry>;
+using listing_ptr = std::unique_ptr<stat_array, release_stat_array>;
+
+bool read_whole(FILE* stream, void* buffer, std::size_t length) {
+    return std::fread(buffer, 1, length, stream) == length && std::ferror(stream) == 0;
+}
+
+std::uint64_t sum_or_largest(std::uint64_t a, std::uint64_t b) {
+    const std::uint64_t largest = std::numeric_limits<std::uint64_t>::max();
+    return b > largest - a ? largest : a + b;
+}
+
+// Reads the header at the stream's position and returns how many of its bytes the file holds.
+std::size_t read_header(FILE* archive, block_info& block) {
+    unsigned char header[ENTRY_HEADER_SIZE] = {};
+    const std::size_t length = std::fread(header, 1, sizeof header, archive);
+    block.name_length = header[0];
+    block.data_size = little_endian_qword(header + 1);
+    block.mode = little_endian_word(header[9], header[10]);
+    return length;
+}
+
+block_list walk_blocks(FILE* archive, std::uint64_t base) {
+    block_list last;
+    std::uint64_t offset = base + sizeof file_header;
+    // Ends where the file does. A size that leads past the largest offset counts as one that runs past the
+    // end, as wrapping around would read the same entries for ever.
+    while (seek_to(archive, offset)) {
+        block_list block(new block_info());
+        block->offset = offset;
+        block->index = last ? last->index + 1 : 1;
+        const std::size_t length = read_header(archive, *block);
+        // A file that ends inside the two mode bytes still holds the entry; the bytes that are missing count
+        // as 0.
+        if (length < ENTRY_HEADER_SIZE - 2)
+            break;
+        offset = sum_or_largest(offset + length + block->name_length, block->data_size);
+        block->next = last.release();
+        last = std::move(block);
+    }
+    return last;
+}
+
+// The listed entry of `block`; null when its name cannot be read whole.
+entry_ptr read_entry(FILE* archive, const block_info& block) {
+    entry_ptr entry(new stat_entry());
+    const std::uint64_t name_offset = block.offset + ENTRY_HEADER_SIZE;
+    entry->data_offset = name_offset + block.name_length;
+    entry->name = new char[block.name_length + 1U]();
+    if (!seek_to(archive, name_offset) || !read_whole(archive, entry->name, block.name_length)) {
+        log_msg("Error: Bad archive\n");
+        return nullptr;
+    }
+    entry->mode = block.mode;
+    entry->size = block.data_size;
+    return entry;
+}
+
+listing_ptr new_listing() {
+    listing_ptr listing(new stat_array());
+    listing->entries = new stat_entry*[FIRST_CAPACITY]();
+    return listing;
+}
+
+// Doubles the table. Of its `capacity` slots only those in its first `capacity` BYTES keep their entries: the
+// rest of the program, and other tools, rely on what a long listing has looked like ever since.
+void grow(stat_array& listing, std::size_t capacity) {
+    const std::size_t kept = capacity / sizeof(stat_entry*);
+    auto** larger = new stat_entry* [2 * capacity] {};
+    std::memcpy(larger, listing.entries, kept * sizeof(stat_entry*));
+    for (std::size_t i = kept; i < capacity; ++i)
+        free_stat_entry(listing.entries[i]);
+    delete[] listing.entries;
+    listing.entries = larger;
+}
+
+listing_ptr list_blocks(FILE* archive, const block_info* last) {
+    listing_ptr listing = new_listing();
+    std::size_t capacity = FIRST_CAPACITY;
+    for (const block_info* block = last; block != nullptr; block = block->next) {
+        entry_ptr entry = read_entry(archive, *block);
+        if (!entry)
+            return nullptr;
+        const stat_entry& listed = *entry;
+        listing->entries[listing->count++] = entry.release();
+        log_msg("    [%s] | %llu BYTES | MODE %o\n", listed.name,
+                static_cast<unsigned long long>(listed.size), static_cast<unsigned>(listed.mode));
+        if (listing->count == capacity) {
+            grow(*listing, capacity);
+            capacity *= 2;
+        }
+    }
+    return listing;
+}
+
+} // namespace
+
+block_list walk_archive(FILE* archive) {
+    switch (verify_jank_archive(archive)) {
+    case 0:
+        return walk_blocks(archive, 0);
+    case 1:
+        return walk_blocks(archive, SIGNATURE_SIZE);
+    default:
+        return nullptr;
+    }
+}
+
+int verify_jank_archive(FILE* archive) {
+    char magic[sizeof file_header] = {};
+    if (!seek_to(archive, 0) || !read_whole(archive, magic, sizeof magic))
+        return 2;
+    if (std::memcmp(magic, file_header, sizeof magic) == 0)
+        return 0;
+    if (!seek_to(archive, SIGNATURE_SIZE) || !read_whole(archive, magic, sizeof magic))
+        return 2;
+    return std::memcmp(magic, file_header, sizeof magic) == 0 ? 1 : 2;
+}
+
+block_info* get_blocks(FILE* archive, std::uint64_t base) {
+    return walk_blocks(archive, base).release();
+}
+
+stat_array* stat_archive(const char* path) {
+    try {
+        const file_stream archive(std::fopen(path, "rbe"));
+        if (!archive)
+            return nullptr;
+        const block_list last = walk_archive(archive.get());
+        if (!last)
+            return nullptr;
+        log_msg("Archive %s:\n", path);
+        return list_blocks(archive.get(), last.get()).release();
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+std::uint16_t little_endian_word(unsigned char low, unsigned char high) {
+    return static_cast<std::uint16_t>(high * 256 + low);
+}
+
+std::uint64_t little_endian_qword(const unsigned char* bytes) {
+    std::uint64_t number = 0;
+    for (unsigned i = 0; i < 8; ++i)
+        number |= static_cast<std::uint64_t>(bytes[i]) << (8 * i);
+    return number;
+}
+
+std::size_t sja_strnlen(const char* text) {
+    return text == nullptr ? 0 : strnlen(text, 1024);
+}
+
+void free_block_list(block_info* last) {
+    while (last != nullptr) {
+        const block_info* block = last;
+        last = block->next;
+        delete block;
+    }
+}
+
+void free_stat_entry(stat_entry* entry) {
+    if (entry != nullptr)
+        delete[] entry->name;
+    delete entry;
+}
+
+void free_stat_array(stat_array* listing) {
+    if (listing == nullptr)
+        return;
+    // A listing whose table could not be allocated has no entries.
+    for (std::uint64_t i = 0; i < listing->count; ++i)
+        free_stat_entry(listing->entries[i]);
+    delete[] listing->entries;
+    delete listing;
+}

@@ -1,0 +1,64 @@
+// Owned C streams.
+
+#ifndef FILES_FILE_STREAM_H
+#define FILES_FILE_STREAM_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <limits>
+#include <memory>
+#include <vector>
+
+#include <sys/types.h>
+
+struct close_stream {
+    void operator()(FILE* stream) const {
+        // Streams that were written are closed by hand, where the result counts.
+        static_cast<void>(std::fclose(stream));
+    }
+};
+
+using file_stream = std::unique_ptr<FILE, close_stream>;
+
+// Package files are read and written in chunks of 4096 bytes. A buffer of this many bytes behind the stream
+// keeps the number of system calls low without making the chunks larger.
+inline constexpr std::size_t STREAM_BUFFER_SIZE = 256UL * 1024UL;
+
+// A stream with a buffer of STREAM_BUFFER_SIZE bytes. The buffer has to outlive the stream, whoever closes
+// it.
+class buffered_stream {
+  public:
+    // Takes over `stream`, which may be null and on which nothing may have been read or written yet.
+    explicit buffered_stream(FILE* stream) : buffer_(STREAM_BUFFER_SIZE), stream_(stream) {
+        if (stream != nullptr)
+            static_cast<void>(std::setvbuf(stream, buffer_.data(), _IOFBF, buffer_.size()));
+    }
+
+    explicit operator bool() const { return stream_ != nullptr; }
+    FILE* get() const { return stream_.get(); }
+
+    // Leaves the closing to the caller, who has to do it while this object lives.
+    FILE* release() { return stream_.release(); }
+
+    // Writes out what is buffered and closes the stream. Whether both succeeded; errno says why not.
+    bool close() { return std::fclose(stream_.release()) == 0; }
+
+  private:
+    std::vector<char> buffer_;
+    file_stream stream_;
+};
+
+// Moves the stream to `offset`. False for an offset that no file can have, or when seeking fails.
+inline bool seek_to(FILE* stream, std::uint64_t offset) {
+    return offset <= static_cast<std::uint64_t>(std::numeric_limits<off_t>::max()) &&
+           fseeko(stream, static_cast<off_t>(offset), SEEK_SET) == 0;
+}
+
+// Reads up to `length` bytes; where the stream ends earlier, the rest of `buffer` keeps what it held. False
+// when the stream reports an error.
+inline bool read_up_to(FILE* stream, void* buffer, std::size_t length) {
+    return std::fread(buffer, 1, length, stream) == length || std::ferror(stream) == 0;
+}
+
+#endif

@@ -1,0 +1,144 @@
+// How a package file gets into the repository: copied, or, for an envelope, extracted.
+
+#include "files/QvRepoHelper.h"
+#include "platform/debug_log.h"
+#include "platform/file_ops.h"
+#include "platform/paths.h"
+#include "seam/T.h"
+
+#include <cstdlib>
+#include <limits>
+#include <memory>
+
+namespace {
+
+constexpr const char* copy_tag = "QvRepoHelper::copySja";
+constexpr const char* extract_tag = "QvRepoHelper::extractSja";
+
+// The whole part of `number`. What no 64-bit number can hold, the total of a volume without a single free
+// block among it, counts as the largest one, which no free space is enough for.
+template <typename Real>
+std::uint64_t truncated(Real number) {
+    constexpr auto limit = static_cast<Real>(std::numeric_limits<std::uint64_t>::max());
+    if (number < limit)
+        return static_cast<std::uint64_t>(number);
+    return std::numeric_limits<std::uint64_t>::max();
+}
+
+std::uint64_t required_megabytes(float percent_free, unsigned long megabytes_free,
+                                 std::uint64_t package_megabytes) {
+    const double total = 100.0 / static_cast<double>(percent_free) * static_cast<double>(megabytes_free);
+    const std::uint64_t total_megabytes = truncated(total);
+    logmsgf(2, copy_tag, "Total disk space: [%llu] MB.", static_cast<unsigned long long>(total_megabytes));
+    logmsgf(2, copy_tag, "Free disk space: [%lu] MB.", megabytes_free);
+    logmsgf(2, copy_tag, "Percent free: [%f].", static_cast<double>(percent_free));
+    // Single precision from here on: the verdict at the boundary is the one that administrators know.
+    const float kept_free = static_cast<float>(total_megabytes) * 0.015F;
+    const float required = kept_free + static_cast<float>(package_megabytes);
+    return truncated(required);
+}
+
+// Whether the package may be copied: it fits while one and a half per cent of the disk stays free, or the
+// free space cannot be told.
+bool has_space_for(std::uint64_t package_megabytes) {
+    float percent_free = 0;
+    unsigned long megabytes_free = 0;
+    const int error = T::getFreeSpace(REPOSITORY_DIRECTORY, &percent_free, &megabytes_free);
+    if (error != 0) {
+        logmsgf(16, copy_tag, "Attempt to resolve free disk space returned error code [%d].", error);
+        return true;
+    }
+    const std::uint64_t required = required_megabytes(percent_free, megabytes_free, package_megabytes);
+    logmsgf(2, copy_tag, "Required disk space: [%llu] MB.", static_cast<unsigned long long>(required));
+    return required <= megabytes_free;
+}
+
+std::string place_in_repository(const char* source, const std::string& prefix) {
+    const std::unique_ptr<char, decltype(&std::free)> name(qv_basename(source, nullptr), &std::free);
+    return std::string(REPOSITORY_DIRECTORY) + "/" + prefix + (name ? name.get() : "");
+}
+
+bool repository_exists() {
+    if (T::pathExists(REPOSITORY_DIRECTORY))
+        return true;
+    logmsgf(16, copy_tag, "Package repository location does not exist: [%s].", REPOSITORY_DIRECTORY);
+    return false;
+}
+
+int copy_to(const char* source, const std::string& destination) {
+    const int result = T::fileCOPY(source, destination.c_str());
+    // Logged before the result is looked at; readers of the log know it as the trace of the attempt.
+    logmsgf(4, copy_tag, "Copied package file [%s] to [%s].", source, destination.c_str());
+    if (result == 0)
+        return 0;
+    logmsgf(16, copy_tag, "Unable to copy package file [%s] to [%s].", source, REPOSITORY_DIRECTORY);
+    return 7214;
+}
+
+void delete_temporary(const std::string& path) {
+    if (T::fileDELETE(path.c_str()) != 0)
+        logmsgf(16, extract_tag, "Could not delete temporary package file [%s].", path.c_str());
+}
+
+} // namespace
+
+int QvRepoHelper::copySja(const char* source, std::string& destination, std::string name) {
+    if (!repository_exists())
+        return 7217;
+    if (const int code = T::verifySja(source); code != 0) {
+        logmsgf(16, copy_tag,
+                "Package verification for input file [%s] failed. Error code returned from verifySja: %d.",
+                source, code);
+        return code;
+    }
+    destination = place_in_repository(source, name);
+    const std::uint64_t package_megabytes = fileSize(source) >> 20U;
+    logmsgf(2, copy_tag, "Package size: [%llu] MB.", static_cast<unsigned long long>(package_megabytes));
+    const bool fits = has_space_for(package_megabytes);
+    if (sameFile(source, destination)) {
+        logmsgf(4, copy_tag, "[%s] to [%s] are the same file, no file copy necessary.", source,
+                destination.c_str());
+        return 0;
+    }
+    if (fits)
+        return copy_to(source, destination);
+    logmsg(16, "Not enough disk space to copy the package file.", copy_tag);
+    return 7214;
+}
+
+int QvRepoHelper::copySja(const char* source) {
+    if (!repository_exists())
+        return 7217;
+    // The other form verifies once more; a plain copy is verified twice.
+    if (const int code = T::verifySja(source); code != 0) {
+        logmsgf(16, copy_tag,
+                "Package verification for input file [%s] failed. Error code returned from verifySja: [%d].",
+                source, code);
+        return code;
+    }
+    std::string destination;
+    return T::copySja(source, destination, "");
+}
+
+int QvRepoHelper::extractSja(const char* source) {
+    std::string temporary;
+    if (const int code = T::copySja(source, temporary, "tmp_"); code != 0) {
+        logmsgf(16, extract_tag,
+                "Failed to copy the input sja file to repository. Error code returned from copySja %d.",
+                code);
+        // The path is still empty when the copy failed before it was formed; the log shows that as empty
+        // brackets.
+        logmsgf(4, extract_tag, "Removing temporary package file [%s].", temporary.c_str());
+        delete_temporary(temporary);
+        return code;
+    }
+    logmsgf(4, extract_tag, "Extracting [%s] to [%s].", source, REPOSITORY_DIRECTORY);
+    logmsgf(2, extract_tag, "Running do_extract [%s] to [%s].", temporary.c_str(), REPOSITORY_DIRECTORY);
+    if (T::do_extract(temporary.c_str(), REPOSITORY_DIRECTORY) != 0) {
+        logmsgf(4, extract_tag, "Successfully extracted [%s] to [%s].", source, REPOSITORY_DIRECTORY);
+        return 0;
+    }
+    logmsgf(16, extract_tag, "Failed extracting [%s] to directory [%s]", source, REPOSITORY_DIRECTORY);
+    delete_temporary(temporary);
+    return 7252;
+}

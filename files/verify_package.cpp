@@ -1,0 +1,65 @@
+// The signature check of one package file.
+
+#include "files/QvRepoHelper.h"
+#include "files/file_stream.h"
+#include "files/sja_verify.h"
+#include "platform/debug_log.h"
+#include "platform/paths.h"
+#include "seam/T.h"
+
+#include <algorithm>
+#include <memory>
+
+namespace {
+
+constexpr const char* function_tag = "QvRepoHelper::verifySja";
+
+struct release_pubkey {
+    void operator()(RSA* key) const { free_pubkey(key); }
+};
+using pubkey_ptr = std::unique_ptr<RSA, release_pubkey>;
+
+pubkey_ptr installed_key(const std::string& key_path) {
+    if (!T::pathExists(key_path.c_str()))
+        return nullptr;
+    logmsgf(4, function_tag, "Trying to get Pubkey [%s]", key_path.c_str());
+    return pubkey_ptr(get_pubkey(key_path.c_str()));
+}
+
+std::string without_quotes(std::string path) {
+    path.erase(std::remove(path.begin(), path.end(), '"'), path.end());
+    return path;
+}
+
+int verify_with_key(const char* path, RSA* key) {
+    const std::string unquoted = without_quotes(path);
+    logmsg(4, "Public key found. Proceeding with verification", function_tag);
+    const buffered_stream archive(std::fopen(unquoted.c_str(), "rbe"));
+    if (!archive) {
+        logmsgf(16, function_tag, "Could not open SJA file at path [%s].", unquoted.c_str());
+        return 7235;
+    }
+    if (!sja_verify_hash(archive.get(), key)) {
+        logmsgf(16, function_tag, "Signature invalid for SJA file [%s].", unquoted.c_str());
+        return 7236;
+    }
+    logmsgf(4, function_tag, "Signature of SJA file [%s] is verified.", path);
+    return 0;
+}
+
+} // namespace
+
+int QvRepoHelper::verifySja(const char* path) {
+    if (!T::pathExists(path)) {
+        logmsgf(16, function_tag, "Failed to read package content. Supplied .sja file does not exist: [%s].",
+                path);
+        return 7225;
+    }
+    const std::string key_path = std::string(PACKAGE_KEY_DIRECTORY) + "/pubkey.pem";
+    const pubkey_ptr key = installed_key(key_path);
+    if (!key) {
+        logmsgf(16, function_tag, "Public key [%s] not found.", key_path.c_str());
+        return 7237;
+    }
+    return verify_with_key(path, key.get());
+}
