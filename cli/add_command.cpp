@@ -1,0 +1,125 @@
+#include "cli/commands.h"
+#include "cli/help.h"
+#include "cli/message_buffers.h"
+#include "cli/package_resource.h"
+#include "cli/request.h"
+#include "cli/startup.h"
+#include "cli/status.h"
+#include "model/QvRepoAddInfo.h"
+#include "model/QvRepoPackage.h"
+#include "platform/debug_log.h"
+#include "platform/message_catalog.h"
+#include "seam/T.h"
+
+#include <ostream>
+#include <string>
+
+namespace {
+
+constexpr const char* FUNCTION = "addPackagesCmd";
+
+void announce(std::ostream& out) {
+    mxgetmsg("TqlRpo0025N", lc_messages, sizeof outline, outline, nullptr, 0, nullptr,
+             "Adding package to the repository. This may take a few minutes...");
+    out << outline << std::endl;
+}
+
+void report_success(const std::string& id, std::ostream& out) {
+    mxgetmsg("TqlRpo0026N", lc_messages, sizeof outline, outline, "C", sizeof msg_E, msg_E,
+             "Successfully added deployment package ID: %s to the repository.", id.c_str());
+    out << outline << std::endl;
+    logmsg(4, msg_E, FUNCTION);
+}
+
+// The request body that registers the package file; 0 or a status.
+int render_body(const char* path, std::string& body) {
+    try {
+        body = QvRepoAddInfo(path).getJSONPackageDetails();
+        return 0;
+    } catch (int status) {
+        return status;
+    }
+}
+
+int register_package(const std::string& masterServer, const std::string& body, std::string& response) {
+    QVClientCURL client = master_server_client(masterServer);
+    const int code = curlSendRequest(client, PACKAGES_URI, CURL_REQUEST_POST, body, response, 201);
+    if (code != 0)
+        logmsgf(16, FUNCTION,
+                "Failed to add deployment package metadata. Error code returned from curlSendRequest: %d.",
+                code);
+    return code;
+}
+
+// Takes the registration back after the files did not reach the repository, which failed with `status`.
+void remove_stale_metadata(const std::string& masterServer, const std::string& id, int status,
+                           std::string& response) {
+    // The wording is the same when a copy failed: other tools look for this line.
+    logmsgf(16, FUNCTION,
+            "Failed to extract deployment package items to the repository. Error code returned from "
+            "QvRepoAddInfo:extractSja: %d.",
+            status);
+    logmsg(4, "Deleting the stale package metadata.", FUNCTION);
+    QVClientCURL client = master_server_client(masterServer);
+    // 404 is what is expected here: any other answer, a plain success too, is logged as a failed clean-up.
+    const int code = curlSendRequest(client, package_uri(id), CURL_REQUEST_DELETE, "", response, 404);
+    if (code != 0)
+        logmsgf(16, FUNCTION,
+                "Package was not added into the repository, but qvrepo failed to remove its metadata. Status "
+                "code "
+                "returned from curlSendRequest: %d.",
+                code);
+}
+
+// Brings the files of the registered package into the repository. `reached` receives the status of the last
+// step that was completed, also when one throws.
+int place_files(const char* path, const std::string& masterServer, std::string& response, int& reached,
+                std::ostream& out) {
+    QvRepoPackage package(response);
+    const std::string id = package.id;
+    reached = package.isBundle() ? T::extractSja(path) : T::copySja(path);
+    if (reached == 0)
+        report_success(id, out);
+    else
+        remove_stale_metadata(masterServer, id, reached, response);
+    return reached;
+}
+
+} // namespace
+
+int addPackagesCmd(int argc, const char** argv, std::ostream& out) {
+    if (argc != 1) {
+        showHelp(out);
+        return STATUS_INVALID_PARAMETER;
+    }
+    const char* path = argv[0];
+    std::string masterServer;
+    if (const int status = initialize(masterServer); status != 0)
+        return status;
+    if (!T::pathExists(path)) {
+        logmsgf(16, FUNCTION, "Failed to read package content. Supplied .sja file [%s] does not exist.",
+                path);
+        return STATUS_FILE_NOT_FOUND;
+    }
+    announce(out);
+    if (const int status = T::verifySja(path); status != 0)
+        return status;
+    std::string body;
+    if (const int status = render_body(path, body); status != 0)
+        return status;
+    std::string response;
+    if (const int status = register_package(masterServer, body, response); status != 0)
+        return status;
+    int reached = 0;
+    try {
+        return place_files(path, masterServer, response, reached, out);
+    } catch (int status) {
+        // The line tells how far the command got, not what was thrown; that is what main reports.
+        logmsgf(16, FUNCTION,
+                "Failed to add deployment package to repository location. Error code returned from "
+                "QvRepoPackage: "
+                "%d. ",
+                reached);
+        return status;
+    }
+}

@@ -1,0 +1,118 @@
+#include "cli/commands.h"
+#include "cli/help.h"
+#include "cli/message_buffers.h"
+#include "cli/package_id.h"
+#include "cli/package_resource.h"
+#include "cli/request.h"
+#include "cli/startup.h"
+#include "cli/status.h"
+#include "model/QvRepoPackage.h"
+#include "platform/debug_log.h"
+#include "platform/message_catalog.h"
+#include "seam/T.h"
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr const char* FUNCTION = "deletePackageCmd";
+
+int fetch_package(QVClientCURL& client, const std::string& uri, const char* typedId, std::string& response) {
+    const int code = curlSendRequest(client, uri, CURL_REQUEST_GET, "", response, 200);
+    if (code == 0)
+        return 0;
+    logmsgf(16, FUNCTION,
+            "Failed to retrieve deployment package in the repository. Error code returned from "
+            "curlSendRequest: %d.",
+            code);
+    return package_request_status(code, typedId, FUNCTION);
+}
+
+int read_item_paths(const std::string& response, std::vector<std::string>& paths) {
+    try {
+        const QvRepoPackage package(response);
+        logmsg(4, "Successfully retrieved deployment package details from the repository.", FUNCTION);
+        paths = package.packageItemFilePaths;
+        return 0;
+    } catch (int status) {
+        logmsgf(16, FUNCTION,
+                "Failed to retrieve deployment package in the repository. Error code returned from "
+                "QvRepoPackage: "
+                "%d.",
+                status);
+        return status;
+    }
+}
+
+bool confirmed(const std::string& id, std::ostream& out, std::istream& in) {
+    mxgetmsg("TqlRpo0036N", lc_messages, sizeof outline, outline, "C", sizeof msg_E, msg_E,
+             "qvrepo: delete package ID ");
+    // The English text, not the user's: scripts that answer the prompt wait for it.
+    return T::confirmAction(msg_E + id + " [y/n]? (n) ", out, in) != 0;
+}
+
+int delete_metadata(QVClientCURL& client, const std::string& uri, const char* typedId,
+                    std::string& response) {
+    const int code = curlSendRequest(client, uri, CURL_REQUEST_DELETE, "", response, 204);
+    if (code != 0) {
+        logmsgf(2, FUNCTION,
+                "Failed to delete deployment package ID: %s from the repository. Error code returned from "
+                "curlSendRequest: %d. ",
+                typedId, code);
+        return code;
+    }
+    // Always package 0, whatever the ID: kept, log readers match this line as it is.
+    logmsgf(2, FUNCTION, "Successfully deleted package %d metadata.", 0);
+    return 0;
+}
+
+void report_success(const char* typedId, std::ostream& out) {
+    mxgetmsg("TqlRpo0027N", lc_messages, sizeof outline, outline, "C", sizeof msg_E, msg_E,
+             "Package ID %s has been deleted from the repository.", typedId);
+    out << outline << std::endl;
+    logmsg(4, msg_E, FUNCTION);
+}
+
+} // namespace
+
+int deletePackageCmd(int argc, const char** argv, std::ostream& out, std::istream& in) {
+    if (argc != 1) {
+        showHelp(out);
+        return STATUS_INVALID_PARAMETER;
+    }
+    const char* typedId = argv[0];
+    std::string masterServer;
+    if (const int status = initialize(masterServer); status != 0)
+        return status;
+    if (!repository_exists(FUNCTION))
+        return STATUS_NO_REPOSITORY;
+    std::string id;
+    if (!validatePackageId(typedId, id))
+        return STATUS_INVALID_PACKAGE_ID;
+
+    const std::string uri = package_uri(id);
+    QVClientCURL client = master_server_client(masterServer);
+    std::string response;
+    if (const int status = fetch_package(client, uri, typedId, response); status != 0)
+        return status;
+    std::vector<std::string> itemPaths;
+    if (const int status = read_item_paths(response, itemPaths); status != 0)
+        return status;
+
+    if (!confirmed(id, out, in)) {
+        logmsgf(4, FUNCTION, "qvrepo operation aborted. Package ID [%s] has not been deleted.", typedId);
+        return STATUS_DELETE_CANCELED;
+    }
+    if (const int status = delete_metadata(client, uri, typedId, response); status != 0)
+        return status;
+    // The registration is gone, so files that stay behind do not make the deletion a failure.
+    if (T::deletePackageItems(itemPaths) == 0)
+        logmsg(
+            16,
+            "Package metadata has been deleted, but one or more package file items have not been deleted. ",
+            FUNCTION);
+    report_success(typedId, out);
+    return 0;
+}

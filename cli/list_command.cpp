@@ -1,0 +1,104 @@
+#include "cli/commands.h"
+#include "cli/help.h"
+#include "cli/message_buffers.h"
+#include "cli/package_resource.h"
+#include "cli/request.h"
+#include "cli/startup.h"
+#include "cli/status.h"
+#include "model/QvRepoPackage.h"
+#include "platform/debug_log.h"
+#include "platform/message_catalog.h"
+
+#include <array>
+#include <cstring>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+constexpr const char* FUNCTION = "listPackagesCmd";
+
+struct list_filter {
+    const char* option;
+    const char* field; // as the service names it
+};
+constexpr std::array<list_filter, 3> FILTERS = {
+    {{"-version", "version"}, {"-os", "os"}, {"-type", "package-type"}}};
+
+// The filter expression of the two words, the value as typed; empty when the first word is no filter.
+std::string filter_expression(const char* option, const char* value) {
+    for (const list_filter& filter : FILTERS)
+        if (std::strcmp(option, filter.option) == 0)
+            return std::string(filter.field) + "%20eq%20'" + value + "'";
+    return {};
+}
+
+std::string packages_uri(const std::string& filter) {
+    return filter.empty() ? PACKAGES_URI : std::string(PACKAGES_URI) + "?filter=" + filter;
+}
+
+// Level 2 for both failures below, not 16: the user is told by main, the log only needs the detail.
+
+int request_packages(const std::string& masterServer, const std::string& uri, std::string& response) {
+    QVClientCURL client = master_server_client(masterServer);
+    const int code = curlSendRequest(client, uri, CURL_REQUEST_GET, "", response, 200);
+    if (code != 0)
+        logmsgf(2, FUNCTION,
+                "Failed to list deployment packages in the repository. Error code returned from "
+                "curlSendRequest: %d.",
+                code);
+    return code;
+}
+
+int read_packages(const std::string& response, std::vector<QvRepoPackage>& packages) {
+    const int status = QvRepoPackage::parseJSONResponsePackageArray(response, packages);
+    if (status != 0)
+        logmsgf(2, FUNCTION,
+                "Failed to list deployment packages in the repository. Error code returned from "
+                "parseJSONResponsePackageArray: %d.",
+                status);
+    return status;
+}
+
+int fetch_packages(const std::string& masterServer, const std::string& uri,
+                   std::vector<QvRepoPackage>& packages) {
+    std::string response;
+    if (const int status = request_packages(masterServer, uri, response); status != 0)
+        return status;
+    if (const int status = read_packages(response, packages); status != 0)
+        return status;
+    logmsg(4, "Successfully retrieved deployment package list from the repository.", FUNCTION);
+    return 0;
+}
+
+void report_empty_repository(std::ostream& out) {
+    mxgetmsg("TqlRpo0028N", lc_messages, sizeof outline, outline, "C", sizeof msg_E, msg_E,
+             "0 deployment packages in the repository.");
+    out << outline << std::endl;
+    logmsg(4, msg_E, FUNCTION);
+}
+
+} // namespace
+
+int listPackagesCmd(int argc, const char** argv, std::ostream& out) {
+    const std::string filter = argc == 2 ? filter_expression(argv[0], argv[1]) : std::string();
+    if (filter.empty() && argc != 0) {
+        showHelp(out);
+        return STATUS_INVALID_PARAMETER;
+    }
+    std::string masterServer;
+    if (const int status = initialize(masterServer); status != 0)
+        return status;
+    const std::string uri = packages_uri(filter);
+    if (!repository_exists(FUNCTION))
+        return STATUS_NO_REPOSITORY;
+    std::vector<QvRepoPackage> packages;
+    if (const int status = fetch_packages(masterServer, uri, packages); status != 0)
+        return status;
+    if (packages.empty())
+        report_empty_repository(out);
+    QvRepoPackage::printPackageList(std::move(packages), out);
+    return 0;
+}

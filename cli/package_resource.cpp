@@ -1,0 +1,63 @@
+#include "cli/package_resource.h"
+
+#include "cli/status.h"
+#include "platform/debug_log.h"
+#include "platform/paths.h"
+#include "seam/T.h"
+
+namespace {
+
+constexpr int WEB_SERVICE_PORT = 1556;
+constexpr cert_type HOST_CERTIFICATE = 1;
+constexpr QVCurlSessionType HOST_SESSION = 1;
+
+// The service's own error codes.
+constexpr int SERVICE_UNKNOWN_PACKAGE = 227;
+constexpr int SERVICE_MALFORMED_ID = 8626;
+
+} // namespace
+
+std::string package_uri(const std::string& id) {
+    return std::string(PACKAGES_URI) + "/" + id;
+}
+
+QVClientCURL master_server_client(const std::string& masterServer) {
+    return {masterServer,
+            WEB_SERVICE_PORT,
+            HOST_CERTIFICATE,
+            HOST_SESSION,
+            nullptr,
+            "",
+            true,
+            false,
+            false,
+            "",
+            "",
+            "",
+            "",
+            "",
+            "",
+            false,
+            false,
+            "",
+            0};
+}
+
+bool repository_exists(const char* function) {
+    if (T::pathExists(REPOSITORY_DIRECTORY))
+        return true;
+    logmsgf(16, function, "Package repository location does not exist: [%s].", REPOSITORY_DIRECTORY);
+    return false;
+}
+
+int package_request_status(int code, const char* typedId, const char* function) {
+    if (code == SERVICE_UNKNOWN_PACKAGE) {
+        logmsgf(16, function, "Package ID [%s] does not exist in the repository.", typedId);
+        return STATUS_PACKAGE_NOT_FOUND;
+    }
+    if (code == SERVICE_MALFORMED_ID) {
+        logmsgf(16, function, "[%s] is not a valid package ID.", typedId);
+        return STATUS_INVALID_PACKAGE_ID;
+    }
+    return code;
+}

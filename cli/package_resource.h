@@ -1,0 +1,28 @@
+// What the commands have in common: the service's package resource, the client for it, and the repository
+// behind it.
+
+#ifndef CLI_PACKAGE_RESOURCE_H
+#define CLI_PACKAGE_RESOURCE_H
+
+#include "platform/QVClientCURL.h"
+
+#include <string>
+
+// The resource of all packages, relative to the service's root.
+inline constexpr const char* PACKAGES_URI = "quorvelle/deployment/packages";
+
+// The resource of one package.
+std::string package_uri(const std::string& id);
+
+// A client for the master server's web service. Nothing is sent yet.
+QVClientCURL master_server_client(const std::string& masterServer);
+
+// Whether the repository directory exists; logs it under `function` when it does not.
+bool repository_exists(const char* function);
+
+// What a failed request for one package means to the user: 7220 for a package that the service does not know,
+// 7219 for an ID that it does not take, both logged under `function` with the ID as typed; any other code as
+// it is.
+int package_request_status(int code, const char* typedId, const char* function);
+
+#endif

@@ -1,0 +1,109 @@
+#include "cli/request.h"
+
+#include "cli/status.h"
+#include "model/json_document.h"
+#include "platform/QVClientCURL.h"
+#include "platform/debug_log.h"
+
+// The vocabulary of the product's web-service clients, kept whole: the block is the same in each of them.
+static const std::string FEDS_URI = "quorvelle/catalog/frontenddata";
+static const std::string HOSTS_URI = "quorvelle/config/hosts";
+static const std::string SECURITY_CREDS_URI = "quorvelle/security/credentials";
+static const std::string PING_URI = "quorvelle/ping";
+static const std::string PASSPHRASE_CONSTRAINTS_URI = "quorvelle/security/passphrase-constraints";
+static const std::string MAX_VERSION = "6.0";
+static const std::string VERSION_4 = "4.0";
+static const std::string VERSION_5 = "5.0";
+static const std::string VERSION_6 = "6.0";
+static const std::string QV_MEDIA_TYPE_JSON = "application/vnd.quorvelle+json";
+const std::string QV_MEDIA_TYPE_VERSION = QV_MEDIA_TYPE_JSON + ";version=" + MAX_VERSION;
+static const std::string QV_MEDIA_TYPE_OCTET_STREAM = "application/vnd.quorvelle+octet-stream";
+static const std::string QV_MEDIA_TYPE_VERSION_OCTET_STREAM =
+    QV_MEDIA_TYPE_OCTET_STREAM + ";version=" + MAX_VERSION;
+static const std::string QV_API_VERSION_HEADER_STR = "X-Quorvelle-API-Version";
+static const std::string QV_DEFAULT_MEDIA_TYPE = "application/json";
+static const std::string QV_HEADER_X_CLIENT_ID = "X-Client-ID: ";
+static const std::string QV_HEADER_X_CLIENT_ID_VALUE = "QV-CURL";
+
+[[maybe_unused]] static const char* const lunt_proxy_hint_str[] = {
+    "LUNT_PROXY_HINT_UNKNOWN",       "LUNT_PROXY_HINT_USE_PROXY",
+    "LUNT_PROXY_HINT_USE_WHITELIST", "LUNT_PROXY_HINT_LOCALHOST_USER_VALIDATION",
+    "LUNT_PROXY_HINT_DTE_CAPABLE",   nullptr};
+
+namespace {
+
+constexpr long CONNECT_TIMEOUT_SECONDS = 30;
+
+int perform(QVClientCURL& client, const std::string& uri, curl_request_type type, const std::string& body) {
+    switch (type) {
+    case CURL_REQUEST_GET:
+        return client.get(uri);
+    case CURL_REQUEST_PUT:
+        return client.put(uri, body);
+    case CURL_REQUEST_POST:
+        return client.post(uri, body);
+    case CURL_REQUEST_DELETE:
+        return client.del(uri);
+    }
+    logmsg(2, "Unknown Request Type.", "curlSendRequest");
+    return STATUS_INVALID_PARAMETER;
+}
+
+// The status of an answer with another HTTP code than the expected one.
+int refusal(const std::string& response) {
+    long error_code = 0;
+    if (const int status = parseJSONErrorResponse(response, error_code); status != 0)
+        return status;
+    return static_cast<int>(error_code);
+}
+
+} // namespace
+
+int curlSendRequest(QVClientCURL& client, const std::string& uri, curl_request_type type,
+                    const std::string& body, std::string& response, long expectedHttpCode) {
+    if (uri.empty()) {
+        logmsg(2, "URI is empty.", "curlSendRequest");
+        return STATUS_INVALID_PARAMETER;
+    }
+    client.setupAcceptCurlOption("Accept: " + QV_MEDIA_TYPE_VERSION);
+    client.setConnectTimeout(CONNECT_TIMEOUT_SECONDS);
+    logmsgf(2, "curlSendRequest", "Sending curl request with URI : %s.", uri.c_str());
+    if (!body.empty())
+        logmsgf(2, "curlSendRequest", "Request body: %s.", body.c_str());
+
+    if (const int result = perform(client, uri, type, body); result != 0) {
+        logmsgf(16, "curlSendRequest", "Failed to perform curl request for URI : %s.  retval : %d",
+                uri.c_str(), result);
+        return result;
+    }
+    response = client.responseBody;
+    logmsgf(2, "curlSendRequest", "Http response body: %s", response.c_str());
+    logmsgf(2, "curlSendRequest", "Actual http response code: %ld , expected http response code: %ld",
+            client.httpResponseCode, expectedHttpCode);
+    return client.httpResponseCode == expectedHttpCode ? 0 : refusal(response);
+}
+
+int parseJSONErrorResponse(std::string errorBody, long& errorCode) {
+    const json_document document = own_json(json_loads(errorBody.c_str(), JSON_DISABLE_EOF_CHECK, nullptr));
+    if (!document) {
+        logmsgf(16, "parseJSONErrorResponse",
+                "Failed to parse error response received from server. Error response is: %s.",
+                errorBody.c_str());
+        return STATUS_UNEXPECTED_RESPONSE;
+    }
+    const json_t* code = json_object_get(document.get(), "errorCode");
+    if (!json_is_integer(code)) {
+        logmsg(16, "No error code in response.", "parseJSONErrorResponse");
+        return STATUS_UNEXPECTED_RESPONSE;
+    }
+    errorCode = static_cast<long>(json_integer_value(code));
+    logmsgf(16, "parseJSONErrorResponse", "Error code returned by server is : %ld.", errorCode);
+
+    const char* message = json_string_value(json_object_get(document.get(), "errorMessage"));
+    if (message == nullptr) {
+        logmsg(16, "No message in error response.", "parseJSONErrorResponse");
+        return STATUS_UNEXPECTED_RESPONSE;
+    }
+    logmsgf(16, "parseJSONErrorResponse", "Error message returned by server: %s.", message);
+    return 0;
+}
