@@ -1,0 +1,64 @@
+#include "master/access_log.h"
+
+#include "master/json_text.h"
+#include "master/present_time.h"
+#include "master/problem.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <string_view>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::size_t LONGEST_LOGGED_BODY = 64UL * 1024;
+
+void append_member(std::string& line, const char* name, std::string_view text) {
+    line += ", \"";
+    line += name;
+    line += "\": ";
+    append_json_string(line, text);
+}
+
+std::string line_of(const ServiceRequest& request, int status) {
+    std::string line = "{\"time\": \"" + present_time() + "\"";
+    append_member(line, "method", request.method);
+    append_member(line, "target", request.target);
+    append_member(line, "accept", request.accept);
+    append_member(line, "contentType", request.contentType);
+    append_member(line, "body", std::string_view(request.body).substr(0, LONGEST_LOGGED_BODY));
+    return line + ", \"status\": " + std::to_string(status) + "}\n";
+}
+
+// Whether all of `line` was written; errno says why not.
+bool write_whole(int descriptor, std::string_view line) {
+    while (!line.empty()) {
+        const ssize_t written = ::write(descriptor, line.data(), line.size());
+        if (written < 0 && errno != EINTR)
+            return false;
+        line.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+} // namespace
+
+AccessLog::AccessLog(const std::string& file)
+    : file_(open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640)) {
+    if (!file_.is_open())
+        throw StartFailure("cannot open the access log " + file + ": " + std::strerror(errno));
+}
+
+void AccessLog::write(const ServiceRequest& request, int status) noexcept {
+    if (!file_.is_open())
+        return;
+    try {
+        const std::string line = line_of(request, status);
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (!write_whole(file_.get(), line))
+            report_problem(std::string("cannot write the access log: ") + std::strerror(errno));
+    } catch (const std::exception& error) {
+        report_problem(std::string("cannot write the access log: ") + error.what());
+    }
+}

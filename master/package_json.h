@@ -1,0 +1,57 @@
+// Packages as the service keeps them, and as JSON in requests and answers.
+
+#ifndef MASTER_PACKAGE_JSON_H
+#define MASTER_PACKAGE_JSON_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+struct PackageItem {
+    std::string fileName;
+    std::int64_t fileSize = 0; // bytes
+};
+
+// What a client tells about a package that it creates.
+struct NewPackage {
+    std::string packageFileName;
+    std::string packageName;
+    std::string os;
+    std::string version;
+    std::string packageType;
+    std::vector<PackageItem> packageItems;
+    std::int64_t size = 0; // bytes, all items together
+};
+
+// A package that the service keeps.
+struct Package {
+    std::int64_t id = 0;
+    std::string packageName;
+    std::string packageFileName;
+    std::vector<std::string> packageItemFileNames;
+    std::string packageType;
+    std::string os;
+    std::string version;
+    std::int64_t size = 0; // bytes
+    std::string createdDateTimeUTC;
+    std::string lastModifiedDateTimeUTC;
+    std::string lastValidatedUTC;
+};
+
+// Reads a creation body: {"data": {"type": "newPackageAttributes", "attributes": {...}}} with all six
+// attributes; members besides those are ignored. Throws UnusableInput for anything else, for a file name that
+// is empty, "." or
+// ".." or holds a slash, for a negative size, and for sizes that together do not fit a signed 64-bit number.
+NewPackage read_new_package(const std::string& body);
+
+// The name of a package that came in the file `packageFileName`: without "dunmarel_" in front and ".sja"
+// behind.
+std::string package_name(const std::string& packageFileName);
+
+// Appends `package` as a JSON object; the paths of its items lie in the directory `repository`.
+void append_package(std::string& out, const Package& package, const std::string& repository);
+
+// The body of an answer that reports an error.
+std::string error_body(int errorCode, const std::string& errorMessage);
+
+#endif

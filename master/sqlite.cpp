@@ -1,0 +1,108 @@
+#include "master/sqlite.h"
+
+namespace {
+
+constexpr int LOCK_WAIT_MILLISECONDS = 10000;
+
+[[noreturn]] void fail(const std::string& attempt, sqlite3* database) {
+    const char* const reason = database == nullptr ? "out of memory" : sqlite3_errmsg(database);
+    throw StoreError(attempt + ": " + reason);
+}
+
+int open_flags(Database::Access access) {
+    const int flags = SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
+    if (access == Database::Access::readOnly)
+        return flags | SQLITE_OPEN_READONLY;
+    return flags | SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+}
+
+} // namespace
+
+Database::Database(const std::string& file, Access access) {
+    sqlite3* handle = nullptr;
+    const int result = sqlite3_open_v2(file.c_str(), &handle, open_flags(access), nullptr);
+    // A failed opening too gives a handle, which carries the reason and needs closing.
+    handle_.reset(handle);
+    if (result != SQLITE_OK)
+        fail("cannot open the database " + file, handle);
+    sqlite3_busy_timeout(handle, LOCK_WAIT_MILLISECONDS);
+}
+
+void Database::execute(const char* statements) {
+    if (sqlite3_exec(handle(), statements, nullptr, nullptr, nullptr) != SQLITE_OK)
+        fail("the database refuses a statement", handle());
+}
+
+std::int64_t Database::last_insert_id() const {
+    return sqlite3_last_insert_rowid(handle());
+}
+
+int Database::changed_rows() const {
+    return sqlite3_changes(handle());
+}
+
+Statement::Statement(Database& database, const std::string& text) : database_(database.handle()) {
+    sqlite3_stmt* handle = nullptr;
+    check(sqlite3_prepare_v2(database_, text.c_str(), static_cast<int>(text.size()), &handle, nullptr));
+    handle_.reset(handle);
+}
+
+void Statement::check(int result) const {
+    if (result != SQLITE_OK)
+        fail("the database refuses a statement", database_);
+}
+
+void Statement::bind(int index, std::int64_t number) {
+    check(sqlite3_bind_int64(handle_.get(), index, number));
+}
+
+void Statement::bind(int index, const std::string& text) {
+    check(sqlite3_bind_text64(handle_.get(), index, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8));
+}
+
+bool Statement::step() {
+    const int result = sqlite3_step(handle_.get());
+    if (result == SQLITE_ROW)
+        return true;
+    if (result != SQLITE_DONE)
+        fail("the database fails", database_);
+    return false;
+}
+
+void Statement::reset() {
+    // Its result only repeats the failure that the last step has reported already.
+    sqlite3_reset(handle_.get());
+    check(sqlite3_clear_bindings(handle_.get()));
+}
+
+std::int64_t Statement::number(int index) const {
+    return sqlite3_column_int64(handle_.get(), index);
+}
+
+std::string Statement::text(int index) const {
+    // The text is asked for first: it may convert the value, and the length is that of the result.
+    const unsigned char* const bytes = sqlite3_column_text(handle_.get(), index);
+    const int length = sqlite3_column_bytes(handle_.get(), index);
+    if (bytes == nullptr)
+        return "";
+    return {reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(length)};
+}
+
+bool Statement::is_null(int index) const {
+    return sqlite3_column_type(handle_.get(), index) == SQLITE_NULL;
+}
+
+Transaction::Transaction(Database& database) : database_(database) {
+    database_.execute("BEGIN IMMEDIATE");
+}
+
+Transaction::~Transaction() {
+    // A failed statement may have ended the transaction already; then there is nothing left to undo.
+    if (open_ && sqlite3_get_autocommit(database_.handle()) == 0)
+        sqlite3_exec(database_.handle(), "ROLLBACK", nullptr, nullptr, nullptr);
+}
+
+void Transaction::commit() {
+    database_.execute("COMMIT");
+    open_ = false;
+}

@@ -1,0 +1,96 @@
+// SQLite's handles with owners, and its errors as exceptions.
+
+#ifndef MASTER_SQLITE_H
+#define MASTER_SQLITE_H
+
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include <sqlite3.h>
+
+// The database refuses or fails; the text says what was attempted and SQLite's own reason.
+class StoreError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+// One connection to a database file. It may move between threads but serves one at a time.
+class Database {
+  public:
+    enum class Access { readOnly, readWrite }; // readWrite creates a missing file
+
+    // Opens `file`; throws StoreError when that fails. A lock of another process is waited for up to ten
+    // seconds.
+    Database(const std::string& file, Access access);
+
+    // Runs statements that bring no rows that matter. Throws StoreError; statements before the failing one
+    // stay done.
+    void execute(const char* statements);
+
+    // The number of the row inserted last.
+    std::int64_t last_insert_id() const;
+
+    // How many rows the last statement inserted or deleted.
+    int changed_rows() const;
+
+    sqlite3* handle() const { return handle_.get(); }
+
+  private:
+    struct Close {
+        void operator()(sqlite3* handle) const { sqlite3_close_v2(handle); }
+    };
+    std::unique_ptr<sqlite3, Close> handle_;
+};
+
+// One prepared statement; it must not outlive its database. All members throw StoreError on failure.
+class Statement {
+  public:
+    Statement(Database& database, const std::string& text);
+
+    // Binds the parameter `index`, from 1. The text may hold any bytes; it is copied.
+    void bind(int index, std::int64_t number);
+    void bind(int index, const std::string& text);
+
+    // Goes to the next row; false when there is none.
+    bool step();
+
+    // Makes the statement ready to run again, with new parameters.
+    void reset();
+
+    // The value of the column `index`, from 0, in the current row.
+    std::int64_t number(int index) const;
+    std::string text(int index) const;
+    bool is_null(int index) const;
+
+  private:
+    struct Finalize {
+        void operator()(sqlite3_stmt* handle) const { sqlite3_finalize(handle); }
+    };
+    void check(int result) const;
+
+    sqlite3* database_;
+    std::unique_ptr<sqlite3_stmt, Finalize> handle_;
+};
+
+// A write transaction, undone when it goes without having been committed.
+class Transaction {
+  public:
+    // Takes the database's write lock; throws StoreError.
+    explicit Transaction(Database& database);
+    Transaction(const Transaction&) = delete;
+    Transaction(Transaction&&) = delete;
+    Transaction& operator=(const Transaction&) = delete;
+    Transaction& operator=(Transaction&&) = delete;
+    ~Transaction();
+
+    // The changes are on disk when this returns. Throws StoreError; nothing has changed then.
+    void commit();
+
+  private:
+    Database& database_;
+    bool open_ = true;
+};
+
+#endif
