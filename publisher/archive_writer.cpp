@@ -1,0 +1,141 @@
+#include "publisher/archive_writer.h"
+
+#include "publisher/output_file.h"
+#include "publisher/progress.h"
+#include "publisher/refusal.h"
+#include "publisher/signer.h"
+#include "publisher/source_file.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <set>
+
+namespace {
+
+constexpr std::size_t LONGEST_NAME = 255;
+constexpr const char* MAGIC = "JANK";
+
+std::string little_endian(std::uint64_t number, int bytes) {
+    std::string text;
+    for (int i = 0; i < bytes; ++i)
+        text += static_cast<char>(number >> (8 * i) & 0xFFU);
+    return text;
+}
+
+// An archive on its way to the disk. With a key, the place of the signature is left free and filled in at the
+// end, when all bytes behind it have gone by.
+class ArchiveOutput {
+  public:
+    ArchiveOutput(const std::string& path, mode_t mode, EVP_PKEY* key, std::uint64_t size,
+                  std::ostream* terminal)
+        : file_(path, mode), progress_(size, terminal) {
+        if (key == nullptr)
+            return;
+        signer_.emplace(key);
+        const std::string room(SIGNATURE_SIZE, '\0');
+        file_.write(room.data(), room.size());
+    }
+
+    void write(const char* bytes, std::size_t count) {
+        file_.write(bytes, count);
+        if (signer_)
+            signer_->update(bytes, count);
+        progress_.advance(count);
+    }
+    void write(const std::string& bytes) { write(bytes.data(), bytes.size()); }
+
+    void write(const SourceFile& source, std::uint64_t from) {
+        read_source(source, from, [this](const char* bytes, std::size_t count) { write(bytes, count); });
+    }
+
+    void take_over(const struct stat& status) { file_.take_over(status); }
+
+    void finish() {
+        if (signer_) {
+            const std::string signature = signer_->finish();
+            file_.write_at(0, signature.data(), signature.size());
+        }
+        file_.commit();
+    }
+
+  private:
+    OutputFile file_;
+    std::optional<Signer> signer_;
+    Progress progress_;
+};
+
+bool is_same_file(const SourceFile& source, const std::string& path) {
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 && status.st_dev == source.status.st_dev &&
+           status.st_ino == source.status.st_ino;
+}
+
+std::vector<SourceFile> examine_all(const std::vector<std::string>& paths, const std::string& output) {
+    std::vector<SourceFile> sources;
+    std::set<std::string> names;
+    for (const std::string& path : paths) {
+        sources.push_back(examine_source(path));
+        const SourceFile& source = sources.back();
+        if (source.name.size() > LONGEST_NAME)
+            throw Refusal("the name " + source.name + " is longer than 255 bytes");
+        if (!names.insert(source.name).second)
+            throw Refusal("the name " + source.name + " comes twice");
+        if (is_same_file(source, output))
+            throw Refusal(output + " is one of the files to put into it");
+    }
+    return sources;
+}
+
+std::uint64_t archive_size(const std::vector<SourceFile>& sources) {
+    std::uint64_t size = std::char_traits<char>::length(MAGIC);
+    for (const SourceFile& source : sources)
+        size += entry_header(source).size() + source.size();
+    return size;
+}
+
+// The path behind all symbolic links, so that a link to an archive stays one.
+std::string real_path(const std::string& path) {
+    const std::unique_ptr<char, decltype(&std::free)> real(realpath(path.c_str(), nullptr), &std::free);
+    if (!real)
+        throw Refusal("cannot read " + path, errno);
+    return real.get();
+}
+
+} // namespace
+
+std::string entry_header(const SourceFile& source) {
+    return little_endian(source.name.size(), 1) + little_endian(source.size(), 8) +
+           little_endian(source.mode(), 2) + source.name;
+}
+
+std::vector<ArchiveEntry> create_archive(const std::string& output, const std::vector<std::string>& paths,
+                                         EVP_PKEY* key, std::ostream* terminal) {
+    const std::vector<SourceFile> sources = examine_all(paths, output);
+    std::vector<ArchiveEntry> entries;
+    ArchiveOutput archive(output, 0666, key, archive_size(sources), terminal);
+    archive.write(MAGIC);
+    for (const SourceFile& source : sources) {
+        archive.write(entry_header(source));
+        archive.write(source, 0);
+        entries.push_back({source.name, source.size(), source.mode()});
+    }
+    archive.finish();
+    return entries;
+}
+
+std::vector<ArchiveEntry> sign_archive(const std::string& path, EVP_PKEY* key, std::ostream* terminal) {
+    const SourceFile source = examine_source(real_path(path));
+    ArchiveTable table = read_archive_table(path);
+    if (!table.damage.empty())
+        throw Refusal(path + " is damaged: " + table.damage);
+    if (table.entries.empty())
+        throw Refusal(path + " holds no entry");
+    const std::uint64_t content = table.has_signature ? SIGNATURE_SIZE : 0;
+    ArchiveOutput archive(source.path, 0600, key, source.size() - content, terminal);
+    archive.write(source, content);
+    archive.take_over(source.status);
+    archive.finish();
+    return table.entries;
+}

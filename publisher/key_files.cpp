@@ -1,0 +1,53 @@
+#include "publisher/key_files.h"
+
+#include "publisher/refusal.h"
+
+#include <optional>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+std::optional<Passphrase> passphrase_from(const PassphraseSource& source, bool again) {
+    if (!source.file.empty())
+        return passphrase_from_file(source.file);
+    if (source.ask)
+        return passphrase_from_terminal(again);
+    return std::nullopt;
+}
+
+bool is_there(const std::string& path) {
+    struct stat status = {};
+    return lstat(path.c_str(), &status) == 0;
+}
+
+void check_free(const KeyPairFiles& files) {
+    if (files.private_path == files.public_path)
+        throw Refusal("the private and the public key need a file each");
+    for (const std::string& path : {files.private_path, files.public_path})
+        if (!files.replace && is_there(path))
+            throw Refusal(path + " is there already; --force replaces it");
+}
+
+} // namespace
+
+void make_key_pair(const KeyPairFiles& files, const PassphraseSource& source) {
+    check_free(files);
+    const std::optional<Passphrase> passphrase = passphrase_from(source, true);
+    const pkey_ptr key = generate_key();
+    const bool replaced = is_there(files.private_path);
+    write_private_key(files.private_path, key.get(), passphrase ? &*passphrase : nullptr);
+    try {
+        write_public_key(files.public_path, key.get());
+    } catch (const Refusal&) {
+        if (!replaced)
+            unlink(files.private_path.c_str());
+        throw;
+    }
+}
+
+pkey_ptr signing_key(const std::string& path, const PassphraseSource& source) {
+    const std::optional<Passphrase> passphrase = passphrase_from(source, false);
+    return read_private_key(path, passphrase ? &*passphrase : nullptr);
+}

@@ -1,0 +1,30 @@
+// Key files and passphrases as the command line names them.
+
+#ifndef PUBLISHER_KEY_FILES_H
+#define PUBLISHER_KEY_FILES_H
+
+#include "publisher/rsa_key.h"
+
+#include <string>
+
+// Where a passphrase comes from: a file, the terminal, or, with neither, there is none.
+struct PassphraseSource {
+    std::string file;
+    bool ask = false;
+};
+
+struct KeyPairFiles {
+    std::string private_path;
+    std::string public_path;
+    bool replace = false; // files that are there already
+};
+
+// Makes a key pair, the private half encrypted when there is a passphrase. Throws a Refusal when one of the
+// files is there already and not to be replaced, and when both are one. When the public half cannot be
+// written, a private half that replaced nothing is removed again.
+void make_key_pair(const KeyPairFiles& files, const PassphraseSource& passphrase);
+
+// Reads the private key for signing; see read_private_key.
+pkey_ptr signing_key(const std::string& path, const PassphraseSource& passphrase);
+
+#endif

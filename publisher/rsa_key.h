@@ -1,0 +1,36 @@
+// The key pairs that packages are signed with: RSA, 4096 bits, in PEM files.
+
+#ifndef PUBLISHER_RSA_KEY_H
+#define PUBLISHER_RSA_KEY_H
+
+#include "publisher/passphrase.h"
+
+#include <memory>
+#include <string>
+
+#include <openssl/evp.h>
+
+struct release_pkey {
+    void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
+};
+using pkey_ptr = std::unique_ptr<EVP_PKEY, release_pkey>;
+
+// A new RSA key pair of 4096 bits.
+pkey_ptr generate_key();
+
+// Writes the private half to the file `path` in PEM (PKCS #8), readable for its owner only from the first
+// moment, and encrypted when `passphrase` is not null. Throws a Refusal, leaving no new file, when it cannot
+// be written.
+void write_private_key(const std::string& path, EVP_PKEY* key, const Passphrase* passphrase);
+
+// Writes the public half to the file `path` in PEM ("PUBLIC KEY"). Throws like write_private_key.
+void write_public_key(const std::string& path, EVP_PKEY* key);
+
+// Reads a private RSA key of 4096 bits. `passphrase` may be null for a key that is not encrypted. Throws a
+// Refusal that says what the file lacks.
+pkey_ptr read_private_key(const std::string& path, const Passphrase* passphrase);
+
+// Throws a Refusal unless the file `path` holds a public RSA key of 4096 bits.
+void check_public_key(const std::string& path);
+
+#endif

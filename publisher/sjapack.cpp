@@ -1,0 +1,178 @@
+// sjapack: makes, signs, lists and verifies .sja packages. This unit knows the words; what they do is
+// elsewhere.
+
+#include "publisher/archive_check.h"
+#include "publisher/archive_table.h"
+#include "publisher/archive_writer.h"
+#include "publisher/key_files.h"
+#include "publisher/name_check.h"
+#include "publisher/progress.h"
+#include "publisher/refusal.h"
+
+#include <functional>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+namespace {
+
+enum exit_status { DONE = 0, REFUSED = 1, WRONG_WORDS = 2 };
+
+// What was typed.
+struct Words {
+    std::string archive;
+    std::vector<std::string> files;
+    KeyPairFiles pair;
+    std::string key;
+    PassphraseSource passphrase;
+};
+
+struct Command {
+    CLI::App* words;
+    std::function<void(const Words&)> run;
+};
+
+void warn_about(const std::string& path, const std::vector<ArchiveEntry>& entries) {
+    for (const std::string& warning : warnings_about(path, entries))
+        std::cerr << "sjapack: warning: " << warning << "\n";
+}
+
+void keygen(const Words& words) {
+    make_key_pair(words.pair, words.passphrase);
+    std::cout << "private key: " << words.pair.private_path << "\npublic key: " << words.pair.public_path
+              << "\n";
+}
+
+void create(const Words& words) {
+    pkey_ptr key;
+    if (!words.key.empty())
+        key = signing_key(words.key, words.passphrase);
+    const auto entries = create_archive(words.archive, words.files, key.get(), progress_terminal());
+    warn_about(words.archive, entries);
+    std::cout << words.archive << ": " << summary_of(key != nullptr, entries) << "\n";
+}
+
+void sign(const Words& words) {
+    const pkey_ptr key = signing_key(words.key, words.passphrase);
+    const auto entries = sign_archive(words.archive, key.get(), progress_terminal());
+    warn_about(words.archive, entries);
+    std::cout << words.archive << ": " << summary_of(true, entries) << "\n";
+}
+
+void list(const Words& words) {
+    const ArchiveTable table = read_archive_table(words.archive);
+    print_archive_table(table, std::cout);
+    if (!table.damage.empty())
+        throw Refusal(words.archive + " is damaged: " + table.damage);
+}
+
+void verify(const Words& words) {
+    verify_archive(words.archive, words.key, progress_terminal());
+    std::cout << words.archive << ": the signature is valid\n";
+}
+
+// `key` is the option that names the key which the passphrase is for; null where a command makes the key.
+void add_passphrase_options(CLI::App* command, Words& words, CLI::Option* key) {
+    CLI::Option* file = command->add_option("--passphrase-file", words.passphrase.file,
+                                            "The passphrase is the first line of FILE");
+    file->type_name("FILE");
+    CLI::Option* ask =
+        command->add_flag("--ask-passphrase", words.passphrase.ask, "Ask for the passphrase on the terminal");
+    ask->excludes(file);
+    if (key != nullptr) {
+        file->needs(key);
+        ask->needs(key);
+    }
+}
+
+CLI::Option* add_archive(CLI::App* command, const char* name, Words& words, const char* help) {
+    return command->add_option(name, words.archive, help)->required()->type_name("");
+}
+
+CLI::Option* add_key(CLI::App* command, Words& words, const char* help) {
+    return command->add_option("--key", words.key, help)->type_name("FILE");
+}
+
+Command keygen_words(CLI::App& app, Words& words) {
+    CLI::App* command = app.add_subcommand("keygen", "Make a pair of RSA keys of 4096 bits");
+    command->add_option("--private", words.pair.private_path, "Where the private key goes")
+        ->required()
+        ->type_name("FILE");
+    command->add_option("--public", words.pair.public_path, "Where the public key goes")
+        ->required()
+        ->type_name("FILE");
+    command->add_flag("--force", words.pair.replace, "Replace files that are there");
+    add_passphrase_options(command, words, nullptr);
+    return {command, keygen};
+}
+
+Command create_words(CLI::App& app, Words& words) {
+    CLI::App* command = app.add_subcommand("create", "Make an archive of files");
+    add_archive(command, "OUT", words, "The archive to make");
+    command->add_option("FILE", words.files, "The files, in their order in the archive")
+        ->required()
+        ->type_name("");
+    add_passphrase_options(command, words, add_key(command, words, "Sign the archive with this private key"));
+    return {command, create};
+}
+
+Command sign_words(CLI::App& app, Words& words) {
+    CLI::App* command = app.add_subcommand("sign", "Sign an archive, in place of a signature that it has");
+    add_archive(command, "FILE", words, "The archive");
+    add_passphrase_options(command, words, add_key(command, words, "The private key")->required());
+    return {command, sign};
+}
+
+Command list_words(CLI::App& app, Words& words) {
+    CLI::App* command = app.add_subcommand("list", "Show what an archive holds");
+    add_archive(command, "FILE", words, "The archive");
+    return {command, list};
+}
+
+Command verify_words(CLI::App& app, Words& words) {
+    CLI::App* command = app.add_subcommand("verify", "Check an archive's signature");
+    add_archive(command, "FILE", words, "The archive");
+    add_key(command, words, "The public key")->required();
+    return {command, verify};
+}
+
+int run_chosen(const std::vector<Command>& commands, const Words& words) {
+    for (const Command& command : commands)
+        if (command.words->parsed())
+            command.run(words);
+    if (!std::cout.flush())
+        throw Refusal("cannot write to standard output");
+    return DONE;
+}
+
+int parse_and_run(int argc, char** argv) {
+    CLI::App app("Makes, signs, lists and verifies .sja packages.", "sjapack");
+    app.set_version_flag("--version", "sjapack " QVREPO_VERSION);
+    app.require_subcommand(1);
+    Words words;
+    const std::vector<Command> commands = {keygen_words(app, words), create_words(app, words),
+                                           sign_words(app, words), list_words(app, words),
+                                           verify_words(app, words)};
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& help) {
+        return app.exit(help);
+    } catch (const CLI::ParseError& wrong) {
+        std::cerr << "sjapack: " << wrong.what() << " (sjapack --help shows the words)\n";
+        return WRONG_WORDS;
+    }
+    return run_chosen(commands, words);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return parse_and_run(argc, argv);
+    } catch (const std::exception& failure) {
+        std::cerr << "sjapack: " << failure.what() << "\n";
+        return REFUSED;
+    }
+}
