@@ -1,0 +1,185 @@
+"""qvmaster as a program: its words, its one line, and how it ends."""
+
+import json
+import signal
+import socket
+
+import pytest
+from world import (
+    HOST,
+    LONG_ITEMS,
+    PACKAGES,
+    ROOT,
+    TLS,
+    chunked_body,
+    creation_body,
+    raw_request,
+    read_answers,
+    read_slowly_begun,
+    read_to_end,
+    run_qvmaster,
+    send,
+    slow_client,
+)
+
+WORDS = ["--db", str(ROOT / "db"), "--tls", str(TLS)]
+
+
+def test_it_prints_one_line_when_it_accepts_connections(idle_master):
+    assert idle_master.start() == "qvmaster: accepting connections on [::]:1556\n"
+    assert idle_master.get().status == 200
+
+
+def test_it_can_listen_on_one_address_and_another_port(idle_master):
+    line = idle_master.start("--listen", "127.0.0.1", "--port", "0")
+    assert line.startswith("qvmaster: accepting connections on 127.0.0.1:") and idle_master.port != 1556
+    assert idle_master.get().status == 200
+    with pytest.raises(ConnectionRefusedError):
+        socket.create_connection(("::1", idle_master.port))
+
+
+@pytest.mark.parametrize("address", ["127.0.0.1", "::1"])
+def test_it_is_reached_over_both_families_of_addresses(master, address):
+    socket.create_connection((address, master.port)).close()
+
+
+@pytest.mark.parametrize("word", ["--help", "-h"])
+def test_help_tells_all_words(word):
+    outcome = run_qvmaster(word)
+    assert (outcome.stderr, outcome.status) == ("", 0)
+    for name in ("--db", "--tls", "--listen", "--port", "--repo", "--access-log", "--patience", "--version"):
+        assert f"{name} " in outcome.stdout
+
+
+def test_version_is_one_line():
+    outcome = run_qvmaster("--version")
+    assert (outcome.stdout.split()[0], outcome.stdout.count("\n"), outcome.stderr, outcome.status) == (
+        "qvmaster", 1, "", 0)  # fmt: skip
+
+
+@pytest.mark.parametrize(
+    "words",
+    [
+        [],
+        WORDS[:2],
+        WORDS[2:],
+        [*WORDS, "--port"],
+        [*WORDS, "--port", "x"],
+        [*WORDS, "--port", "-1"],
+        [*WORDS, "--port", "65536"],
+        [*WORDS, "--patience", "0"],
+        [*WORDS, "--colour", "red"],
+        [*WORDS, "more"],
+        [*WORDS, "--db"],
+    ],
+    ids=" ".join,
+)
+def test_wrong_words_are_refused_with_status_2(words):
+    outcome = run_qvmaster(*words)
+    assert (outcome.stdout, outcome.status) == ("", 2)
+    assert outcome.stderr.startswith("qvmaster: ") and outcome.stderr.count("\n") == 1
+    assert outcome.stderr.endswith(" (qvmaster --help tells the words)\n")
+    assert not (ROOT / "db").exists()
+
+
+def test_a_taken_port_is_refused(master):
+    outcome = run_qvmaster(*WORDS)
+    assert outcome == ("", "qvmaster: cannot listen on :: port 1556: Address already in use\n", 1)
+    assert master.get().status == 200
+
+
+@pytest.mark.parametrize("address", ["192.0.2.1", "nowhere.invalid"])
+def test_an_address_of_another_machine_is_refused(address):
+    outcome = run_qvmaster(*WORDS, "--listen", address)
+    assert (outcome.stdout, outcome.status) == ("", 1)
+    assert outcome.stderr.startswith(f"qvmaster: cannot listen on {address}") and outcome.stderr.count("\n") == 1
+
+
+def test_an_access_log_that_cannot_be_opened_is_refused():
+    outcome = run_qvmaster(*WORDS, "--access-log", str(ROOT / "missing/log"))
+    assert outcome == (
+        "", f"qvmaster: cannot open the access log {ROOT}/missing/log: No such file or directory\n", 1
+    )  # fmt: skip
+
+
+def test_a_full_access_log_is_reported_and_stops_nothing(idle_master):
+    idle_master.access_log.symlink_to("/dev/full")
+    idle_master.start()
+    assert idle_master.get().status == 200
+    assert idle_master.problems() == ["qvmaster: cannot write the access log: No space left on device"]
+    idle_master.access_log.unlink()
+
+
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
+def test_a_stop_signal_ends_it_with_status_0(master, number):
+    master.register("a.sja")
+    master.process.send_signal(number)
+    assert master.wait() == 0
+    assert not (ROOT / "qvmaster.db-wal").exists()
+
+
+def test_idle_clients_do_not_delay_the_end(idle_master):
+    idle_master.start("--patience", "3600")
+    idle, silent = idle_master.connect(), socket.create_connection((HOST, idle_master.port))
+    send(idle, "GET", PACKAGES)
+    assert idle_master.stop() == 0
+    idle.close()
+    silent.close()
+
+
+def await_refusal_of_connections(master):
+    while True:
+        try:
+            socket.create_connection((HOST, master.port)).close()
+        except (ConnectionRefusedError, ConnectionResetError):
+            return
+
+
+def test_a_list_under_way_is_finished_before_the_end(master):
+    master.register_many(1000, name="{}.sja", items=LONG_ITEMS)
+    with slow_client(master) as client:
+        client.sendall(raw_request("GET", PACKAGES))
+        beginning = client.recv(1000)
+        master.terminate()
+        await_refusal_of_connections(master)
+        packages = json.loads(chunked_body(beginning + read_slowly_begun(client)))["data"]
+    assert len(packages) == 1000
+    assert master.wait() == 0
+
+
+def test_a_creation_under_way_is_finished_before_the_end(master):
+    request = raw_request("POST", PACKAGES, json.dumps(creation_body("a.sja")).encode())
+    with master.open_tls() as client:
+        client.sendall(raw_request("GET", PACKAGES) + request[:-20])
+        read_answers(client, 1)
+        master.terminate()
+        await_refusal_of_connections(master)
+        client.sendall(request[-20:])
+        (answer,) = read_answers(client, 1)
+        assert read_to_end(client) == b""
+    assert answer.status == 201
+    assert master.wait() == 0
+    assert [package["packageFileName"] for package in master.packages()] == ["a.sja"]
+
+
+def test_half_open_clients_do_not_keep_others_waiting(idle_master):
+    idle_master.start("--patience", "3600")
+    silent = [socket.create_connection((HOST, idle_master.port)) for _ in range(300)]
+    stalled = [idle_master.open_tls() for _ in range(50)]
+    for client in stalled:
+        client.sendall(raw_request("POST", PACKAGES)[:-2] + b"Content-Length: 10\r\n\r\n{")
+    assert idle_master.register("a.sja")["id"] == "1"
+    assert idle_master.get().status == 200
+    for client in silent + stalled:
+        client.close()
+
+
+def test_two_hundred_clients_at_once_are_all_served(master):
+    clients = [master.open_tls() for _ in range(200)]
+    for i, client in enumerate(clients):
+        client.sendall(raw_request("POST", PACKAGES, json.dumps(creation_body(f"{i}.sja")).encode()))
+    statuses = [read_answers(client, 1)[0].status for client in clients]
+    for client in clients:
+        client.close()
+    assert statuses == [201] * 200
+    assert [package["id"] for package in master.packages()] == list(range(1, 201))

@@ -1,0 +1,38 @@
+"""The program with other seam units linked in their place: callers follow whatever T answers."""
+
+import subprocess
+
+import pytest
+from world import PROGRAMS, ROOT
+
+COMMANDS = [["-list"], ["-pkgDetails", "1"], ["-delete", "1"]]
+NO_REPOSITORY = ("", "Error: Package repository location does not exist.\n", 7217 & 0xFF)
+NOT_ADMINISTRATOR = ("", "Error: must be administrator.\n", 132)
+
+
+def run(program, *words):
+    done = subprocess.run([PROGRAMS / "swapped" / program, *words], capture_output=True, text=True, check=False)
+    return done.stdout, done.stderr, done.returncode
+
+
+@pytest.mark.parametrize("words", COMMANDS)
+def test_where_no_path_exists_a_command_finds_no_repository_though_it_is_there(words):
+    assert (ROOT / "var/global/repo").is_dir()
+    assert run("qvrepo_without_repository", *words) == NO_REPOSITORY
+
+
+def test_where_no_path_exists_the_file_to_add_is_missing(tmp_path):
+    (tmp_path / "a.sja").write_bytes(b"JANK")
+    assert run("qvrepo_without_repository", "-add", tmp_path / "a.sja") == (
+        "", "Error: A required file or directory was not found. Input file path does not exist.\n", 7225 & 0xFF)
+
+
+@pytest.mark.parametrize("words", [*COMMANDS, ["-add", "/tmp/a.sja"]])
+def test_where_nobody_is_administrator_no_command_goes_on(words):
+    assert run("qvrepo_without_administrator", *words) == NOT_ADMINISTRATOR
+
+
+@pytest.mark.parametrize("words", [["-list", "x"], ["-pkgDetails"], ["-delete"], ["-add"]])
+def test_where_nobody_is_administrator_wrong_words_are_still_told_first(words):
+    stdout, stderr, status = run("qvrepo_without_administrator", *words)
+    assert stdout.startswith("\nUsage: ") and (stderr, status) == ("Error: invalid command parameter\n", 20)

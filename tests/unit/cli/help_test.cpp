@@ -1,0 +1,64 @@
+#include "cli/help.h"
+#include "cli/message_buffers.h"
+#include "cli/placeholders.h"
+#include "tests/support/command_world.h"
+
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <regex>
+
+namespace {
+
+// What `run` writes to standard output, by stream or by C calls.
+template <typename Run>
+std::string standard_output_of(Run run) {
+    testing::internal::CaptureStdout();
+    run();
+    std::cout.flush();
+    std::fflush(stdout);
+    return testing::internal::GetCapturedStdout();
+}
+
+TEST(Help, IsSixTextsWithTheirOwnLineEnds) {
+    std::ostringstream out;
+    showHelp(out);
+    EXPECT_EQ(out.str(), HELP_TEXT);
+    EXPECT_STREQ(outline, "qvrepo -h | -help\n");
+}
+
+TEST(Validate, WithoutWordsSaysThatItIsNotYetImplemented) {
+    EXPECT_EQ(standard_output_of([] { EXPECT_EQ(validatePackagesCmd(0, nullptr), 0); }),
+              "qvrepo -validate is not yet implemented.\n");
+}
+
+TEST(Validate, WithWordsPrintsTheAddressOfTheWordsAndTheHelp) {
+    const char* words[] = {"x", nullptr};
+    const std::string output = standard_output_of([&] { EXPECT_EQ(validatePackagesCmd(1, words), 1); });
+    std::ostringstream address;
+    address << static_cast<void*>(words);
+    EXPECT_EQ(output, address.str() + "\n" + HELP_TEXT);
+    EXPECT_TRUE(std::regex_search(output, std::regex("^0x[0-9a-f]+\n")));
+}
+
+TEST(GetPkg, WithAnIdAndADestinationSaysThatItIsNotYetImplemented) {
+    const char* words[] = {"42", "-dest", "/tmp"};
+    EXPECT_EQ(standard_output_of([&] { EXPECT_EQ(getPackageCmd(3, words), 0); }),
+              "qvrepo -getPkg 42 -dest /tmp is not yet implemented.\n");
+}
+
+TEST(GetPkg, WithAnythingElsePrintsTheHelp) {
+    const std::vector<std::vector<const char*>> wrong = {{},
+                                                         {"42"},
+                                                         {"42", "-dest"},
+                                                         {"42", "-Dest", "/tmp"},
+                                                         {"-dest", "42", "/tmp"},
+                                                         {"42", "-dest", "/tmp", "x"}};
+    for (auto words : wrong)
+        EXPECT_EQ(standard_output_of(
+                      [&] { EXPECT_EQ(getPackageCmd(static_cast<int>(words.size()), words.data()), 1); }),
+                  HELP_TEXT)
+            << words.size();
+}
+
+} // namespace

@@ -1,0 +1,148 @@
+// The signature check of a package file, with the key where the product installs it.
+
+#include "files/QvRepoHelper.h"
+
+#include "tests/support/log_capture.h"
+#include "tests/support/product_root.h"
+#include "tests/support/real_helpers.h"
+#include "tests/support/signing_key.h"
+#include "tests/support/sja_builder.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using ::testing::ElementsAre;
+
+namespace {
+
+class PackageVerification : public ::testing::Test {
+  protected:
+    PackageVerification() {
+        seam_with_real_helpers();
+        ProductRoot::install_key(SigningKey::publisher().public_pem());
+        write_file(path_, SigningKey::publisher().signed_bytes(sja_bytes({{"one", "12345"}})));
+    }
+
+    LogRecord record(int level, const std::string& text) const {
+        return {level, "QvRepoHelper::verifySja", text};
+    }
+    LogRecord trying() const { return record(4, "Trying to get Pubkey [" + ProductRoot::key_file() + "]"); }
+    LogRecord found() const { return record(4, "Public key found. Proceeding with verification"); }
+    LogRecord no_key() const { return record(16, "Public key [" + ProductRoot::key_file() + "] not found."); }
+    LogRecord invalid() const { return record(16, "Signature invalid for SJA file [" + path_ + "]."); }
+
+    int verify() const { return QvRepoHelper::verifySja(path_.c_str()); }
+
+    ProductRoot root_;
+    TemporaryDirectory directory_;
+    std::string path_ = directory_.path("pack.sja");
+    LogCapture log_;
+};
+
+} // namespace
+
+TEST_F(PackageVerification, AcceptsASignedPackage) {
+    EXPECT_EQ(verify(), 0);
+    EXPECT_THAT(log_.records(), ElementsAre(trying(), found(),
+                                            record(4, "Signature of SJA file [" + path_ + "] is verified.")));
+    EXPECT_THAT(seam().calls,
+                ElementsAre("pathExists(" + path_ + ")", "pathExists(" + ProductRoot::key_file() + ")"));
+}
+
+TEST_F(PackageVerification, Reports7225ForAMissingPackage) {
+    std::filesystem::remove(path_);
+    EXPECT_EQ(verify(), 7225);
+    EXPECT_THAT(log_.records(),
+                ElementsAre(record(16, "Failed to read package content. Supplied .sja file does not "
+                                       "exist: [" +
+                                           path_ + "].")));
+    EXPECT_EQ(QvRepoHelper::verifySja(nullptr), 7225);
+}
+
+TEST_F(PackageVerification, Reports7237ForAMissingKey) {
+    std::filesystem::remove(ProductRoot::key_file());
+    EXPECT_EQ(verify(), 7237);
+    EXPECT_THAT(log_.records(), ElementsAre(no_key()));
+}
+
+TEST_F(PackageVerification, Reports7237ForAnEmptyKeyFile) {
+    ProductRoot::install_key("");
+    EXPECT_EQ(verify(), 7237);
+    EXPECT_THAT(log_.records(), ElementsAre(trying(), no_key()));
+}
+
+TEST_F(PackageVerification, ReadsAKeyFileOf65535BytesAndReports7237ForOneByteMore) {
+    const std::string pem = SigningKey::publisher().public_pem();
+    ProductRoot::install_key(pem + std::string(65535 - pem.size(), '\n'));
+    EXPECT_EQ(verify(), 0);
+    ProductRoot::install_key(pem + std::string(65536 - pem.size(), '\n'));
+    EXPECT_EQ(verify(), 7237);
+}
+
+TEST_F(PackageVerification, Reports7237ForAKeyThatIsAFolder) {
+    std::filesystem::remove(ProductRoot::key_file());
+    std::filesystem::create_directory(ProductRoot::key_file());
+    EXPECT_EQ(verify(), 7237);
+    EXPECT_THAT(log_.records(), ElementsAre(trying(), no_key()));
+}
+
+TEST_F(PackageVerification, Reports7236ForAKeyFileWithoutAKey) {
+    ProductRoot::install_key("no key, but of a reasonable size\n");
+    EXPECT_EQ(verify(), 7236);
+    EXPECT_THAT(log_.records(), ElementsAre(trying(), found(), invalid()));
+}
+
+TEST_F(PackageVerification, Reports7236ForAnotherKey) {
+    ProductRoot::install_key(SigningKey::stranger().public_pem());
+    EXPECT_EQ(verify(), 7236);
+}
+
+TEST_F(PackageVerification, Reports7236ForAChangedPackage) {
+    flip_byte(path_, std::filesystem::file_size(path_) - 1);
+    EXPECT_EQ(verify(), 7236);
+    EXPECT_THAT(log_.records(), ElementsAre(trying(), found(), invalid()));
+}
+
+TEST_F(PackageVerification, Reports7236ForAnUnsignedPackage) {
+    write_file(path_, sja_bytes({{"one", std::string(2000, 'x')}}));
+    EXPECT_EQ(verify(), 7236);
+}
+
+TEST_F(PackageVerification, Reports7236ForAShortFileAndForAFolder) {
+    write_file(path_, std::string(511, 's'));
+    EXPECT_EQ(verify(), 7236);
+    std::filesystem::remove(path_);
+    std::filesystem::create_directory(path_);
+    EXPECT_EQ(verify(), 7236);
+    EXPECT_THAT(log_.records(), ElementsAre(trying(), found(), invalid(), trying(), found(), invalid()));
+}
+
+TEST_F(PackageVerification, OpensAQuotedPathWithoutItsQuotes) {
+    // The path as given is only asked for its existence, and named in the success message.
+    const std::string quoted = "\"" + path_ + "\"";
+    seam().pathExists = [](const char*) { return true; };
+    EXPECT_EQ(QvRepoHelper::verifySja(quoted.c_str()), 0);
+    EXPECT_THAT(
+        log_.records(),
+        ElementsAre(trying(), found(), record(4, "Signature of SJA file [" + quoted + "] is verified.")));
+
+    flip_byte(path_, 0);
+    EXPECT_EQ(QvRepoHelper::verifySja(quoted.c_str()), 7236);
+    EXPECT_EQ(log_.records().back(), invalid());
+}
+
+TEST_F(PackageVerification, Reports7235ForAPackageThatCannotBeOpened) {
+    std::filesystem::remove(path_);
+    const std::string quoted = "\"" + path_ + "\"";
+    seam().pathExists = [](const char*) { return true; };
+    EXPECT_EQ(QvRepoHelper::verifySja(quoted.c_str()), 7235);
+    EXPECT_THAT(log_.records(), ElementsAre(trying(), found(),
+                                            record(16, "Could not open SJA file at path [" + path_ + "].")));
+}
+
+TEST_F(PackageVerification, LeavesThePackageAlone) {
+    const std::string before = read_file(path_);
+    verify();
+    EXPECT_EQ(read_file(path_), before);
+    EXPECT_THAT(directory_.names(), ElementsAre("pack.sja"));
+}

@@ -1,0 +1,515 @@
+#include "platform/file_ops.h"
+
+#include "platform/file_descriptor.h"
+#include "tests/support/temporary_directory.h"
+#include "tests/unit/platform/system_faults.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <memory>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using Names = std::vector<std::string>;
+
+// A private file system on a folder, gone with its owner.
+class Mounted {
+  public:
+    Mounted(std::string folder, const char* options) : folder_(std::move(folder)) {
+        if (mount("test", folder_.c_str(), "tmpfs", 0, options) != 0)
+            throw std::runtime_error("cannot mount on " + folder_);
+    }
+    Mounted(const Mounted&) = delete;
+    Mounted& operator=(const Mounted&) = delete;
+    ~Mounted() { umount(folder_.c_str()); }
+
+    void make_read_only() const {
+        if (mount("test", folder_.c_str(), "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr) != 0)
+            throw std::runtime_error("cannot remount " + folder_);
+    }
+
+  private:
+    std::string folder_;
+};
+
+// Several buffers long, no two of them alike, and ending in the middle of one.
+std::string long_text() {
+    std::string text;
+    while (text.size() < 700000)
+        text += std::to_string(text.size()) + " ";
+    return text;
+}
+
+mode_t mode_of(const std::string& path) {
+    struct stat status {};
+    EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
+    return status.st_mode & 07777U;
+}
+
+class FileCopy : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        std::filesystem::create_directory(folder_.path("repo"));
+        write_file(from_, long_text());
+    }
+    void TearDown() override {
+        faults().reset();
+        umask(old_mask_);
+    }
+
+    int copy() const { return fileCOPY(from_.c_str(), to_.c_str()); }
+
+    // What lies in the destination's folder.
+    Names repository() const {
+        Names names;
+        for (const auto& entry : std::filesystem::directory_iterator(folder_.path("repo")))
+            names.push_back(entry.path().filename().string());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    // Copies in a process of its own that the prepared fault kills.
+    void copy_until_killed() const {
+        const pid_t child = fork();
+        if (child == 0)
+            _exit(copy());
+        int status = 0;
+        waitpid(child, &status, 0);
+        ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
+    }
+
+    TemporaryDirectory folder_;
+    std::string from_ = folder_.path("source.sja");
+    std::string to_ = folder_.path("repo/package.sja");
+    mode_t old_mask_ = umask(022);
+};
+
+// The same where the destination's file system has no nameless files.
+class NamedFileCopy : public FileCopy {
+  protected:
+    void SetUp() override {
+        FileCopy::SetUp();
+        faults().unknown_open_flags = O_TMPFILE & ~O_DIRECTORY;
+    }
+};
+
+TEST_F(FileCopy, BringsEveryByteUnderTheNewName) {
+    EXPECT_EQ(copy(), 0);
+    EXPECT_TRUE(read_file(to_) == long_text());
+    EXPECT_TRUE(read_file(from_) == long_text());
+    EXPECT_EQ(repository(), Names{"package.sja"});
+}
+
+TEST_F(FileCopy, OfAnEmptyFileIsEmpty) {
+    write_file(from_, "");
+    EXPECT_EQ(copy(), 0);
+    EXPECT_EQ(read_file(to_), "");
+}
+
+TEST_F(FileCopy, ReplacesAnEarlierFile) {
+    write_file(to_, "earlier");
+    EXPECT_EQ(copy(), 0);
+    EXPECT_TRUE(read_file(to_) == long_text());
+    EXPECT_EQ(repository(), Names{"package.sja"});
+}
+
+TEST_F(FileCopy, LeavesOtherNamesOfAnEarlierFileWithIt) {
+    write_file(to_, "earlier");
+    std::filesystem::create_hard_link(to_, folder_.path("other"));
+    EXPECT_EQ(copy(), 0);
+    EXPECT_EQ(read_file(folder_.path("other")), "earlier");
+}
+
+TEST_F(FileCopy, ReplacesASymbolicLinkAndDoesNotFollowIt) {
+    write_file(folder_.path("target"), "untouched");
+    std::filesystem::create_symlink(folder_.path("target"), to_);
+    EXPECT_EQ(copy(), 0);
+    EXPECT_EQ(read_file(folder_.path("target")), "untouched");
+    EXPECT_FALSE(std::filesystem::is_symlink(to_));
+    EXPECT_TRUE(read_file(to_) == long_text());
+}
+
+TEST_F(FileCopy, ReplacesADanglingSymbolicLink) {
+    std::filesystem::create_symlink(folder_.path("nowhere"), to_);
+    EXPECT_EQ(copy(), 0);
+    EXPECT_TRUE(read_file(to_) == long_text());
+    EXPECT_FALSE(std::filesystem::exists(folder_.path("nowhere")));
+}
+
+TEST_F(FileCopy, OntoItselfLosesNothing) {
+    EXPECT_EQ(fileCOPY(from_.c_str(), from_.c_str()), 0);
+    EXPECT_TRUE(read_file(from_) == long_text());
+    std::filesystem::create_hard_link(from_, to_);
+    EXPECT_EQ(copy(), 0);
+    EXPECT_TRUE(read_file(from_) == long_text());
+    EXPECT_TRUE(read_file(to_) == long_text());
+    EXPECT_EQ(folder_.names(), (Names{"repo/", "repo/package.sja", "source.sja"}));
+}
+
+TEST_F(FileCopy, FollowsASymbolicLinkToItsSource) {
+    std::filesystem::create_symlink(from_, folder_.path("link"));
+    EXPECT_EQ(fileCOPY(folder_.path("link").c_str(), to_.c_str()), 0);
+    EXPECT_TRUE(read_file(to_) == long_text());
+}
+
+TEST_F(FileCopy, HasTheSourcesPermissionsLessSetIdBitsAndMask) {
+    struct Row {
+        mode_t source;
+        mode_t mask;
+        mode_t expected;
+    };
+    for (const Row& row :
+         {Row{0644, 022, 0644}, Row{0666, 022, 0644}, Row{0755, 022, 0755}, Row{0600, 022, 0600},
+          Row{0444, 022, 0444}, Row{06755, 022, 0755}, Row{04711, 0, 0711}, Row{0777, 077, 0700}}) {
+        for (const int unknown_flags : {0, O_TMPFILE & ~O_DIRECTORY}) {
+            faults().unknown_open_flags = unknown_flags;
+            ASSERT_EQ(chmod(from_.c_str(), row.source), 0);
+            umask(row.mask);
+            EXPECT_EQ(copy(), 0);
+            EXPECT_EQ(mode_of(to_), row.expected) << std::oct << row.source << " less " << row.mask;
+        }
+    }
+}
+
+TEST_F(FileCopy, TakesAPathWithoutAFolder) {
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(folder_.path("repo"));
+    EXPECT_EQ(fileCOPY(from_.c_str(), "package.sja"), 0);
+    std::filesystem::current_path(before);
+    EXPECT_EQ(repository(), Names{"package.sja"});
+}
+
+TEST_F(FileCopy, TakesTheLongestNames) {
+    const std::string name(255, 'n');
+    const std::string path = folder_.path("repo/" + name);
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(fileCOPY(from_.c_str(), path.c_str()), 0) << "copy " << i;
+    EXPECT_EQ(repository(), Names{name});
+    EXPECT_EQ(fileCOPY(from_.c_str(), (path + "n").c_str()), ENAMETOOLONG);
+}
+
+TEST_F(FileCopy, OfAMissingSourceLeavesNothing) {
+    EXPECT_EQ(fileCOPY(folder_.path("missing").c_str(), to_.c_str()), ENOENT);
+    EXPECT_EQ(repository(), Names{});
+}
+
+TEST_F(FileCopy, OfWhatIsNoRegularFileLeavesNothing) {
+    EXPECT_EQ(fileCOPY(folder_.path().c_str(), to_.c_str()), EISDIR);
+    ASSERT_EQ(mkfifo(folder_.path("pipe").c_str(), 0600), 0);
+    EXPECT_EQ(fileCOPY(folder_.path("pipe").c_str(), to_.c_str()), EINVAL);
+    EXPECT_EQ(fileCOPY("/dev/zero", to_.c_str()), EINVAL);
+    EXPECT_EQ(repository(), Names{});
+}
+
+TEST_F(FileCopy, IntoAMissingFolderFails) {
+    EXPECT_EQ(fileCOPY(from_.c_str(), folder_.path("none/package.sja").c_str()), ENOENT);
+    EXPECT_EQ(fileCOPY(from_.c_str(), (from_ + "/package.sja").c_str()), ENOTDIR);
+    EXPECT_EQ(folder_.names(), (Names{"repo/", "source.sja"}));
+}
+
+TEST_F(FileCopy, OntoAFolderFails) {
+    std::filesystem::create_directory(to_);
+    EXPECT_EQ(copy(), EISDIR);
+    EXPECT_EQ(fileCOPY(from_.c_str(), folder_.path("repo/").c_str()), EISDIR);
+    EXPECT_EQ(fileCOPY(from_.c_str(), folder_.path("repo/.").c_str()), EISDIR);
+    EXPECT_EQ(fileCOPY(from_.c_str(), folder_.path("repo/..").c_str()), EISDIR);
+    EXPECT_EQ(fileCOPY(from_.c_str(), ""), EISDIR);
+    EXPECT_EQ(repository(), Names{"package.sja"});
+}
+
+TEST_F(FileCopy, OfANullPathFails) {
+    EXPECT_EQ(fileCOPY(nullptr, to_.c_str()), EINVAL);
+    EXPECT_EQ(fileCOPY(from_.c_str(), nullptr), EINVAL);
+}
+
+TEST_F(FileCopy, IntoAReadOnlyFolderLeavesTheEarlierFile) {
+    const Mounted repository_volume(folder_.path("repo"), "size=1m");
+    write_file(to_, "earlier");
+    repository_volume.make_read_only();
+    EXPECT_EQ(copy(), EROFS);
+    EXPECT_EQ(read_file(to_), "earlier");
+    EXPECT_EQ(repository(), Names{"package.sja"});
+}
+
+TEST_F(FileCopy, OntoAFullVolumeLeavesTheEarlierFile) {
+    const Mounted repository_volume(folder_.path("repo"), "size=64k");
+    write_file(to_, "earlier");
+    EXPECT_EQ(copy(), ENOSPC);
+    EXPECT_EQ(read_file(to_), "earlier");
+    EXPECT_EQ(repository(), Names{"package.sja"});
+}
+
+TEST_F(NamedFileCopy, OntoAFullVolumeLeavesTheEarlierFile) {
+    const Mounted repository_volume(folder_.path("repo"), "size=64k");
+    write_file(to_, "earlier");
+    EXPECT_EQ(copy(), ENOSPC);
+    EXPECT_EQ(read_file(to_), "earlier");
+    EXPECT_EQ(repository(), Names{"package.sja"});
+}
+
+TEST_F(NamedFileCopy, BringsEveryByteUnderTheNewName) {
+    EXPECT_EQ(copy(), 0);
+    EXPECT_TRUE(read_file(to_) == long_text());
+    EXPECT_EQ(repository(), Names{"package.sja"});
+    EXPECT_EQ(faults().count("linkat"), 0);
+}
+
+TEST_F(NamedFileCopy, ReplacesAnEarlierFileAndDoesNotFollowALink) {
+    write_file(folder_.path("target"), "untouched");
+    std::filesystem::create_symlink(folder_.path("target"), to_);
+    EXPECT_EQ(copy(), 0);
+    EXPECT_EQ(read_file(folder_.path("target")), "untouched");
+    EXPECT_TRUE(read_file(to_) == long_text());
+    EXPECT_EQ(repository(), Names{"package.sja"});
+}
+
+// Each system call of a copy fails in turn, with and without an earlier file, with and without nameless
+// files.
+TEST_F(FileCopy, ThatFailsInAnyStepLeavesNothingAndKeepsTheEarlierFile) {
+    struct Step {
+        const char* call;
+        int passed;
+        bool nameless;
+        bool earlier;
+    };
+    for (const Step& step :
+         {Step{"openat", 0, true, false}, Step{"openat", 0, true, true}, Step{"openat", 1, false, true},
+          Step{"read", 0, true, true}, Step{"read", 0, false, true}, Step{"write", 1, true, false},
+          Step{"write", 1, true, true}, Step{"write", 1, false, false}, Step{"write", 1, false, true},
+          Step{"fsync", 0, true, false}, Step{"fsync", 0, true, true}, Step{"fsync", 0, false, true},
+          Step{"linkat", 0, true, false}, Step{"linkat", 1, true, true}, Step{"renameat", 0, true, true},
+          Step{"renameat", 0, false, false}, Step{"renameat", 0, false, true}}) {
+        faults().reset();
+        std::filesystem::remove(to_);
+        if (step.earlier)
+            write_file(to_, "earlier");
+        faults().unknown_open_flags = step.nameless ? 0 : O_TMPFILE & ~O_DIRECTORY;
+        faults().fail_always("copy_file_range", EXDEV);
+        faults().fail_next(step.call, EIO, step.passed);
+        EXPECT_EQ(copy(), EIO) << step.call << " " << step.nameless << step.earlier;
+        EXPECT_EQ(repository(), step.earlier ? Names{"package.sja"} : Names{}) << step.call;
+        if (step.earlier) {
+            EXPECT_EQ(read_file(to_), "earlier") << step.call;
+        }
+    }
+}
+
+TEST_F(FileCopy, WhoseFolderCannotBeFlushedLeavesNothing) {
+    faults().fail_next("fsync", EIO, 1);
+    EXPECT_EQ(copy(), EIO);
+    EXPECT_EQ(repository(), Names{});
+}
+
+TEST_F(FileCopy, SucceedsWhereFoldersAreNotFlushed) {
+    faults().fail_next("fsync", EINVAL, 1);
+    EXPECT_EQ(copy(), 0);
+    EXPECT_EQ(repository(), Names{"package.sja"});
+}
+
+TEST_F(FileCopy, FlushesFileAndFolder) {
+    EXPECT_EQ(copy(), 0);
+    EXPECT_EQ(faults().count("fsync"), 2);
+}
+
+TEST_F(FileCopy, SharesBlocksWhereTheFileSystemCan) {
+    // Without a file system that shares blocks under the test, the call that would do it is made to fail or
+    // not.
+    faults().fail_next("ioctl", EOPNOTSUPP);
+    EXPECT_EQ(copy(), 0);
+    EXPECT_EQ(faults().count("ioctl"), 1);
+    EXPECT_GE(faults().count("copy_file_range"), 1);
+    EXPECT_EQ(faults().count("write"), 0) << "what the kernel has copied is not copied again";
+}
+
+TEST_F(FileCopy, GoesThroughABufferWhereTheKernelDoesNotCopy) {
+    for (const int error : {EXDEV, EINVAL, ENOSYS, EOPNOTSUPP, EPERM, EBADF, EIO}) {
+        faults().reset();
+        faults().fail_always("copy_file_range", error);
+        EXPECT_EQ(copy(), 0) << error;
+        EXPECT_TRUE(read_file(to_) == long_text()) << error;
+    }
+}
+
+TEST_F(FileCopy, GoesOnThroughABufferWhereTheKernelEndsEarly) {
+    for (const std::size_t moved : {0UL, 1UL, 300000UL}) {
+        faults().reset();
+        faults().copy_limit = moved;
+        EXPECT_EQ(copy(), 0) << moved;
+        EXPECT_TRUE(read_file(to_) == long_text()) << moved;
+    }
+}
+
+TEST_F(FileCopy, GoesOnAfterASignal) {
+    faults().fail_next("copy_file_range", EINTR);
+    EXPECT_EQ(copy(), 0);
+    EXPECT_EQ(faults().count("write"), 0);
+    faults().reset();
+    faults().fail_always("copy_file_range", EXDEV);
+    faults().fail_next("read", EINTR, 1);
+    faults().fail_next("write", EINTR, 1);
+    EXPECT_EQ(copy(), 0);
+    EXPECT_TRUE(read_file(to_) == long_text());
+}
+
+TEST_F(FileCopy, CrossesVolumes) {
+    const Mounted repository_volume(folder_.path("repo"), "size=4m");
+    EXPECT_EQ(copy(), 0);
+    EXPECT_TRUE(read_file(to_) == long_text());
+}
+
+TEST_F(FileCopy, NamesTheFileThroughProcWhereItMayNotByItself) {
+    faults().fail_next("linkat", ENOENT);
+    EXPECT_EQ(copy(), 0);
+    EXPECT_EQ(repository(), Names{"package.sja"});
+}
+
+TEST_F(FileCopy, KilledWhileItWritesLeavesNothing) {
+    for (const char* call : {"copy_file_range", "fsync", "linkat"}) {
+        faults().reset();
+        faults().kill_at(call);
+        copy_until_killed();
+        EXPECT_EQ(repository(), Names{}) << call;
+    }
+}
+
+TEST_F(FileCopy, KilledBetweenTheTwoNamesLeavesAHiddenOneThatTheNextCopyRemoves) {
+    write_file(to_, "earlier");
+    faults().kill_at("renameat");
+    copy_until_killed();
+    EXPECT_EQ(repository(), (Names{".package.sja.part", "package.sja"}));
+    EXPECT_EQ(read_file(to_), "earlier");
+
+    faults().reset();
+    std::filesystem::remove(to_);
+    EXPECT_EQ(copy(), 0);
+    EXPECT_EQ(repository(), Names{"package.sja"});
+    EXPECT_TRUE(read_file(to_) == long_text());
+}
+
+TEST_F(NamedFileCopy, KilledWhileItWritesLeavesAHiddenNameThatTheNextCopyRemoves) {
+    faults().kill_at("copy_file_range");
+    copy_until_killed();
+    EXPECT_EQ(repository(), Names{".package.sja.part"});
+    faults().reset();
+    faults().unknown_open_flags = O_TMPFILE & ~O_DIRECTORY;
+    EXPECT_EQ(copy(), 0);
+    EXPECT_EQ(repository(), Names{"package.sja"});
+    EXPECT_TRUE(read_file(to_) == long_text());
+}
+
+TEST_F(FileCopy, DoesNotFollowALinkUnderTheTemporaryName) {
+    write_file(folder_.path("target"), "untouched");
+    for (const int unknown_flags : {0, O_TMPFILE & ~O_DIRECTORY}) {
+        faults().unknown_open_flags = unknown_flags;
+        write_file(to_, "earlier");
+        std::filesystem::create_symlink(folder_.path("target"), folder_.path("repo/.package.sja.part"));
+        EXPECT_EQ(copy(), 0);
+        EXPECT_EQ(read_file(folder_.path("target")), "untouched");
+        EXPECT_EQ(repository(), Names{"package.sja"});
+    }
+}
+
+TEST_F(NamedFileCopy, ByManyProcessesAtOnceEndsWithOneWholeFile) {
+    constexpr int processes = 6;
+    for (int i = 0; i < processes; ++i) {
+        write_file(folder_.path("source" + std::to_string(i)),
+                   std::string(400000, static_cast<char>('a' + i)));
+        if (fork() == 0) {
+            int failures = 0;
+            for (int n = 0; n < 5; ++n)
+                failures +=
+                    fileCOPY(folder_.path("source" + std::to_string(i)).c_str(), to_.c_str()) == 0 ? 0 : 1;
+            _exit(failures);
+        }
+    }
+    for (int i = 0; i < processes; ++i) {
+        int status = -1;
+        wait(&status);
+        EXPECT_EQ(status, 0) << "no copy takes the name from another";
+    }
+    const std::string text = read_file(to_);
+    EXPECT_TRUE(text == std::string(400000, text[0]));
+    EXPECT_EQ(repository(), Names{"package.sja"});
+}
+
+TEST(FileDelete, RemovesTheFileAndNothingElse) {
+    const TemporaryDirectory folder;
+    write_file(folder.path("a"), "");
+    write_file(folder.path("b"), "");
+    EXPECT_EQ(fileDELETE(folder.path("a").c_str()), 0);
+    EXPECT_EQ(folder.names(), Names{"b"});
+}
+
+TEST(FileDelete, RemovesALinkAndNotItsTarget) {
+    const TemporaryDirectory folder;
+    write_file(folder.path("target"), "");
+    std::filesystem::create_symlink(folder.path("target"), folder.path("link"));
+    EXPECT_EQ(fileDELETE(folder.path("link").c_str()), 0);
+    EXPECT_EQ(folder.names(), Names{"target"});
+}
+
+TEST(FileDelete, TellsWhyItFailed) {
+    const TemporaryDirectory folder;
+    std::filesystem::create_directory(folder.path("folder"));
+    EXPECT_EQ(fileDELETE(folder.path("missing").c_str()), ENOENT);
+    EXPECT_EQ(fileDELETE(folder.path("folder").c_str()), EISDIR);
+    EXPECT_EQ(fileDELETE(""), ENOENT);
+    EXPECT_EQ(fileDELETE(nullptr), EINVAL);
+    EXPECT_EQ(folder.names(), Names{"folder/"});
+}
+
+TEST(BaseName, IsTheLastComponentWithoutTheSuffix) {
+    struct Row {
+        const char* path;
+        const char* suffix;
+        const char* expected;
+    };
+    for (const Row& row :
+         {Row{"/a/b.sja", nullptr, "b.sja"}, Row{"b.sja", nullptr, "b.sja"}, Row{"a/b", nullptr, "b"},
+          Row{"/b", nullptr, "b"}, Row{"a//b//", nullptr, "b"}, Row{"a/", nullptr, "a"},
+          Row{".", nullptr, "."}, Row{"..", nullptr, ".."}, Row{"a b/ c ", nullptr, " c "},
+          Row{"/a/b.sja", ".sja", "b"}, Row{"/a/b.sja/", ".sja", "b"}, Row{"b.sja", "", "b.sja"},
+          Row{"b.sja", ".rpm", "b.sja"}, Row{".sja", ".sja", ".sja"}, Row{"x.sja", "b/x.sja", "x.sja"},
+          Row{"a.sja.sja", ".sja", "a.sja"}}) {
+        const std::unique_ptr<char, decltype(&std::free)> name(qv_basename(row.path, row.suffix), &std::free);
+        EXPECT_STREQ(name.get(), row.expected) << row.path;
+    }
+}
+
+TEST(BaseName, IsNullWhereThereIsNone) {
+    for (const char* path : {"", "/", "///"})
+        EXPECT_EQ(qv_basename(path, nullptr), nullptr) << path;
+    EXPECT_EQ(qv_basename(nullptr, nullptr), nullptr);
+}
+
+TEST(OpenFile, IsClosedOnceByItsLastOwner) {
+    int pipe_ends[2];
+    ASSERT_EQ(pipe(pipe_ends), 0);
+    const FileDescriptor reading(pipe_ends[0]);
+    FileDescriptor first(pipe_ends[1]);
+    FileDescriptor second(std::move(first));
+    EXPECT_FALSE(
+        first.is_open()); // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move): what is tested
+    FileDescriptor third;
+    third = std::move(second);
+    EXPECT_EQ(third.get(), pipe_ends[1]);
+    EXPECT_EQ(third.close(), 0);
+    EXPECT_EQ(third.close(), 0) << "closing twice does nothing";
+    char byte = 0;
+    EXPECT_EQ(read(reading.get(), &byte, 1), 0) << "no writer is left";
+}
+
+TEST(OpenFile, TellsOfAFailureToClose) {
+    FileDescriptor file(9999);
+    EXPECT_EQ(file.close(), EBADF);
+    EXPECT_FALSE(file.is_open());
+}
+
+} // namespace

@@ -1,0 +1,114 @@
+#include "tests/unit/platform/system_faults.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdarg>
+#include <fcntl.h>
+#include <netdb.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+bool SystemFaults::fails(const std::string& call) {
+    ++counts_[call];
+    const auto found = faults_.find(call);
+    if (found == faults_.end())
+        return false;
+    Fault& fault = found->second;
+    if (fault.passed > 0) {
+        --fault.passed;
+        return false;
+    }
+    if (fault.times == 0)
+        return false;
+    if (fault.times > 0)
+        --fault.times;
+    if (fault.error == KILL)
+        raise(SIGKILL);
+    errno = fault.error;
+    return true;
+}
+
+SystemFaults& faults() {
+    static SystemFaults all;
+    return all;
+}
+
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's --wrap gives these
+// names
+extern "C" {
+
+ssize_t __real_copy_file_range(int, off64_t*, int, off64_t*, size_t, unsigned);
+int __real_fsync(int);
+int __real_getaddrinfo(const char*, const char*, const addrinfo*, addrinfo**);
+uid_t __real_geteuid();
+int __real_ioctl(int, unsigned long, ...);
+int __real_linkat(int, const char*, int, const char*, int);
+int __real_openat64(int, const char*, int, ...);
+ssize_t __real_read(int, void*, size_t);
+int __real_renameat(int, const char*, int, const char*);
+ssize_t __real_write(int, const void*, size_t);
+
+ssize_t __wrap_copy_file_range(int from, off64_t* from_offset, int to, off64_t* to_offset, size_t size,
+                               unsigned flags) {
+    if (faults().fails("copy_file_range"))
+        return -1;
+    if (!faults().copy_limit)
+        return __real_copy_file_range(from, from_offset, to, to_offset, size, flags);
+    size = std::min(size, *faults().copy_limit);
+    *faults().copy_limit -= size;
+    return size == 0 ? 0 : __real_copy_file_range(from, from_offset, to, to_offset, size, flags);
+}
+
+int __wrap_fsync(int file) {
+    return faults().fails("fsync") ? -1 : __real_fsync(file);
+}
+
+int __wrap_getaddrinfo(const char* node, const char* service, const addrinfo* hints, addrinfo** found) {
+    return faults().fails("getaddrinfo") ? EAI_FAIL : __real_getaddrinfo(node, service, hints, found);
+}
+
+uid_t __wrap_geteuid() {
+    return faults().effective_user.value_or(__real_geteuid());
+}
+
+int __wrap_ioctl(int file, unsigned long request, ...) {
+    std::va_list arguments;
+    va_start(arguments, request);
+    const long argument = va_arg(arguments, long);
+    va_end(arguments);
+    return faults().fails("ioctl") ? -1 : __real_ioctl(file, request, argument);
+}
+
+int __wrap_linkat(int from_folder, const char* from, int to_folder, const char* to, int flags) {
+    return faults().fails("linkat") ? -1 : __real_linkat(from_folder, from, to_folder, to, flags);
+}
+
+int __wrap_openat64(int folder, const char* path, int flags, ...) {
+    std::va_list arguments;
+    va_start(arguments, flags);
+    const auto mode = va_arg(arguments, mode_t);
+    va_end(arguments);
+    if (faults().fails("openat"))
+        return -1;
+    if ((flags & faults().unknown_open_flags) != 0) {
+        errno = EOPNOTSUPP;
+        return -1;
+    }
+    return __real_openat64(folder, path, flags, mode);
+}
+
+ssize_t __wrap_read(int file, void* bytes, size_t size) {
+    return faults().fails("read") ? -1 : __real_read(file, bytes, size);
+}
+
+int __wrap_renameat(int from_folder, const char* from, int to_folder, const char* to) {
+    return faults().fails("renameat") ? -1 : __real_renameat(from_folder, from, to_folder, to);
+}
+
+ssize_t __wrap_write(int file, const void* bytes, size_t size) {
+    return faults().fails("write") ? -1 : __real_write(file, bytes, size);
+}
+
+} // extern "C"
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)

@@ -1,0 +1,89 @@
+#include "publisher/source_file.h"
+
+#include "tests/support/child_process.h"
+#include "tests/support/sja_builder.h"
+#include "tests/unit/publisher/refusals.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+#include <fcntl.h>
+
+namespace {
+
+class FileToPack : public ::testing::Test {
+  protected:
+    FileToPack() { write_file(path_, std::string(600000, 'a') + "end"); }
+
+    // Reads the file, and does `during` when the first chunk has come.
+    std::string read_with(const std::function<void()>& during) const {
+        const SourceFile source = examine_source(path_);
+        return refusal_of([&] {
+            bool first = true;
+            read_source(source, 0, [&](const char* /*bytes*/, std::size_t /*count*/) {
+                if (std::exchange(first, false))
+                    during();
+            });
+        });
+    }
+
+    TemporaryDirectory directory_;
+    std::string path_ = directory_.path("file");
+    std::string changed_ = path_ + " changed while it was being read";
+};
+
+} // namespace
+
+TEST_F(FileToPack, IsKnownByNameSizeAndMode) {
+    std::filesystem::permissions(path_, std::filesystem::perms(04751));
+    const SourceFile source = examine_source(path_);
+    EXPECT_EQ(source.name, "file");
+    EXPECT_EQ(source.size(), 600003U);
+    EXPECT_EQ(source.mode(), 04751U);
+}
+
+TEST_F(FileToPack, IsReadFromAnyOffsetToItsEnd) {
+    const SourceFile source = examine_source(path_);
+    for (const std::uint64_t from : {0U, 1U, 262144U, 599999U, 600003U}) {
+        std::string bytes;
+        read_source(source, from, [&](const char* chunk, std::size_t count) { bytes.append(chunk, count); });
+        EXPECT_TRUE(bytes == read_file(path_).substr(from)) << from;
+    }
+}
+
+TEST_F(FileToPack, IsRefusedWhenItChangesWhileItIsRead) {
+    EXPECT_EQ(read_with([] {}), "done");
+    EXPECT_EQ(read_with([this] { std::filesystem::resize_file(path_, 300000); }), changed_);
+    write_file(path_, std::string(600000, 'a'));
+    EXPECT_EQ(read_with([this] { append_byte(path_); }), changed_);
+    EXPECT_EQ(read_with([this] { std::filesystem::resize_file(path_, 0); }), changed_);
+}
+
+TEST_F(FileToPack, IsRefusedWhenItIsWrittenToInPlace) {
+    // An hour ago, so that writing sets another time whatever the clock's grain.
+    const auto earlier = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
+    std::filesystem::last_write_time(path_, earlier);
+    EXPECT_EQ(read_with([this] { flip_byte(path_, 600002); }), changed_);
+}
+
+TEST_F(FileToPack, IsRefusedWhenAnotherFileHasTakenItsName) {
+    const SourceFile source = examine_source(path_);
+    write_file(directory_.path("other"), read_file(path_));
+    std::filesystem::rename(directory_.path("other"), path_);
+    EXPECT_EQ(refusal_of([&] { read_source(source, 0, [](const char*, std::size_t) {}); }), changed_);
+}
+
+TEST_F(FileToPack, IsRefusedWhenItCannotBeRead) {
+    const SourceFile source = examine_source(path_);
+    const int result = with_failing_syscall(SYS_read, EIO, [&] {
+        return refusal_of([&] { read_source(source, 0, [](const char*, std::size_t) {}); }) ==
+                       "cannot read " + path_ + ": Input/output error"
+                   ? 7
+                   : 8;
+    });
+    EXPECT_EQ(result, 7);
+    std::filesystem::remove(path_);
+    EXPECT_EQ(refusal_of([&] { read_source(source, 0, [](const char*, std::size_t) {}); }),
+              "cannot read " + path_ + ": No such file or directory");
+}
