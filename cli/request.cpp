@@ -83,6 +83,7 @@ int curlSendRequest(QVClientCURL& client, const std::string& uri, curl_request_t
     return client.httpResponseCode == expectedHttpCode ? 0 : refusal(response);
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as its callers in other tools know it
 int parseJSONErrorResponse(std::string errorBody, long& errorCode) {
     const json_document document = own_json(json_loads(errorBody.c_str(), JSON_DISABLE_EOF_CHECK, nullptr));
     if (!document) {
