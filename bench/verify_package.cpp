@@ -1,5 +1,5 @@
-// Verifies the package files that it is given, with nothing around it: what a measurement of the verification alone
-// needs.
+// Verifies the package files that it is given, with nothing around it: what a measurement of the verification
+// alone needs.
 
 #include "seam/T.h"
 
