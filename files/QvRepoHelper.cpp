@@ -81,6 +81,8 @@ int confirmAction(const std::string& prompt, std::ostream& out, std::istream& in
     return line[0] == 'y' || line[0] == 'Y' ? 1 : 0;
 }
 
+// By value, as the seam hands it on.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 int deletePackageItems(std::vector<std::string> paths) {
     const char* function = "QvRepoHelper::deletePackageItems";
     bool deleted_all = true;

@@ -4,6 +4,7 @@
 #include "files/file_stream.h"
 #include "files/sja_log.h"
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -14,6 +15,7 @@ namespace {
 constexpr char file_header[4] = {'J', 'A', 'N', 'K'};
 constexpr std::uint64_t SIGNATURE_SIZE = 512;
 constexpr std::size_t FIRST_CAPACITY = 16;
+constexpr std::size_t SLOT_SIZE = sizeof(void*);
 
 struct release_stat_entry {
     void operator()(stat_entry* entry) const { free_stat_entry(entry); }
@@ -88,9 +90,9 @@ listing_ptr new_listing() {
 // Doubles the table. Of its `capacity` slots only those in its first `capacity` BYTES keep their entries: the
 // rest of the program, and other tools, rely on what a long listing has looked like ever since.
 void grow(stat_array& listing, std::size_t capacity) {
-    const std::size_t kept = capacity / sizeof(stat_entry*);
+    const std::size_t kept = capacity / SLOT_SIZE;
     auto** larger = new stat_entry* [2 * capacity] {};
-    std::memcpy(larger, listing.entries, kept * sizeof(stat_entry*));
+    std::copy_n(listing.entries, kept, larger);
     for (std::size_t i = kept; i < capacity; ++i)
         free_stat_entry(listing.entries[i]);
     delete[] listing.entries;

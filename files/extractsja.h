@@ -55,8 +55,13 @@ stat_array* stat_archive(const char* path);
 
 // Writes the entry `block` of the archive, open for reading and writing, to `directory`/NAME (NAME alone for
 // a null or empty directory), sets its stored mode and cuts the archive at the entry's start. Releases
-// `block` and returns its `next`, null at the end of the list. On failure sets extractsja_error, closes the
-// archive, keeps `block`'s entry in it, releases `block` and all that follows it, and returns null.
+// `block` and returns its `next`, null at the end of the list.
+//
+// NAME is used as it stands. A symbolic link of that name is followed; an earlier file keeps the name until
+// the new one is complete and on the disk, and only then is the archive cut. Fails when the file cannot be
+// opened for writing or written, for the archive itself, and for a directory of more than 1024 bytes. On
+// failure nothing is left of the entry's file, the archive keeps the entry and is closed, `block` and all
+// that follows it are released, and extractsja_error is set.
 block_info* extract_block(FILE* archive, block_info* block, const char* directory);
 
 // Extracts the archive at `path` into the existing `directory` and deletes it. 1 on success; 0 on failure,

@@ -82,6 +82,8 @@ void delete_temporary(const std::string& path) {
 
 } // namespace
 
+// By value, as the seam hands it on.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 int QvRepoHelper::copySja(const char* source, std::string& destination, std::string name) {
     if (!repository_exists())
         return 7217;

@@ -5,6 +5,8 @@
 #include "platform/file_ops.h"
 #include "seam/T.h"
 
+#include <utility>
+
 int T::getFreeSpace(const char* path, float* percentFree, unsigned long* megabytesFree) {
     return QvRepoHelper::getFreeSpace(path, percentFree, megabytesFree);
 }
@@ -14,7 +16,7 @@ bool T::pathExists(const char* path) {
 }
 
 int T::deletePackageItems(std::vector<std::string> paths) {
-    return QvRepoHelper::deletePackageItems(paths);
+    return QvRepoHelper::deletePackageItems(std::move(paths));
 }
 
 int T::copySja(const char* path) {
@@ -22,7 +24,7 @@ int T::copySja(const char* path) {
 }
 
 int T::copySja(const char* path, std::string& destination, std::string name) {
-    return QvRepoHelper::copySja(path, destination, name);
+    return QvRepoHelper::copySja(path, destination, std::move(name));
 }
 
 int T::extractSja(const char* path) {

@@ -101,7 +101,7 @@ bool extract_all(const char* path, const char* directory) {
         block = extract_block(stream, block, directory);
     if (extractsja_error != 0)
         return false;
-    std::fclose(stream);
+    static_cast<void>(std::fclose(stream));
     static_cast<void>(std::remove(path));
     return true;
 }
@@ -111,7 +111,7 @@ bool extract_all(const char* path, const char* directory) {
 block_info* extract_block(FILE* archive, block_info* block, const char* directory) {
     block_list blocks(block);
     if (!try_write_entry(archive, *block, directory)) {
-        std::fclose(archive);
+        static_cast<void>(std::fclose(archive));
         extractsja_error = 1;
         return nullptr;
     }

@@ -222,10 +222,12 @@ void Connection::discard_input(Clock::time_point deadline) const {
 }
 
 void Connection::say_farewell() {
-    if (!shaken_ || broken_)
+    // Nothing is on its way to a client that never finished greeting.
+    if (!shaken_ && !broken_)
         return;
     ERR_clear_error();
-    SSL_shutdown(ssl_.get());
+    if (!broken_)
+        SSL_shutdown(ssl_.get());
     shutdown(socket_, SHUT_WR);
     discard_input(Clock::now() + limits_.farewell);
 }

@@ -36,7 +36,11 @@ inline constexpr std::size_t LARGEST_HEAD = 64UL * 1024;
 // other:
 //
 //     if (connection.shake_hands())
-//         while (connection.await_head()) { ...process_request(connection, ...)... connection.flush(); }
+//         while (connection.await_head()) {
+//             ... httplib reads the request and writes the answer ...
+//             if (!connection.flush() || !connection.in_step())
+//                 break;
+//         }
 //     connection.say_farewell();
 class Connection : public httplib::Stream {
   public:
@@ -67,7 +71,8 @@ class Connection : public httplib::Stream {
     // Sends what was written so far; false when the client does not take it.
     bool flush();
 
-    // Ends the connection so that the client can read the last answer, even while it is still sending.
+    // Ends the connection so that the client can read the last answer, or why it was refused, even while it
+    // is still sending.
     void say_farewell();
 
     // The request as it came, for whoever answers and logs it. The body is filled in by who reads it.

@@ -247,16 +247,24 @@ bool MasterServer::process_and_close_socket(socket_t socket) {
 }
 
 void MasterServer::serve(Connection& connection) {
-    if (!connection.shake_hands())
+    if (connection.shake_hands() && !answer_requests(connection))
         return;
+    connection.say_farewell();
+}
+
+// False when an answer broke off; closed without a farewell, the connection does not let it pass for a whole
+// one.
+bool MasterServer::answer_requests(Connection& connection) {
     for (std::size_t left = MOST_REQUESTS_PER_CONNECTION; left > 0 && connection.await_head(); --left) {
         const bool last = left == 1 || stop_.given();
         bool closed = false;
         const bool sent = process_request(connection, last, closed, [&connection](httplib::Request& request) {
             adopt_request(connection, request);
         });
-        if (!sent || !connection.flush() || last || closed || !connection.in_step())
+        if (!sent)
+            return false;
+        if (!connection.flush() || last || closed || !connection.in_step())
             break;
     }
-    connection.say_farewell();
+    return true;
 }

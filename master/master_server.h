@@ -34,6 +34,7 @@ class MasterServer : public httplib::SSLServer {
   private:
     bool process_and_close_socket(socket_t socket) override;
     void serve(Connection& connection);
+    bool answer_requests(Connection& connection);
     void set_handlers();
     void answer_creation(const httplib::ContentReader& read_body, const httplib::Request& request,
                          httplib::Response& response);

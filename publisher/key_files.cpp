@@ -2,19 +2,19 @@
 
 #include "publisher/refusal.h"
 
-#include <optional>
+#include <memory>
 
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
-std::optional<Passphrase> passphrase_from(const PassphraseSource& source, bool again) {
+std::unique_ptr<const Passphrase> passphrase_from(const PassphraseSource& source, bool again) {
     if (!source.file.empty())
-        return passphrase_from_file(source.file);
+        return std::unique_ptr<const Passphrase>(new Passphrase(passphrase_from_file(source.file)));
     if (source.ask)
-        return passphrase_from_terminal(again);
-    return std::nullopt;
+        return std::unique_ptr<const Passphrase>(new Passphrase(passphrase_from_terminal(again)));
+    return nullptr;
 }
 
 bool is_there(const std::string& path) {
@@ -34,10 +34,10 @@ void check_free(const KeyPairFiles& files) {
 
 void make_key_pair(const KeyPairFiles& files, const PassphraseSource& source) {
     check_free(files);
-    const std::optional<Passphrase> passphrase = passphrase_from(source, true);
+    const std::unique_ptr<const Passphrase> passphrase = passphrase_from(source, true);
     const pkey_ptr key = generate_key();
     const bool replaced = is_there(files.private_path);
-    write_private_key(files.private_path, key.get(), passphrase ? &*passphrase : nullptr);
+    write_private_key(files.private_path, key.get(), passphrase.get());
     try {
         write_public_key(files.public_path, key.get());
     } catch (const Refusal&) {
@@ -48,6 +48,6 @@ void make_key_pair(const KeyPairFiles& files, const PassphraseSource& source) {
 }
 
 pkey_ptr signing_key(const std::string& path, const PassphraseSource& source) {
-    const std::optional<Passphrase> passphrase = passphrase_from(source, false);
-    return read_private_key(path, passphrase ? &*passphrase : nullptr);
+    const std::unique_ptr<const Passphrase> passphrase = passphrase_from(source, false);
+    return read_private_key(path, passphrase.get());
 }

@@ -10,10 +10,8 @@ class Passphrase {
   public:
     // Takes over `text`, which is wiped.
     explicit Passphrase(std::string& text);
-    Passphrase(Passphrase&& other) : Passphrase(other.text_) {}
     Passphrase(const Passphrase&) = delete;
     Passphrase& operator=(const Passphrase&) = delete;
-    Passphrase& operator=(Passphrase&&) = delete;
     ~Passphrase();
 
     const std::string& text() const { return text_; }

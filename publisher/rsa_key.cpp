@@ -4,9 +4,9 @@
 #include "publisher/output_file.h"
 #include "publisher/refusal.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 
 #include <openssl/bio.h>
 #include <openssl/pem.h>
@@ -77,7 +77,7 @@ int give_passphrase(char* buffer, int size, int /*writing*/, void* data) {
     const std::string& text = request->passphrase->text();
     if (text.size() > static_cast<std::size_t>(size))
         return -1;
-    std::memcpy(buffer, text.data(), text.size());
+    std::copy(text.begin(), text.end(), buffer);
     return static_cast<int>(text.size());
 }
 

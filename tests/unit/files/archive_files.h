@@ -63,7 +63,7 @@ inline std::vector<std::string> lines_of(const Listing& listing) {
             continue;
         }
         char mode[16];
-        std::snprintf(mode, sizeof mode, "%o", static_cast<unsigned>(entry->mode));
+        static_cast<void>(std::snprintf(mode, sizeof mode, "%o", static_cast<unsigned>(entry->mode)));
         lines.push_back(std::string(entry->name) + " " + std::to_string(entry->size) + " " + mode + " " +
                         std::to_string(entry->data_offset));
     }

@@ -47,7 +47,7 @@ TEST(ArchiveForm, DoesNotDependOnWhereTheStreamStands) {
     const TemporaryDirectory directory;
     write_file(directory.path("a.sja"), sja_bytes({{"a", "x"}}));
     const file_stream archive(std::fopen(directory.path("a.sja").c_str(), "rb"));
-    std::fseek(archive.get(), 0, SEEK_END);
+    ASSERT_EQ(std::fseek(archive.get(), 0, SEEK_END), 0);
     EXPECT_EQ(std::fgetc(archive.get()), EOF);
 
     EXPECT_EQ(verify_jank_archive(archive.get()), 0);

@@ -33,10 +33,19 @@ __attribute__((noinline)) void* operator new(std::size_t size) {
         throw std::bad_alloc();
     return memory;
 }
+__attribute__((noinline)) void* operator new[](std::size_t size) {
+    return operator new(size);
+}
 __attribute__((noinline)) void operator delete(void* memory) noexcept {
     std::free(memory);
 }
 __attribute__((noinline)) void operator delete(void* memory, std::size_t /*size*/) noexcept {
+    std::free(memory);
+}
+__attribute__((noinline)) void operator delete[](void* memory) noexcept {
+    std::free(memory);
+}
+__attribute__((noinline)) void operator delete[](void* memory, std::size_t /*size*/) noexcept {
     std::free(memory);
 }
 

@@ -12,7 +12,6 @@
 #include <unistd.h>
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 namespace {
 
@@ -266,7 +265,7 @@ TEST_F(Extraction, CopiesEntriesOfMoreThan2GiB) {
         const int pipe = open(in_out("b").c_str(), O_RDONLY);
         for (ssize_t count; (count = read(pipe, buffer.data(), buffer.size())) > 0;) {
             received += static_cast<std::uint64_t>(count);
-            tail = (tail + std::string(buffer.data(), static_cast<std::size_t>(count)));
+            tail.append(buffer.data(), static_cast<std::size_t>(count));
             tail.erase(0, tail.size() - std::min<std::size_t>(tail.size(), 5));
         }
         close(pipe);

@@ -128,23 +128,23 @@ TEST_F(PackageCopy, NeedsTheRequiredSpaceAndNotMore) {
     seam().fileCOPY = [](const char*, const char*) { return 0; };
     const struct {
         std::uint64_t size;
-        float percent;
         unsigned long megabytes;
+        float percent;
         int status;
         const char* total;
         const char* required;
     } cases[] = {
         // Exactly as much as is free is enough; parts of a megabyte of the package do not count.
-        {std::uint64_t{1850} << 20, 20.0F, 2000, 0, "10000", "2000"},
-        {(std::uint64_t{1850} << 20) + 1048575, 20.0F, 2000, 0, "10000", "2000"},
-        {std::uint64_t{1851} << 20, 20.0F, 2000, 7214, "10000", "2001"},
+        {std::uint64_t{1850} << 20, 2000, 20.0F, 0, "10000", "2000"},
+        {(std::uint64_t{1850} << 20) + 1048575, 2000, 20.0F, 0, "10000", "2000"},
+        {std::uint64_t{1851} << 20, 2000, 20.0F, 7214, "10000", "2001"},
         // The total is derived from the free figures in double precision and cut to whole megabytes.
-        {0, 33.333333F, 1000, 0, "3000", "45"},
-        {0, 30.0F, 1000, 0, "3333", "49"},
-        {0, 100.0F, 10, 0, "10", "0"},
-        // Single precision: 16777217 is no 32-bit float, and 0.015F is less than 0.015.
-        {0, 50.0F, 100000000, 0, "200000000", "3000000"},
-        {0, 0.5F, 5000000, 7214, "1000000000", "15000000"},
+        {0, 1000, 33.333333F, 0, "3000", "45"},
+        {0, 1000, 30.0F, 0, "3333", "49"},
+        {0, 10, 100.0F, 0, "10", "0"},
+        // The share in single precision: double precision would come to just below these figures.
+        {0, 100000000, 50.0F, 0, "200000000", "3000000"},
+        {0, 5000000, 0.5F, 7214, "1000000000", "15000000"},
     };
     for (const auto& c : cases) {
         write_sparse_file(source_, c.size);

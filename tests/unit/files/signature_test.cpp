@@ -75,7 +75,7 @@ std::string padded_to(std::size_t size, const std::string& pem) {
 
 TEST_F(Signature, FileSizeLeavesTheStreamAtItsStart) {
     const file_stream stream = stream_of("0123456789");
-    std::fseek(stream.get(), 7, SEEK_SET);
+    ASSERT_EQ(std::fseek(stream.get(), 7, SEEK_SET), 0);
     EXPECT_EQ(get_filesize(stream.get()), 10);
     EXPECT_EQ(std::ftell(stream.get()), 0);
     EXPECT_EQ(get_filesize(stream_of("").get()), 0);
@@ -120,8 +120,8 @@ TEST_F(Signature, RangeOutsideTheFileClosesTheStream) {
 TEST_F(Signature, RangeThatCannotBeReadClosesTheStream) {
     const int result = with_failing_syscall(SYS_read, EIO, [this] {
         FILE* stream = std::fopen(directory_.path("b.sja").c_str(), "wb+");
-        std::fputs("0123456789", stream);
-        std::fflush(stream);
+        if (std::fputs("0123456789", stream) < 0 || std::fflush(stream) != 0)
+            return 9;
         const int descriptor = fileno(stream);
         return get_signature(stream, 0, 4) == nullptr && fcntl(descriptor, F_GETFD) == -1 ? 7 : 8;
     });

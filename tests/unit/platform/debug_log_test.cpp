@@ -37,10 +37,17 @@ long writes_so_far() {
 
 class DebugLog : public ::testing::Test {
   protected:
-    void SetUp() override { std::filesystem::create_directory(folder_.path("prog")); }
+    void SetUp() override {
+        std::filesystem::create_directory(folder_.path("prog"));
+        // Far enough from UTC for another day at most hours, and never UTC.
+        setenv("TZ", "XYZ-13:30", 1);
+        tzset();
+    }
     void TearDown() override {
         close_debug_log();
         umask(old_mask_);
+        unsetenv("TZ");
+        tzset();
     }
 
     int open(int mode = 0666) {

@@ -178,6 +178,14 @@ TEST_F(FileCopy, HasTheSourcesPermissionsLessSetIdBitsAndMask) {
     }
 }
 
+// Writing clears the bits anyway, so a file without bytes is what would bring them along.
+TEST_F(FileCopy, OfAnEmptyFileHasNoSetIdBitsEither) {
+    write_file(from_, "");
+    ASSERT_EQ(chmod(from_.c_str(), 06755), 0);
+    EXPECT_EQ(copy(), 0);
+    EXPECT_EQ(mode_of(to_), 0755U);
+}
+
 TEST_F(FileCopy, TakesAPathWithoutAFolder) {
     const auto before = std::filesystem::current_path();
     std::filesystem::current_path(folder_.path("repo"));

@@ -4,6 +4,7 @@
 #include "tests/unit/platform/product_tree.h"
 #include "tests/unit/platform/system_faults.h"
 
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -143,11 +144,17 @@ TEST_F(MasterRole, IsHeldByTheHostOfThatNameWithoutAskingAResolver) {
 }
 
 TEST_F(MasterRole, IsHeldByTheHostOfThatFullName) {
-    ASSERT_EQ(sethostname("master", 6), 0);
-    EXPECT_TRUE(is_master("LOCALHOST")) << "the first name of the host's address is its full name";
+    // The address is another machine's, so that nothing but the name can decide.
+    const TemporaryDirectory folder;
+    write_file(folder.path("hosts"), "192.0.2.7 full.example.com short\n");
+    ASSERT_EQ(mount(folder.path("hosts").c_str(), "/etc/hosts", nullptr, MS_BIND, nullptr), 0);
+    ASSERT_EQ(sethostname("short", 5), 0);
+    EXPECT_TRUE(is_master("Full.example.com"));
     EXPECT_EQ(faults().count("getaddrinfo"), 1)
         << "the full name decides before the configured name is resolved";
+    EXPECT_FALSE(is_master("fuller.example.com"));
     ASSERT_EQ(sethostname("master.example.com", 18), 0);
+    ASSERT_EQ(umount2("/etc/hosts", MNT_DETACH), 0);
 }
 
 TEST_F(MasterRole, IsHeldByTheHostWithThatAddress) {

@@ -260,6 +260,26 @@ TEST_F(MessageCatalog, ThatIsDamagedCountsAsMissing) {
     }
 }
 
+TEST_F(MessageCatalog, WhoseTextWouldLieBehindTheFileCountsAsMissing) {
+    install_catalog("ja", "$set 1\n25 found %s\n26 more %s\n");
+    std::string bytes = read_file(catalog_path("ja"));
+    const auto word = [&](std::size_t i) {
+        std::uint32_t value = 0;
+        std::memcpy(&value, bytes.data() + i * sizeof value, sizeof value);
+        return value;
+    };
+    // Behind three words of header stand the entries, twice: set, message, place of the text.
+    const std::size_t entries = std::size_t{word(1)} * word(2);
+    const auto texts = static_cast<std::uint32_t>(bytes.size() - (3 + 6 * entries) * sizeof(std::uint32_t));
+    for (std::size_t entry = 0; entry < entries; ++entry) {
+        if (word(3 + 3 * entry + 1) == 25)
+            std::memcpy(bytes.data() + (3 + 3 * entry + 2) * sizeof texts, &texts, sizeof texts);
+    }
+    write_file(catalog_path("ja"), bytes);
+    EXPECT_EQ(lookup("ja"), "default text.");
+    EXPECT_EQ(lookup("ja", "TqlRpo0026N"), "default text.") << "nothing of such a file is used";
+}
+
 TEST_F(MessageCatalog, SurvivesAnyFlippedByte) {
     install_catalog("ja", "$set 1\n25 found %s\n26 more %s\n");
     const std::string sound = read_file(catalog_path("ja"));

@@ -17,6 +17,7 @@ constexpr int CANNOT_CONNECT = 7;
 constexpr int HALF_AN_ANSWER = 18;
 constexpr int ANSWER_REFUSED = 23;
 constexpr int TIMED_OUT = 28;
+constexpr int BAD_OPTION = 43;
 constexpr int NO_ANSWER = 52;
 constexpr int CANNOT_UNPACK = 61;
 constexpr int ANNOUNCED_TOO_LONG = 63;
@@ -170,10 +171,12 @@ TEST_F(QvClientFailure, OfAHostThatIsNoHost) {
 }
 
 TEST_F(QvClientFailure, OfATimeoutThatIsNone) {
-    serve(answer(200, ""));
     Client client;
+    failure(client, CANNOT_CONNECT);
+    serve(answer(200, ""));
     client.setConnectTimeout(-1);
-    EXPECT_NE(failure(client, 43), "") << "an option that libcurl refuses ends the request";
+    EXPECT_EQ(failure(client, BAD_OPTION), "A libcurl function was given a bad argument")
+        << "an option that libcurl refuses ends the request, and nothing is told of the request before";
     EXPECT_EQ(server_->connections(), 0);
 }
 

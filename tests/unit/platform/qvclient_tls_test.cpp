@@ -4,7 +4,11 @@
 
 #include <curl/curl.h>
 
+#include <csignal>
+#include <pty.h>
 #include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -157,10 +161,24 @@ TEST_F(QvClientTls, FailsWithAnotherCertificatesKey) {
     EXPECT_EQ(request_from(master_), BAD_OWN_CERTIFICATE);
 }
 
+// In a process with a terminal, where OpenSSL would ask.
 TEST_F(QvClientTls, FailsWithALockedKeyAndAsksNobodyForItsWord) {
     write_certificate(TLS_HOST_CERTIFICATE_FILE, host_);
     write_key(TLS_HOST_KEY_FILE, host_, "word");
-    EXPECT_EQ(request_from(master_), BAD_OWN_CERTIFICATE);
+    int terminal = -1;
+    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
+    ASSERT_GE(child, 0);
+    if (child == 0)
+        _exit(request_from(master_));
+    const FileDescriptor screen(terminal);
+    char question[256];
+    const ssize_t asked = read(screen.get(), question, sizeof question); // ends when the process does
+    kill(child, asked > 0 ? SIGKILL : 0);
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_LE(asked, 0) << std::string(question, static_cast<std::size_t>(std::max<ssize_t>(asked, 0)));
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), BAD_OWN_CERTIFICATE);
 }
 
 } // namespace

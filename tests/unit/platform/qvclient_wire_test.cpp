@@ -43,7 +43,7 @@ TEST_F(QvClient, SendsAnAnswerlessDelete) {
 }
 
 TEST_F(QvClient, SendsBodiesAsJson) {
-    const std::string body("{\"name\": \"\xc3\xa9\0\r\n\"}", 18);
+    const std::string body("{\"name\": \"\xc3\xa9\0\r\n\"}", 17);
     struct Row {
         int (QVClientCURL::*operation)(const std::string&, const std::string&);
         const char* method;
@@ -189,7 +189,8 @@ TEST_F(QvClient, TakesTheProxyNeitherFromTheEnvironmentNorAPasswordFromAFile) {
     write_file(home.path(".netrc"),
                "machine master.example.com login user password word\ndefault login d password w\n");
     const std::vector<const char*> proxies = {"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"};
-    const std::string old_home = std::getenv("HOME") == nullptr ? "" : std::getenv("HOME");
+    const char* home_variable = std::getenv("HOME");
+    const std::string old_home = home_variable == nullptr ? "/" : home_variable;
     setenv("HOME", home.path().c_str(), 1);
     setenv("NETRC", home.path(".netrc").c_str(), 1);
     for (const char* name : proxies)

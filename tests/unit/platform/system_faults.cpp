@@ -24,7 +24,7 @@ bool SystemFaults::fails(const std::string& call) {
     if (fault.times > 0)
         --fault.times;
     if (fault.error == KILL)
-        raise(SIGKILL);
+        static_cast<void>(raise(SIGKILL));
     errno = fault.error;
     return true;
 }

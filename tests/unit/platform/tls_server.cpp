@@ -118,7 +118,7 @@ FileDescriptor listen_on(const std::string& address, int port) {
 TlsServer::TlsServer(const Identity& identity, Handler handler, const Options& options)
     : context_(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free), handler_(std::move(handler)),
       listener_(listen_on(options.address, options.port)) {
-    std::signal(SIGPIPE, SIG_IGN); // a client that hangs up must not end the test
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN)); // a client that hangs up must not end the test
     SSL_CTX_use_certificate(context_.get(), identity.certificate.get());
     SSL_CTX_use_PrivateKey(context_.get(), identity.key.get());
     SSL_CTX_set_min_proto_version(context_.get(), options.min_version);
