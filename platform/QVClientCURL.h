@@ -37,7 +37,8 @@ class QVClientCURL {
     virtual ~QVClientCURL();
 
     // Each takes the URI relative to the service's root. Bytes that an HTTP request line cannot carry (blank,
-    // control characters, bytes above 0x7E, and '#') are percent-encoded; all others travel as they are.
+    // control characters, bytes above 0x7E, and '#') are percent-encoded; all others travel as they are. A
+    // body travels as JSON. postStream is a POST too; this program does not use it.
     virtual int post(const std::string& uri, const std::string& body);
     virtual int postStream(const std::string& uri, const std::string& body);
     virtual int put(const std::string& uri, const std::string& body);
@@ -45,10 +46,11 @@ class QVClientCURL {
     virtual int del(const std::string& uri);
 
     // Sets the Accept header of later requests, given as the whole header line; replaces that of an earlier
-    // call.
+    // call. Control characters in it are left out.
     void setupAcceptCurlOption(std::string header);
 
-    // Sets the time in seconds after which an attempt to connect is given up.
+    // Sets the time in seconds after which an attempt to connect, TLS included, is given up; 0 for libcurl's
+    // own 300. With a negative time every request fails.
     void setConnectTimeout(long seconds);
 
     // What the last request brought; both are reset when a request starts, and stay so when it fails.

@@ -104,6 +104,7 @@ void drop_partial_character(char* text) {
 void render(char* buffer, std::size_t size, const std::string& format, std::va_list arguments) {
     if (buffer == nullptr || size == 0)
         return;
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the caller has started it
     const int length = std::vsnprintf(buffer, size, format.c_str(), arguments);
     if (length < 0)
         buffer[0] = '\0';

@@ -69,6 +69,17 @@ class DebugLog : public ::testing::Test {
     mode_t old_mask_ = umask(022);
 };
 
+// First, while nothing has asked for the number yet.
+TEST_F(DebugLog, ShowsProcessZeroUntilItIsToldToShowItsOwn) {
+    ASSERT_EQ(open(), 0);
+    logmsg(2, "text", "fn");
+    EXPECT_NE(read_file(file()).find("Z [0] <2> fn: text\n"), std::string::npos);
+    log_set_pid();
+    logmsg(2, "text", "fn");
+    EXPECT_NE(read_file(file()).find("Z [" + std::to_string(getpid()) + "] <2> fn: text\n"),
+              std::string::npos);
+}
+
 TEST_F(DebugLog, WritesOneLineWithTimeProcessLevelFunctionAndText) {
     ASSERT_EQ(open(), 0);
     log_set_pid();
