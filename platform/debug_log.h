@@ -21,7 +21,8 @@ void open_debug_log(const char* directory, const char* program, const char* logN
 // Closes the log; later log calls do nothing. Without a log, does nothing.
 void close_debug_log();
 
-// Makes later records carry the number of the calling process; until then it stands as 0.
+// Makes later records carry the number of the calling process; until then they carry that of the process that
+// opened the first log.
 void log_set_pid();
 
 // Writes one record with the fixed text `text`.

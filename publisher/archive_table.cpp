@@ -3,7 +3,6 @@
 #include "files/QvRepoHelper.h"
 #include "files/block_list.h"
 #include "files/file_stream.h"
-#include "files/sja_verify.h"
 #include "publisher/refusal.h"
 #include "publisher/source_file.h"
 

@@ -6,7 +6,34 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
+#include <string>
+
+#include <sys/statvfs.h>
+
+namespace {
+
+constexpr const char* VOLUME_WITH_RESERVED_BLOCKS = "/a volume with reserved blocks";
+
+} // namespace
+
+// In front of the system's call (see this folder's CMakeLists.txt): one path is a volume of 1000 blocks, 300
+// of them free and all of those reserved for the superuser, whose fragments are smaller than its blocks.
+extern "C" {
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names
+int __real_statvfs64(const char* path, struct statvfs* volume);
+
+int __wrap_statvfs64(const char* path, struct statvfs* volume) {
+    if (std::string(path) != VOLUME_WITH_RESERVED_BLOCKS)
+        return __real_statvfs64(path, volume);
+    volume->f_blocks = 1000;
+    volume->f_bfree = 300;
+    volume->f_bavail = 0;
+    volume->f_bsize = 4096;
+    volume->f_frsize = 512;
+    return 0;
+}
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+}
 
 TEST(FreeSpace, IsAPercentageOfAllBlocksAndWholeMebibytes) {
     const struct {
@@ -52,6 +79,14 @@ TEST(FreeSpace, IsReadFromTheVolumeThatHoldsThePath) {
     ASSERT_EQ(QvRepoHelper::getFreeSpace(volume.path("half").c_str(), &percent, &megabytes), 0);
     EXPECT_EQ(percent, 50.0F);
     EXPECT_EQ(megabytes, 4U);
+}
+
+TEST(FreeSpace, CountsReservedBlocksAndTheBlockSizeThatTheVolumeReports) {
+    float percent = 0;
+    unsigned long megabytes = 0;
+    EXPECT_EQ(getFileSystemFreespace(VOLUME_WITH_RESERVED_BLOCKS, &percent, &megabytes), 0);
+    EXPECT_EQ(percent, 30.0F);
+    EXPECT_EQ(megabytes, 1U);
 }
 
 TEST(FreeSpace, LeavesItsOutputsAloneWhenThereIsNoSuchPath) {

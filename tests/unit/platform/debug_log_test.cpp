@@ -70,14 +70,22 @@ class DebugLog : public ::testing::Test {
 };
 
 // First, while nothing has asked for the number yet.
-TEST_F(DebugLog, ShowsProcessZeroUntilItIsToldToShowItsOwn) {
+TEST_F(DebugLog, CarriesTheProcessThatOpenedItUntilAnotherAsks) {
     ASSERT_EQ(open(), 0);
-    logmsg(2, "text", "fn");
-    EXPECT_NE(read_file(file()).find("Z [0] <2> fn: text\n"), std::string::npos);
-    log_set_pid();
-    logmsg(2, "text", "fn");
-    EXPECT_NE(read_file(file()).find("Z [" + std::to_string(getpid()) + "] <2> fn: text\n"),
-              std::string::npos);
+    const std::string opener = std::to_string(getpid());
+    const pid_t child = fork();
+    if (child == 0) {
+        logmsg(2, "untold", "fn");
+        log_set_pid();
+        logmsg(2, "told", "fn");
+        _exit(0);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    ASSERT_EQ(status, 0);
+    const std::string all = read_file(file());
+    EXPECT_NE(all.find("Z [" + opener + "] <2> fn: untold\n"), std::string::npos) << all;
+    EXPECT_NE(all.find("Z [" + std::to_string(child) + "] <2> fn: told\n"), std::string::npos) << all;
 }
 
 TEST_F(DebugLog, WritesOneLineWithTimeProcessLevelFunctionAndText) {
