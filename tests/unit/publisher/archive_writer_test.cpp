@@ -24,7 +24,7 @@ class ArchiveWriter : public ::testing::Test {
   protected:
     // A file of the directory with exactly these permission bits.
     std::string file(const std::string& name, const std::string& bytes, mode_t mode = 0644) const {
-        const std::string path = directory_.path(name);
+        std::string path = directory_.path(name);
         write_file(path, bytes);
         EXPECT_EQ(chmod(path.c_str(), mode), 0);
         return path;

@@ -15,7 +15,6 @@
 #include <sys/stat.h>
 
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
