@@ -11,9 +11,14 @@ if(QVREPO_WERROR)
   target_compile_options(qv_options INTERFACE -Werror)
 endif()
 
+# Two builds of the same sources are the same, wherever they were built.
+target_compile_options(qv_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.
+                                            -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
+
 target_compile_definitions(qv_options INTERFACE _FILE_OFFSET_BITS=64)
-target_compile_options(qv_options INTERFACE -fstack-protector-strong -fstack-clash-protection -fcf-protection)
-target_link_options(qv_options INTERFACE LINKER:-z,relro,-z,now LINKER:-z,noexecstack LINKER:--as-needed)
+target_compile_options(qv_options INTERFACE -fstack-protector-strong -fstack-clash-protection -fcf-protection
+                                            -Wformat -Werror=format-security)
+target_link_options(qv_options INTERFACE LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack LINKER:--as-needed)
 
 if(QVREPO_SANITIZE)
   target_compile_options(qv_options INTERFACE -fsanitize=${QVREPO_SANITIZE} -fno-sanitize-recover=all
