@@ -53,6 +53,8 @@ class ScriptedService:
             except OSError:
                 return
             plain.settimeout(PATIENCE)
+            # Else the answer waits until the client has acknowledged what TLS sent before it.
+            plain.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
             try:
                 with self._context.wrap_socket(plain, server_side=True) as connection:
                     self._serve_one(connection)
