@@ -2,6 +2,7 @@
 
 import re
 
+import pytest
 from debian import LATER, PACKAGES, Service, unit_setting
 
 NAME = "dunmarel_qvclient_8.3_redhat_x64.sja"
@@ -29,6 +30,23 @@ def test_a_package_is_made_added_listed_shown_and_deleted(prepared, service):
     deleted = prepared.run("qvrepo", "-delete", "1", stdin="y\n").output
     assert deleted == "qvrepo: delete package ID 1 [y/n]? (n) Package ID 1 has been deleted from the repository.\n"
     assert not stored.exists()
+
+
+@pytest.mark.parametrize("locale, said", [
+    ("C", "Error: Deployment package is not found in the repository.\n"),
+    ("de_DE.UTF-8", "Error: Das Bereitstellungspaket wurde im Repository nicht gefunden.\n"),
+    ("ja_JP.UTF-8", "Error: デプロイメントパッケージがリポジトリに見つかりません。\n"),
+])
+def test_messages_come_in_the_language_of_the_user(prepared, service, locale, said):
+    assert prepared.run("qvrepo", "-pkgDetails", "99", env={"LC_ALL": locale}, expect=52).output == said
+
+
+@pytest.mark.parametrize("page", ["qvrepo.8", "qvmaster.8", "sjapack.1", "sja.5"])
+def test_a_manual_page_is_found_and_shown_without_complaint(installed, page):
+    name, section = page.split(".")
+    shown = installed.run("man", "--warnings", section, name, env={"LC_ALL": "C.UTF-8", "MANWIDTH": "80"}).output
+    assert shown.startswith(f"{name.upper()}({section})") or shown.startswith(f"{name}({section})"), shown[:200]
+    assert "warning:" not in shown
 
 
 def test_what_was_added_before_an_upgrade_is_listed_and_deleted_after_it(prepared, service):
