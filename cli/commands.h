@@ -5,6 +5,7 @@
 #ifndef CLI_COMMANDS_H
 #define CLI_COMMANDS_H
 
+#include <array>
 #include <iosfwd>
 
 // Adds the package file that the one word names: verifies it, registers it with the web service, then copies
@@ -15,7 +16,13 @@ int addPackagesCmd(int argc, const char** argv, std::ostream& out);
 // its registration, then its files. Files that cannot be deleted are reported in the log alone.
 int deletePackageCmd(int argc, const char** argv, std::ostream& out, std::istream& in);
 
-// Prints the table of packages: of all, or filtered by one of -version, -os and -type and a value. Changes
+struct list_filter {
+    const char* option;
+    const char* field; // as the service names it
+};
+extern const std::array<list_filter, 3> LIST_FILTERS;
+
+// Prints the table of packages: of all, or filtered by an option of LIST_FILTERS and a value. Changes
 // nothing.
 int listPackagesCmd(int argc, const char** argv, std::ostream& out);
 

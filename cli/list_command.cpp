@@ -9,27 +9,22 @@
 #include "platform/debug_log.h"
 #include "platform/message_catalog.h"
 
-#include <array>
 #include <cstring>
 #include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
 
+const std::array<list_filter, 3> LIST_FILTERS = {
+    {{"-version", "version"}, {"-os", "os"}, {"-type", "package-type"}}};
+
 namespace {
 
 constexpr const char* FUNCTION = "listPackagesCmd";
 
-struct list_filter {
-    const char* option;
-    const char* field; // as the service names it
-};
-constexpr std::array<list_filter, 3> FILTERS = {
-    {{"-version", "version"}, {"-os", "os"}, {"-type", "package-type"}}};
-
 // The filter expression of the two words, the value as typed; empty when the first word is no filter.
 std::string filter_expression(const char* option, const char* value) {
-    for (const list_filter& filter : FILTERS)
+    for (const list_filter& filter : LIST_FILTERS)
         if (std::strcmp(option, filter.option) == 0)
             return std::string(filter.field) + "%20eq%20'" + value + "'";
     return {};

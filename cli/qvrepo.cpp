@@ -3,11 +3,11 @@
 #include "cli/commands.h"
 #include "cli/help.h"
 #include "cli/message_buffers.h"
+#include "cli/options.h"
 #include "cli/placeholders.h"
 #include "cli/status.h"
 #include "platform/message_catalog.h"
 
-#include <array>
 #include <cstdint>
 #include <cstring>
 #include <iostream>
@@ -29,12 +29,9 @@ int details(int argc, const char** argv) {
     return getPackageDetailsCmd(argc, argv, std::cout);
 }
 
-struct option {
-    const char* word;
-    int (*command)(int argc, const char** argv); // takes the words after the option word
-};
+} // namespace
 
-constexpr std::array<option, 12> OPTIONS = {{
+const std::array<command_option, 12> COMMAND_OPTIONS = {{
     {"-add", add},
     {"-a", add},
     {"-delete", remove},
@@ -49,8 +46,10 @@ constexpr std::array<option, 12> OPTIONS = {{
     {"-v", validatePackagesCmd},
 }};
 
-const option* find_option(const char* word) {
-    for (const option& row : OPTIONS)
+namespace {
+
+const command_option* find_option(const char* word) {
+    for (const command_option& row : COMMAND_OPTIONS)
         if (std::strcmp(word, row.word) == 0)
             return &row;
     return nullptr;
@@ -81,7 +80,7 @@ int main(int argc, char** argv) {
         showHelp(std::cout);
         return 1;
     }
-    const option* chosen = find_option(argv[1]);
+    const command_option* chosen = find_option(argv[1]);
     if (chosen == nullptr)
         return unknown_option(argv[1]);
     const int status = chosen->command(argc - 2, const_cast<const char**>(argv + 2));
