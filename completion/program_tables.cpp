@@ -1,0 +1,79 @@
+// Prints qvrepo's own tables, one row per line, its fields separated by tabs. Completion scripts are made
+// from these lines, and the manual page is checked against them. It is linked with the program's own dispatch
+// table; only main, which stands beside that table, goes by another name here.
+
+#include "cli/commands.h"
+#include "cli/options.h"
+#include "cli/status.h"
+#include "model/QvRepoPackage.h"
+#include "model/dunmarel_common.h"
+#include "platform/os_names.h"
+
+#include <algorithm>
+#include <iostream>
+#include <string>
+
+#include <curl/curl.h>
+
+namespace {
+
+// option WORD LONG-WORD: LONG-WORD is the first word of the same command.
+void print_options() {
+    for (const command_option& row : COMMAND_OPTIONS) {
+        const auto* const first =
+            std::find_if(COMMAND_OPTIONS.begin(), COMMAND_OPTIONS.end(),
+                         [&row](const command_option& other) { return other.command == row.command; });
+        std::cout << "option\t" << row.word << "\t" << first->word << "\n";
+    }
+}
+
+// filter WORD FIELD
+void print_filters() {
+    for (const list_filter& row : LIST_FILTERS)
+        std::cout << "filter\t" << row.option << "\t" << row.field << "\n";
+}
+
+// status CODE MESSAGE-ID TEXT, and plain-status CODE for one that the program raises without a text of its
+// own.
+void print_statuses() {
+    for (const status_text& row : STATUS_TEXTS)
+        std::cout << "status\t" << row.code << "\t" << row.id << "\t" << row.text << "\n";
+    std::cout << "plain-status\t" << STATUS_REPOSITORY_FULL << "\n";
+}
+
+// client CODE: a status of the web-service client.
+void print_client_statuses() {
+    const std::string unknown = curl_easy_strerror(CURL_LAST);
+    for (int code = 1; code < CURL_LAST; ++code)
+        if (curl_easy_strerror(static_cast<CURLcode>(code)) != unknown)
+            std::cout << "client\t" << code << "\n";
+}
+
+// The word that the list of packages shows for a type.
+std::string shown_type(const std::string& key) {
+    QvRepoPackage package;
+    package.packageType = key;
+    package.packageName = key + "_8.3_redhat_x64";
+    return package.formatPackageType();
+}
+
+// os KEY and type KEY SHOWN-AS, in order of their codes.
+void print_keys() {
+    for (int os = 1; os <= QV_os_count(); ++os)
+        std::cout << "os\t" << QV_os_name(os) << "\n";
+    for (int type = 1; type <= PACKAGE_TYPE_COUNT; ++type) {
+        const std::string key = get_package_type_string(type);
+        std::cout << "type\t" << key << "\t" << shown_type(key) << "\n";
+    }
+}
+
+} // namespace
+
+int main() {
+    print_options();
+    print_filters();
+    print_statuses();
+    print_client_statuses();
+    print_keys();
+    return std::cout.flush() ? 0 : 1;
+}
