@@ -1,45 +1,15 @@
 """The publisher's tool: every command from the outside, and what is left on the disk afterwards."""
 
-import errno
 import os
-import pty
 import re
-import resource
 import signal
 import stat
 import subprocess
-import termios
-import time
-from pathlib import Path
 
 import pytest
 
-SJAPACK = Path(os.environ["QV_BIN"]) / "sjapack"
-FORMAT_PAGE = Path(__file__).resolve().parents[2] / "docs/sja-format.md"
-GOOD_NAME = "dunmarel_qvclient_8.3.0.1_redhat_x64.sja"
-
-
-def run(*words, cwd=None, **more):
-    return subprocess.run([SJAPACK, *words], cwd=cwd, capture_output=True, text=True, stdin=subprocess.DEVNULL, **more)
-
-
-def done(*words, cwd=None):
-    """Runs a command that has to succeed, and returns its standard output."""
-    result = run(*words, cwd=cwd)
-    assert (result.returncode, result.stderr) == (0, ""), result
-    return result.stdout
-
-
-def refused(*words, cwd=None, **more):
-    """Runs a command that has to be refused with one line, and returns that line without the program's name."""
-    result = run(*words, cwd=cwd, **more)
-    assert (result.returncode, result.stdout) == (1, ""), result
-    assert re.fullmatch(r"sjapack: [^\n]+\n", result.stderr), result
-    return result.stderr[len("sjapack: ") : -1]
-
-
-def names(folder):
-    return sorted(entry.name for entry in Path(folder).iterdir())
+from publisher import (GOOD_NAME, SJAPACK, code_blocks, done, here, keys, limit_file_size, names, on_a_terminal, openssl,
+                       openssl_verifies, refused, run, small_volume)
 
 
 def entry(name, data, mode=0o644):
@@ -48,87 +18,6 @@ def entry(name, data, mode=0o644):
 
 def archive(*entries):
     return b"JANK" + b"".join(entries)
-
-
-def openssl(*words, **more):
-    return subprocess.run(["openssl", *map(str, words)], capture_output=True, **more)
-
-
-def openssl_verifies(package, public_key, scratch):
-    """Whether openssl alone finds the package's signature valid."""
-    bytes_ = Path(package).read_bytes()
-    (scratch / "signature").write_bytes(bytes_[:512])
-    (scratch / "signed").write_bytes(bytes_[512:])
-    words = ["dgst", "-sha512", "-verify", public_key, "-signature", scratch / "signature", scratch / "signed"]
-    result = openssl(*words)
-    assert result.stdout in (b"Verified OK\n", b"Verification failure\n"), result
-    return result.returncode == 0
-
-
-def on_a_terminal(words, answers=b"", cwd=None):
-    """Runs a command with a terminal of its own as input and error output; returns its status and what it shows."""
-    process, terminal = pty.fork()
-    if process == 0:
-        if cwd:
-            os.chdir(cwd)
-        os.execv(SJAPACK, [str(SJAPACK), *map(str, words)])
-    shown, given = b"", 0
-    answers = answers.splitlines(keepends=True)
-    while True:
-        try:
-            part = os.read(terminal, 65536)
-        except OSError as error:  # how Linux ends a terminal that nobody has open any more
-            assert error.errno == errno.EIO
-            break
-        if not part:
-            break
-        shown += part
-        if shown.count(b"assphrase: ") > given:
-            # The prompt comes first; what is typed before the terminal stops showing it, is shown.
-            while termios.tcgetattr(terminal)[3] & termios.ECHO:
-                time.sleep(0.01)
-            os.write(terminal, answers[given])
-            given += 1
-    _, status = os.waitpid(process, 0)
-    os.close(terminal)
-    return os.waitstatus_to_exitcode(status), shown.decode()
-
-
-@pytest.fixture(scope="session")
-def keys(tmp_path_factory):
-    """A folder with a publisher's key pair (key, pub) and a stranger's (other.key, other.pub)."""
-    folder = tmp_path_factory.mktemp("keys")
-    done("keygen", "--private", "key", "--public", "pub", cwd=folder)
-    done("keygen", "--private", "other.key", "--public", "other.pub", cwd=folder)
-    return folder
-
-
-@pytest.fixture
-def here(tmp_path):
-    """An empty folder, with a helper that makes files in it."""
-
-    class Here:
-        path = tmp_path
-
-        def file(self, name, data=b"data", mode=0o644):
-            path = tmp_path / name
-            path.write_bytes(data)
-            path.chmod(mode)
-            return path
-
-        def names(self):
-            return names(tmp_path)
-
-    return Here()
-
-
-@pytest.fixture
-def small_volume(tmp_path_factory):
-    """A volume of 256 KiB."""
-    folder = tmp_path_factory.mktemp("volume")
-    subprocess.run(["mount", "-t", "tmpfs", "-o", "size=256k", "qv-test", folder], check=True)
-    yield folder
-    subprocess.run(["umount", "-l", folder], check=True)
 
 
 # keygen
@@ -492,12 +381,6 @@ def test_help_and_version_are_on_standard_output():
 # What is left when something goes wrong in the middle
 
 
-def limit_file_size():
-    """Kills the process (SIGXFSZ) in the write that takes a file past 1 MiB."""
-    resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
-    resource.setrlimit(resource.RLIMIT_FSIZE, (1 << 20, 1 << 20))
-
-
 def test_a_kill_in_the_middle_leaves_no_output(here, keys):
     here.file("large", b"l" * (3 << 20))
     result = run("create", "out.sja", "large", cwd=here.path, preexec_fn=limit_file_size)
@@ -551,12 +434,8 @@ def test_progress_is_shown_on_a_terminal_only(here, keys):
 # The page that describes the format
 
 
-def code_blocks(language):
-    return re.findall(rf"^```{language}\n(.*?)^```$", FORMAT_PAGE.read_text(), re.MULTILINE | re.DOTALL)
-
-
 def test_the_example_in_the_format_page_is_what_the_tool_makes(here):
-    [dump] = code_blocks("hexdump")
+    [dump] = code_blocks("sja-format.md", "hexdump")
     in_page = b"".join(
         bytes.fromhex(re.fullmatch(r"[0-9a-f]{8}  ((?:[0-9a-f]{2} ?)+)(?: .*)?", line)[1]) for line in dump.splitlines()
     )
@@ -567,7 +446,7 @@ def test_the_example_in_the_format_page_is_what_the_tool_makes(here):
 
 
 def test_the_commands_in_the_format_page_sign_like_the_tool(here, keys):
-    [commands] = code_blocks("sh")
+    [commands] = code_blocks("sja-format.md", "sh")
     here.file("package.sja", archive(entry("one", b"12345")))
     for name in ("key", "pub"):
         here.file({"key": "signing.key", "pub": "pubkey.pem"}[name], (keys / name).read_bytes())
