@@ -4,22 +4,17 @@
 #include "files/file_stream.h"
 #include "files/sja_verify.h"
 #include "platform/file_descriptor.h"
+#include "publisher/checking_key.h"
 #include "publisher/progress.h"
 #include "publisher/refusal.h"
-#include "publisher/rsa_key.h"
 #include "publisher/source_file.h"
 
 #include <cerrno>
-#include <memory>
 
 #include <fcntl.h>
 #include <unistd.h>
 
 namespace {
-
-struct release_pubkey {
-    void operator()(RSA* key) const { free_pubkey(key); }
-};
 
 // A file whose reader is watched: the server's own check reads it, the progress bar sees how far it is.
 struct WatchedFile {
@@ -48,11 +43,8 @@ buffered_stream stream_of(WatchedFile& watched) {
 
 } // namespace
 
-void verify_archive(const std::string& path, const std::string& key_path, std::ostream* terminal) {
-    check_public_key(key_path);
-    const std::unique_ptr<RSA, release_pubkey> key(get_pubkey(key_path.c_str()));
-    if (!key)
-        throw Refusal("a master server cannot read " + key_path + ": it is no file of up to 65535 bytes");
+void verify_archive(const std::string& path, const std::string& key_name, std::ostream* terminal) {
+    const CheckingKey key = read_checking_key(key_name);
     const SourceFile source = examine_source(path);
     WatchedFile watched = {FileDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC)),
                            {source.size(), terminal}};
@@ -64,6 +56,6 @@ void verify_archive(const std::string& path, const std::string& key_path, std::o
         throw Refusal(path + " is not an .sja archive");
     if (form == 0)
         throw Refusal(path + " is not signed");
-    if (!sja_verify_hash(archive.get(), key.get()))
-        throw Refusal("the signature of " + path + " is not valid for the key in " + key_path);
+    if (!sja_verify_hash(archive.get(), key.numbers.get()))
+        throw Refusal("the signature of " + path + " is not valid for the key in " + key.name);
 }

@@ -7,7 +7,7 @@
 #include <string>
 
 // Throws a Refusal unless the archive at `path` is signed and its signature fits the public key in the file
-// `key_path`. Draws a progress bar on `terminal` unless that is null.
-void verify_archive(const std::string& path, const std::string& key_path, std::ostream* terminal);
+// or at the URI `key_name`. Draws a progress bar on `terminal` unless that is null.
+void verify_archive(const std::string& path, const std::string& key_name, std::ostream* terminal);
 
 #endif

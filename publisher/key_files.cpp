@@ -1,6 +1,8 @@
 #include "publisher/key_files.h"
 
+#include "publisher/key_uri.h"
 #include "publisher/refusal.h"
+#include "publisher/uri_key.h"
 
 #include <memory>
 
@@ -9,11 +11,11 @@
 
 namespace {
 
-std::unique_ptr<const Passphrase> passphrase_from(const PassphraseSource& source, bool again) {
+std::shared_ptr<const Passphrase> passphrase_from(const PassphraseSource& source, bool again) {
     if (!source.file.empty())
-        return std::unique_ptr<const Passphrase>(new Passphrase(passphrase_from_file(source.file)));
+        return std::shared_ptr<const Passphrase>(new Passphrase(passphrase_from_file(source.file)));
     if (source.ask)
-        return std::unique_ptr<const Passphrase>(new Passphrase(passphrase_from_terminal(again)));
+        return std::shared_ptr<const Passphrase>(new Passphrase(passphrase_from_terminal(again)));
     return nullptr;
 }
 
@@ -34,7 +36,7 @@ void check_free(const KeyPairFiles& files) {
 
 void make_key_pair(const KeyPairFiles& files, const PassphraseSource& source) {
     check_free(files);
-    const std::unique_ptr<const Passphrase> passphrase = passphrase_from(source, true);
+    const std::shared_ptr<const Passphrase> passphrase = passphrase_from(source, true);
     const pkey_ptr key = generate_key();
     const bool replaced = is_there(files.private_path);
     write_private_key(files.private_path, key.get(), passphrase.get());
@@ -47,7 +49,14 @@ void make_key_pair(const KeyPairFiles& files, const PassphraseSource& source) {
     }
 }
 
-pkey_ptr signing_key(const std::string& path, const PassphraseSource& source) {
-    const std::unique_ptr<const Passphrase> passphrase = passphrase_from(source, false);
-    return read_private_key(path, passphrase.get());
+pkey_ptr signing_key(const std::string& name, const PassphraseSource& source) {
+    if (!is_key_uri(name))
+        return read_private_key(name, passphrase_from(source, false).get());
+    KeyUri uri = parse_key_uri(name);
+    const bool has_passphrase = source.ask || !source.file.empty();
+    if (uri.pin && has_passphrase)
+        throw Refusal("the key's URI holds a PIN, and another passphrase is given");
+    if (has_passphrase)
+        uri.pin = passphrase_from(source, false);
+    return read_key(uri, KeyHalf::PRIVATE);
 }

@@ -24,7 +24,8 @@ struct KeyPairFiles {
 // written, a private half that replaced nothing is removed again.
 void make_key_pair(const KeyPairFiles& files, const PassphraseSource& passphrase);
 
-// Reads the private key for signing; see read_private_key.
-pkey_ptr signing_key(const std::string& path, const PassphraseSource& passphrase);
+// Reads the private key for signing, named by a file's path or by a URI (see is_key_uri). Throws a Refusal
+// when there is no RSA key of 4096 bits to be had, and when a URI that holds a PIN comes with a passphrase.
+pkey_ptr signing_key(const std::string& name, const PassphraseSource& passphrase);
 
 #endif

@@ -2,9 +2,9 @@
 
 #include "publisher/openssl_error.h"
 #include "publisher/output_file.h"
+#include "publisher/passphrase_request.h"
 #include "publisher/refusal.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 
@@ -63,29 +63,6 @@ bio_ptr open_key_file(const std::string& path) {
     return bio;
 }
 
-struct PassphraseRequest {
-    const Passphrase* passphrase;
-    bool made = false;
-};
-
-// OpenSSL's callback for an encrypted key. Without it, OpenSSL would ask on the terminal by itself.
-int give_passphrase(char* buffer, int size, int /*writing*/, void* data) {
-    auto* request = static_cast<PassphraseRequest*>(data);
-    request->made = true;
-    if (request->passphrase == nullptr)
-        return -1;
-    const std::string& text = request->passphrase->text();
-    if (text.size() > static_cast<std::size_t>(size))
-        return -1;
-    std::copy(text.begin(), text.end(), buffer);
-    return static_cast<int>(text.size());
-}
-
-void check_kind(const std::string& path, const EVP_PKEY* key) {
-    if (EVP_PKEY_is_a(key, "RSA") == 0 || EVP_PKEY_get_bits(key) != KEY_BITS)
-        throw Refusal("the key in " + path + " is not an RSA key of 4096 bits");
-}
-
 } // namespace
 
 pkey_ptr generate_key() {
@@ -109,17 +86,21 @@ void write_public_key(const std::string& path, EVP_PKEY* key) {
     write_pem(path, 0666, pem.get());
 }
 
+void check_key_kind(const std::string& name, const EVP_PKEY* key) {
+    if (EVP_PKEY_is_a(key, "RSA") == 0 || EVP_PKEY_get_bits(key) != KEY_BITS)
+        throw Refusal("the key in " + name + " is not an RSA key of 4096 bits");
+}
+
 pkey_ptr read_private_key(const std::string& path, const Passphrase* passphrase) {
     const bio_ptr file = open_key_file(path);
     PassphraseRequest request = {passphrase};
     pkey_ptr key(PEM_read_bio_PrivateKey(file.get(), nullptr, give_passphrase, &request));
     ERR_clear_error();
     if (!key && request.made)
-        throw Refusal(passphrase == nullptr ? "the key in " + path + " needs a passphrase"
-                                            : "the passphrase does not fit the key in " + path);
+        throw passphrase_refusal(path, request);
     if (!key)
         throw Refusal(path + " holds no private key");
-    check_kind(path, key.get());
+    check_key_kind(path, key.get());
     return key;
 }
 
@@ -130,5 +111,5 @@ void check_public_key(const std::string& path) {
     ERR_clear_error();
     if (!key)
         throw Refusal(path + " holds no public key");
-    check_kind(path, key.get());
+    check_key_kind(path, key.get());
 }

@@ -10,7 +10,10 @@
 
 #include <openssl/evp.h>
 
+// A key in a device goes before the connection to that device, which it keeps; other keys keep nothing.
 struct release_pkey {
+    std::shared_ptr<const void> connection;
+
     void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
 };
 using pkey_ptr = std::unique_ptr<EVP_PKEY, release_pkey>;
@@ -25,6 +28,9 @@ void write_private_key(const std::string& path, EVP_PKEY* key, const Passphrase*
 
 // Writes the public half to the file `path` in PEM ("PUBLIC KEY"). Throws like write_private_key.
 void write_public_key(const std::string& path, EVP_PKEY* key);
+
+// Throws a Refusal, which calls the key by `name`, unless it is an RSA key of 4096 bits.
+void check_key_kind(const std::string& name, const EVP_PKEY* key);
 
 // Reads a private RSA key of 4096 bits. `passphrase` may be null for a key that is not encrypted. Throws a
 // Refusal that says what the file lacks.

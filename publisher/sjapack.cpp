@@ -92,7 +92,7 @@ CLI::Option* add_archive(CLI::App* command, const char* name, Words& words, cons
 }
 
 CLI::Option* add_key(CLI::App* command, Words& words, const char* help) {
-    return command->add_option("--key", words.key, help)->type_name("FILE");
+    return command->add_option("--key", words.key, help)->type_name("FILE|URI");
 }
 
 Command keygen_words(CLI::App& app, Words& words) {

@@ -1,0 +1,13 @@
+// Keys at URIs.
+
+#ifndef PUBLISHER_URI_KEY_H
+#define PUBLISHER_URI_KEY_H
+
+#include "publisher/key_uri.h"
+#include "publisher/rsa_key.h"
+
+// Reads the half of an RSA key pair of 4096 bits at `uri`: from OpenSSL's providers where one of them serves
+// the scheme, else, for "pkcs11", through the engine. Throws a Refusal that says what is missing.
+pkey_ptr read_key(const KeyUri& uri, KeyHalf half);
+
+#endif

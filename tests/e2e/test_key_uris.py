@@ -1,0 +1,228 @@
+"""Signing with keys at URIs: in a token that never gives them away, from providers, and in files."""
+
+import os
+import re
+
+import pytest
+
+import token_device
+import world
+from packages import archive
+from publisher import (GOOD_NAME, done, here, keys, on_a_terminal, openssl, openssl_verifies, refused, run)
+from token_device import ESCAPED_PIN, PIN, uri
+
+CONTENT = archive(("one", b"12345"))
+SIGNED = f"{GOOD_NAME}: 1 entry, signed, single package\n"
+VALID = f"{GOOD_NAME}: the signature is valid\n"
+
+
+@pytest.fixture(scope="module")
+def token(tmp_path_factory, keys):
+    """A token with the publisher's key ("imported") and keys that were made in it."""
+    token = token_device.Token(tmp_path_factory.mktemp("token"))
+    token.take_key("imported", keys / "key", "01")
+    token.make_key("signing", "rsa:4096", "02")
+    token.make_key("short", "rsa:2048", "03")
+    token.make_key("curve", "EC:prime256v1", "04")
+    token.make_key("half", "rsa:2048", "05")
+    token.forget_private_half("half")
+    return token
+
+
+@pytest.fixture
+def package(here):
+    return here.file(GOOD_NAME, CONTENT)
+
+
+def export(token, label, path):
+    words = ["pkey", "-engine", "pkcs11", "-inform", "engine", "-pubin", "-in", uri(label), "-out", path]
+    openssl(*words, env=token.environment, check=True)
+
+
+# A key in a token
+
+
+def test_a_key_made_in_a_token_signs_there(here, token, package):
+    assert done("sign", GOOD_NAME, "--key", uri("signing", ESCAPED_PIN), cwd=here.path, env=token.environment) == SIGNED
+    export(token, "signing", here.path / "pub")
+    assert package.read_bytes()[512:] == CONTENT
+    assert openssl_verifies(package, here.path / "pub", here.path)
+    assert done("verify", GOOD_NAME, "--key", "pub", cwd=here.path) == VALID
+    assert done("verify", GOOD_NAME, "--key", uri("signing"), cwd=here.path, env=token.environment) == VALID
+    assert refused("verify", GOOD_NAME, "--key", uri("imported", ESCAPED_PIN), cwd=here.path, env=token.environment) == (
+        f"the signature of {GOOD_NAME} is not valid for the key in {uri('imported')}"
+    )
+
+
+def test_a_key_in_a_token_signs_like_the_same_key_in_a_file(here, keys, token):
+    here.file("one", b"12345")
+    for out, key in (("a", keys / "key"), ("b", uri("imported", ESCAPED_PIN))):
+        assert run("create", out, "one", "--key", key, cwd=here.path, env=token.environment).returncode == 0
+    assert (here.path / "a").read_bytes() == (here.path / "b").read_bytes()
+
+
+def test_a_master_server_takes_what_a_token_signed(here, token, package, master, qvrepo, repository):
+    export(token, "signing", world.ROOT / "var/global/dunmarel/pubkey.pem")
+    assert qvrepo("-add", str(package)).status != 0
+    done("sign", GOOD_NAME, "--key", uri("signing", ESCAPED_PIN), cwd=here.path, env=token.environment)
+    assert qvrepo("-add", str(package)).status == 0
+    assert repository() == [GOOD_NAME]
+
+
+def test_the_pin_comes_from_a_file_or_the_terminal(here, token, package):
+    here.file("pin", PIN.encode() + b"\nnot this line\n")
+    sign = ["sign", GOOD_NAME, "--key"]
+    for words in (
+        [uri("imported"), "--passphrase-file", "pin"],
+        [f"{uri('imported')}?pin-source={here.path}/pin"],
+        [f"{uri('imported')}?pin-source=file:{here.path}/pin"],
+        [f"{uri('imported')}?pin-source=file%3A//{here.path}/pin"],
+        [f"PKCS11:object=imported?pin-value={ESCAPED_PIN}"],
+    ):
+        package.write_bytes(CONTENT)
+        assert done(*sign, *words, cwd=here.path, env=token.environment) == SIGNED
+        assert len(package.read_bytes()) == 512 + len(CONTENT)
+    package.write_bytes(CONTENT)
+    status, shown = on_a_terminal([*sign, uri("imported"), "--ask-passphrase"], PIN.encode() + b"\n", cwd=here.path,
+                                  env=token.environment)
+    assert (status, PIN in shown) == (0, False), shown
+    assert len(package.read_bytes()) == 512 + len(CONTENT)
+
+
+def test_a_key_that_wants_its_pin_for_every_signature_gets_it(here, keys, token, package):
+    token.take_careful_key("careful", keys / "key", "06")
+    log = here.path / "calls"
+    environment = token_device.spying_environment(token.environment, log)
+    key = uri("careful", ESCAPED_PIN)
+    assert done("sign", GOOD_NAME, "--key", key, cwd=here.path, env=environment) == SIGNED
+    assert len(re.findall(r": C_Login$", log.read_text(), re.MULTILINE)) == 2
+    assert openssl_verifies(package, keys / "pub", here.path)
+
+
+def test_a_wrong_pin_is_given_to_the_token_once(here, token, package):
+    # Tokens lock themselves after a few.
+    log = here.path / "calls"
+    environment = token_device.spying_environment(token.environment, log)
+    refused("sign", GOOD_NAME, "--key", uri("imported", "1111"), cwd=here.path, env=environment)
+    assert len(re.findall(r": C_Login$", log.read_text(), re.MULTILINE)) == 1
+
+
+BAD_KEYS = {
+    uri("imported"): f"the token of the private key {uri('imported')} needs a PIN",
+    uri("imported", "99999999"): f"the PIN does not fit the token of the private key {uri('imported')}",
+    uri("missing", ESCAPED_PIN): f"no token has the private key {uri('missing')}",
+    uri("half", ESCAPED_PIN): f"no token has the private key {uri('half')}",
+    uri("imported", ESCAPED_PIN, "lost"): f"no token has the private key {uri('imported', None, 'lost')}",
+    uri("imported;type=public", ESCAPED_PIN): f"{uri('imported;type=public')} names no private key",
+    uri("short", ESCAPED_PIN): f"the key in {uri('short')} is not an RSA key of 4096 bits",
+    uri("curve", ESCAPED_PIN): f"the key in {uri('curve')} is not an RSA key of 4096 bits",
+    "pkcs11:imported": "pkcs11:imported is no PKCS #11 URI",
+    "pkcs11:object=imported?pin-value=4711%": "the PIN in the key's URI has a % without two hexadecimal digits",
+    "pkcs11:object=imported?pin-source=/missing": "cannot read /missing: No such file or directory",
+    "elsewhere:key": "nothing here reads keys at elsewhere: URIs; a file of that name is ./elsewhere:key",
+    "file:/missing": "cannot read file:/missing: No such file or directory",
+    "file:/etc/passwd": "file:/etc/passwd holds no private key",
+}
+
+
+@pytest.mark.parametrize("key", BAD_KEYS)
+def test_a_key_that_cannot_be_had_changes_nothing(here, token, package, key):
+    here.file("one")
+    for words in (["sign", GOOD_NAME], ["create", GOOD_NAME, "one"], ["create", "new.sja", "one"]):
+        assert refused(*words, "--key", key, cwd=here.path, env=token.environment) == BAD_KEYS[key]
+    assert package.read_bytes() == CONTENT
+    assert here.names() == [GOOD_NAME, "one"]
+
+
+def test_a_public_key_that_cannot_be_had_is_named(here, token, package):
+    done("sign", GOOD_NAME, "--key", uri("imported", ESCAPED_PIN), cwd=here.path, env=token.environment)
+    cases = {
+        uri("missing"): f"no token has the public key {uri('missing')}",
+        uri("imported;type=private"): f"{uri('imported;type=private')} names no public key",
+        uri("short"): f"the key in {uri('short')} is not an RSA key of 4096 bits",
+    }
+    for key, reason in cases.items():
+        assert refused("verify", GOOD_NAME, "--key", key, cwd=here.path, env=token.environment) == reason
+
+
+def test_without_provider_and_engine_there_are_no_tokens(here, token, package):
+    environment = {**token.environment, "OPENSSL_ENGINES": str(here.path)}
+    assert refused("sign", GOOD_NAME, "--key", uri("imported", ESCAPED_PIN), cwd=here.path, env=environment) == (
+        "keys at pkcs11: URIs need OpenSSL's provider or engine for PKCS #11; neither is installed"
+    )
+    assert package.read_bytes() == CONTENT
+
+
+# A key that a provider finds
+
+
+@pytest.fixture
+def provided(here, keys):
+    """The environment of a provider for pkcs11: URIs; the objects are "key", which has a PIN, "open", the same without,
+    "short" and "pub"."""
+    folder = here.path / "objects"
+    folder.mkdir()
+    openssl("pkey", "-in", keys / "key", "-outform", "DER", "-out", folder / "key", check=True)
+    (folder / "open").write_bytes((folder / "key").read_bytes())
+    (folder / "key.pin").write_text(PIN)
+    openssl("genpkey", "-algorithm", "RSA", "-pkeyopt", "rsa_keygen_bits:2048", "-outform", "DER", "-out",
+            folder / "short", check=True)
+    openssl("pkey", "-in", keys / "key", "-pubout", "-outform", "DER", "-out", folder / "pub", check=True)
+    modules = world.PROGRAMS.parent / "tests/providers"
+    # Without engines, so that nobody else finds these keys.
+    return {**os.environ, "OPENSSL_MODULES": str(modules), "OPENSSL_ENGINES": str(folder), "QV_TEST_TOKEN": str(folder)}
+
+
+def test_an_installed_provider_goes_before_the_engine(here, keys, package, provided):
+    for key in ("pkcs11:object=open", f"pkcs11:object=key?pin-value={ESCAPED_PIN}"):
+        package.write_bytes(CONTENT)
+        assert done("sign", GOOD_NAME, "--key", key, cwd=here.path, env=provided) == SIGNED
+        assert openssl_verifies(package, keys / "pub", here.path)
+    assert done("verify", GOOD_NAME, "--key", "pkcs11:object=pub", cwd=here.path, env=provided) == VALID
+
+
+def test_a_provider_without_the_key_changes_nothing(here, package, provided):
+    cases = {
+        "pkcs11:object=key": "the key in pkcs11:object=key needs a passphrase",
+        "pkcs11:object=key?pin-value=1": "the passphrase does not fit the key in pkcs11:object=key",
+        "pkcs11:object=missing": "pkcs11:object=missing holds no private key",
+        "pkcs11:object=pub": "pkcs11:object=pub holds no private key",
+        "pkcs11:object=short": "the key in pkcs11:object=short is not an RSA key of 4096 bits",
+        "pkcs11:object=open,short": "pkcs11:object=open,short holds more than one private key",
+    }
+    for key, reason in cases.items():
+        assert refused("sign", GOOD_NAME, "--key", key, cwd=here.path, env=provided) == reason
+    assert package.read_bytes() == CONTENT
+
+
+# A key in a file
+
+
+def test_a_file_is_named_by_its_path_or_its_uri(here, keys, package):
+    by_path = here.file("by-path", CONTENT)
+    run("sign", by_path, "--key", keys / "key")
+    assert done("sign", GOOD_NAME, "--key", f"file:{keys}/key", cwd=here.path) == SIGNED
+    assert package.read_bytes() == by_path.read_bytes()
+    assert done("verify", GOOD_NAME, "--key", f"file:{keys}/pub", cwd=here.path) == VALID
+    here.file("my:key", (keys / "key").read_bytes())
+    assert done("sign", GOOD_NAME, "--key", "./my:key", cwd=here.path) == SIGNED
+
+
+def test_a_passphrase_opens_a_file_that_a_uri_names(here, keys, package):
+    here.file("passphrase", b"open sesame\n")
+    here.file("wrong", b"open says me\n")
+    openssl("pkcs12", "-export", "-nocerts", "-inkey", keys / "key", "-passout", "pass:open sesame", "-out",
+            here.path / "key.p12", check=True)
+    key = f"file:{here.path}/key.p12"
+    assert refused("sign", GOOD_NAME, "--key", key, "--passphrase-file", "wrong", cwd=here.path) == (
+        f"the passphrase does not fit the key in {key}"
+    )
+    assert package.read_bytes() == CONTENT
+    assert done("sign", GOOD_NAME, "--key", key, "--passphrase-file", "passphrase", cwd=here.path) == SIGNED
+    assert openssl_verifies(package, keys / "pub", here.path)
+
+
+def test_the_wrong_half_in_a_file_is_refused(here, keys, package):
+    assert refused("sign", GOOD_NAME, "--key", f"file:{keys}/pub", cwd=here.path) == f"file:{keys}/pub holds no private key"
+    done("sign", GOOD_NAME, "--key", keys / "key", cwd=here.path)
+    assert refused("verify", GOOD_NAME, "--key", f"file:{keys}/key", cwd=here.path) == f"file:{keys}/key holds no public key"
