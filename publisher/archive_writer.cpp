@@ -3,14 +3,13 @@
 #include "publisher/output_file.h"
 #include "publisher/progress.h"
 #include "publisher/refusal.h"
+#include "publisher/signable_archive.h"
 #include "publisher/signer.h"
 #include "publisher/source_file.h"
 
-#include <cerrno>
-#include <cstdlib>
-#include <memory>
 #include <optional>
 #include <set>
+#include <utility>
 
 namespace {
 
@@ -24,24 +23,23 @@ std::string little_endian(std::uint64_t number, int bytes) {
     return text;
 }
 
-// An archive on its way to the disk. With a key, the place of the signature is left free and filled in at the
-// end, when all bytes behind it have gone by.
+// An archive on its way to the disk. Where a signature is to come, its place is left free and filled in at
+// the end, when all bytes behind it have gone by.
 class ArchiveOutput {
   public:
-    ArchiveOutput(const std::string& path, mode_t mode, EVP_PKEY* key, std::uint64_t size,
+    ArchiveOutput(const std::string& path, mode_t mode, SignatureSource* signature, std::uint64_t size,
                   std::ostream* terminal)
-        : file_(path, mode), progress_(size, terminal) {
-        if (key == nullptr)
+        : file_(path, mode), signature_(signature), progress_(size, terminal) {
+        if (signature == nullptr)
             return;
-        signer_.emplace(key);
         const std::string room(SIGNATURE_SIZE, '\0');
         file_.write(room.data(), room.size());
     }
 
     void write(const char* bytes, std::size_t count) {
         file_.write(bytes, count);
-        if (signer_)
-            signer_->update(bytes, count);
+        if (signature_ != nullptr)
+            signature_->update(bytes, count);
         progress_.advance(count);
     }
     void write(const std::string& bytes) { write(bytes.data(), bytes.size()); }
@@ -53,8 +51,8 @@ class ArchiveOutput {
     void take_over(const struct stat& status) { file_.take_over(status); }
 
     void finish() {
-        if (signer_) {
-            const std::string signature = signer_->finish();
+        if (signature_ != nullptr) {
+            const std::string signature = signature_->finish();
             file_.write_at(0, signature.data(), signature.size());
         }
         file_.commit();
@@ -62,15 +60,9 @@ class ArchiveOutput {
 
   private:
     OutputFile file_;
-    std::optional<Signer> signer_;
+    SignatureSource* signature_;
     Progress progress_;
 };
-
-bool is_same_file(const SourceFile& source, const std::string& path) {
-    struct stat status = {};
-    return stat(path.c_str(), &status) == 0 && status.st_dev == source.status.st_dev &&
-           status.st_ino == source.status.st_ino;
-}
 
 std::vector<SourceFile> examine_all(const std::vector<std::string>& paths, const std::string& output) {
     std::vector<SourceFile> sources;
@@ -95,14 +87,6 @@ std::uint64_t archive_size(const std::vector<SourceFile>& sources) {
     return size;
 }
 
-// The path behind all symbolic links, so that a link to an archive stays one.
-std::string real_path(const std::string& path) {
-    const std::unique_ptr<char, decltype(&std::free)> real(realpath(path.c_str(), nullptr), &std::free);
-    if (!real)
-        throw Refusal("cannot read " + path, errno);
-    return real.get();
-}
-
 } // namespace
 
 std::string entry_header(const SourceFile& source) {
@@ -114,7 +98,10 @@ std::vector<ArchiveEntry> create_archive(const std::string& output, const std::v
                                          EVP_PKEY* key, std::ostream* terminal) {
     const std::vector<SourceFile> sources = examine_all(paths, output);
     std::vector<ArchiveEntry> entries;
-    ArchiveOutput archive(output, 0666, key, archive_size(sources), terminal);
+    std::optional<Signer> signer;
+    if (key != nullptr)
+        signer.emplace(key);
+    ArchiveOutput archive(output, 0666, signer ? &*signer : nullptr, archive_size(sources), terminal);
     archive.write(MAGIC);
     for (const SourceFile& source : sources) {
         archive.write(entry_header(source));
@@ -125,17 +112,12 @@ std::vector<ArchiveEntry> create_archive(const std::string& output, const std::v
     return entries;
 }
 
-std::vector<ArchiveEntry> sign_archive(const std::string& path, EVP_PKEY* key, std::ostream* terminal) {
-    const SourceFile source = examine_source(real_path(path));
-    ArchiveTable table = read_archive_table(path);
-    if (!table.damage.empty())
-        throw Refusal(path + " is damaged: " + table.damage);
-    if (table.entries.empty())
-        throw Refusal(path + " holds no entry");
-    const std::uint64_t content = table.has_signature ? SIGNATURE_SIZE : 0;
-    ArchiveOutput archive(source.path, 0600, key, source.size() - content, terminal);
-    archive.write(source, content);
-    archive.take_over(source.status);
-    archive.finish();
-    return table.entries;
+std::vector<ArchiveEntry> sign_archive(const std::string& path, SignatureSource& signature,
+                                       std::ostream* terminal) {
+    SignableArchive archive = examine_signable(path);
+    ArchiveOutput output(archive.source.path, 0600, &signature, archive.content_size(), terminal);
+    output.write(archive.source, archive.content);
+    output.take_over(archive.source.status);
+    output.finish();
+    return std::move(archive.entries);
 }

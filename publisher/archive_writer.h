@@ -4,6 +4,7 @@
 #define PUBLISHER_ARCHIVE_WRITER_H
 
 #include "publisher/archive_table.h"
+#include "publisher/signature_source.h"
 #include "publisher/source_file.h"
 
 #include <iosfwd>
@@ -26,10 +27,11 @@ std::string entry_header(const SourceFile& source);
 std::vector<ArchiveEntry> create_archive(const std::string& output, const std::vector<std::string>& paths,
                                          EVP_PKEY* key, std::ostream* terminal);
 
-// Puts a signature made with `key` in front of the archive at `path`, in place of the one that it has
-// already. Returns the entries. The archive keeps its permission bits, and its owner where this process may
-// set it; it is replaced whole or not at all, behind a symbolic link too. Throws a Refusal for what is no
-// archive, holds no entry or is damaged, and like create_archive.
-std::vector<ArchiveEntry> sign_archive(const std::string& path, EVP_PKEY* key, std::ostream* terminal);
+// Puts the signature that `signature` gives in front of the archive at `path`, in place of the one that it
+// has already. Returns the entries. The archive keeps its permission bits, and its owner where this process
+// may set it; it is replaced whole or not at all, behind a symbolic link too. Throws a Refusal for what is no
+// archive, holds no entry or is damaged, when there is no signature, and like create_archive.
+std::vector<ArchiveEntry> sign_archive(const std::string& path, SignatureSource& signature,
+                                       std::ostream* terminal);
 
 #endif

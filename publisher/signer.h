@@ -1,27 +1,22 @@
-// Signatures of packages.
+// Signatures made with a key.
 
 #ifndef PUBLISHER_SIGNER_H
 #define PUBLISHER_SIGNER_H
 
-#include <cstddef>
+#include "publisher/signature_source.h"
+
 #include <memory>
-#include <string>
 
 #include <openssl/evp.h>
 
-// A signature fills the first bytes of a signed archive.
-inline constexpr std::size_t SIGNATURE_SIZE = 512;
-
-// Signs bytes as they go by: RSA, PKCS #1 v1.5, over their SHA-512 digest.
-class Signer {
+// Signs bytes as they go by: RSA, PKCS #1 v1.5, over their SHA-512 digest. A key in a device signs there.
+class Signer : public SignatureSource {
   public:
     // `key` has to be an RSA key of 4096 bits and to outlive the signer.
     explicit Signer(EVP_PKEY* key);
 
-    void update(const char* bytes, std::size_t count);
-
-    // The signature of all bytes so far, SIGNATURE_SIZE long. To be called once, at the end.
-    std::string finish();
+    void update(const char* bytes, std::size_t count) override;
+    std::string finish() override;
 
   private:
     struct release_context {

@@ -4,10 +4,13 @@
 #include "publisher/archive_check.h"
 #include "publisher/archive_table.h"
 #include "publisher/archive_writer.h"
+#include "publisher/digest.h"
+#include "publisher/given_signature.h"
 #include "publisher/key_files.h"
 #include "publisher/name_check.h"
 #include "publisher/progress.h"
 #include "publisher/refusal.h"
+#include "publisher/signer.h"
 
 #include <functional>
 #include <iostream>
@@ -26,6 +29,9 @@ struct Words {
     std::vector<std::string> files;
     KeyPairFiles pair;
     std::string key;
+    std::string signature;
+    std::string raw;
+    std::string digest_info;
     PassphraseSource passphrase;
 };
 
@@ -54,11 +60,30 @@ void create(const Words& words) {
     std::cout << words.archive << ": " << summary_of(key != nullptr, entries) << "\n";
 }
 
-void sign(const Words& words) {
-    const pkey_ptr key = signing_key(words.key, words.passphrase);
-    const auto entries = sign_archive(words.archive, key.get(), progress_terminal());
+void put_signature(const Words& words, SignatureSource& signature) {
+    const auto entries = sign_archive(words.archive, signature, progress_terminal());
     warn_about(words.archive, entries);
     std::cout << words.archive << ": " << summary_of(true, entries) << "\n";
+}
+
+void sign(const Words& words) {
+    const pkey_ptr key = signing_key(words.key, words.passphrase);
+    Signer signer(key.get());
+    put_signature(words, signer);
+}
+
+void digest(const Words& words) {
+    const std::string digest = archive_digest(words.archive, progress_terminal());
+    if (!words.raw.empty())
+        write_digest(words.raw, digest, words.archive);
+    if (!words.digest_info.empty())
+        write_digest(words.digest_info, digest_info(digest), words.archive);
+    std::cout << hexadecimal(digest) << "\n";
+}
+
+void attach(const Words& words) {
+    GivenSignature signature(words.signature, words.key);
+    put_signature(words, signature);
 }
 
 void list(const Words& words) {
@@ -125,6 +150,29 @@ Command sign_words(CLI::App& app, Words& words) {
     return {command, sign};
 }
 
+Command digest_words(CLI::App& app, Words& words) {
+    CLI::App* command = app.add_subcommand("digest", "Print what of an archive has to be signed");
+    add_archive(command, "FILE", words, "The archive, unsigned or signed");
+    CLI::Option* raw = command->add_option("--raw", words.raw, "Write the 64 bytes of the digest to OUT");
+    raw->type_name("OUT");
+    command
+        ->add_option("--digest-info", words.digest_info,
+                     "Write the digest to OUT with its algorithm's name in front (DigestInfo)")
+        ->excludes(raw)
+        ->type_name("OUT");
+    return {command, digest};
+}
+
+Command attach_words(CLI::App& app, Words& words) {
+    CLI::App* command = app.add_subcommand("attach", "Put a signature made elsewhere in front of an archive");
+    add_archive(command, "FILE", words, "The archive; a signature that it has is replaced");
+    command->add_option("SIGNATURE", words.signature, "The file with the 512 bytes of the signature")
+        ->required()
+        ->type_name("");
+    add_key(command, words, "The public key that the signature has to fit");
+    return {command, attach};
+}
+
 Command list_words(CLI::App& app, Words& words) {
     CLI::App* command = app.add_subcommand("list", "Show what an archive holds");
     add_archive(command, "FILE", words, "The archive");
@@ -152,9 +200,9 @@ int parse_and_run(int argc, char** argv) {
     app.set_version_flag("--version", "sjapack " QVREPO_VERSION);
     app.require_subcommand(1);
     Words words;
-    const std::vector<Command> commands = {keygen_words(app, words), create_words(app, words),
-                                           sign_words(app, words), list_words(app, words),
-                                           verify_words(app, words)};
+    const std::vector<Command> commands = {
+        keygen_words(app, words), create_words(app, words), sign_words(app, words),  digest_words(app, words),
+        attach_words(app, words), list_words(app, words),   verify_words(app, words)};
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& help) {

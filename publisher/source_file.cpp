@@ -66,6 +66,12 @@ SourceFile examine_source(const std::string& path) {
     return source;
 }
 
+bool is_same_file(const SourceFile& source, const std::string& path) {
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 && status.st_dev == source.status.st_dev &&
+           status.st_ino == source.status.st_ino;
+}
+
 void read_source(const SourceFile& source, std::uint64_t from,
                  const std::function<void(const char* bytes, std::size_t count)>& take) {
     struct stat status = {};

@@ -24,6 +24,9 @@ struct SourceFile {
 // for a file that cannot be read.
 SourceFile examine_source(const std::string& path);
 
+// Whether `path` leads to the file that was examined.
+bool is_same_file(const SourceFile& source, const std::string& path);
+
 // Passes the bytes from offset `from` up to the end of the file to `take`, in chunks. Throws a Refusal when
 // the file cannot be read, or is not, from the first byte to the last, the one that was examined: another
 // file of that name, shorter, longer or written to.

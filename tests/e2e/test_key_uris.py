@@ -2,13 +2,14 @@
 
 import os
 import re
+import subprocess
 
 import pytest
 
 import token_device
 import world
 from packages import archive
-from publisher import (GOOD_NAME, done, here, keys, on_a_terminal, openssl, openssl_verifies, refused, run)
+from publisher import (GOOD_NAME, code_blocks, done, here, keys, on_a_terminal, openssl, openssl_verifies, refused, run)
 from token_device import ESCAPED_PIN, PIN, uri
 
 CONTENT = archive(("one", b"12345"))
@@ -226,3 +227,36 @@ def test_the_wrong_half_in_a_file_is_refused(here, keys, package):
     assert refused("sign", GOOD_NAME, "--key", f"file:{keys}/pub", cwd=here.path) == f"file:{keys}/pub holds no private key"
     done("sign", GOOD_NAME, "--key", keys / "key", cwd=here.path)
     assert refused("verify", GOOD_NAME, "--key", f"file:{keys}/key", cwd=here.path) == f"file:{keys}/key holds no public key"
+
+
+# The page about all this
+
+
+def test_the_commands_in_the_page_sign(here, keys):
+    for name in ("client", "server"):
+        here.file(f"dunmarel_qv{name}_8.3_redhat_x64.sja", CONTENT)
+    here.file("signing.key", (keys / "key").read_bytes())
+    device, offline, digest_info = code_blocks("publishing.md", "sh")
+    scratch = here.path / "device"
+    scratch.mkdir()
+    environment = token_device.make_configuration(scratch)
+    environment["PATH"] = f"{world.PROGRAMS}:{environment['PATH']}"
+
+    def shell(commands):
+        words = ["bash", "-euo", "pipefail", "-c", commands]
+        result = subprocess.run(words, cwd=here.path, env=environment, capture_output=True, text=True)
+        assert result.returncode == 0, result
+        return result.stdout
+
+    client = "dunmarel_qvclient_8.3_redhat_x64.sja"
+    assert shell(device).endswith(
+        f"{client}: 1 entry, signed, single package\n" + f"{client}: the signature is valid\n" * 2
+    )
+    here.file("token.pem", (here.path / "pubkey.pem").read_bytes())
+    here.file("pubkey.pem", (keys / "pub").read_bytes())
+    digest, shown_again, attached = re.fullmatch(r"([0-9a-f]{128})\n([0-9a-f]{128})(.*\n)", shell(offline)).groups()
+    assert digest == shown_again
+    assert attached == "dunmarel_qvserver_8.3_redhat_x64.sja: 1 entry, signed, single package\n"
+    shell(digest_info)
+    here.file(GOOD_NAME, (here.path / "signature-of-token").read_bytes() + CONTENT)
+    assert done("verify", GOOD_NAME, "--key", "token.pem", cwd=here.path) == VALID

@@ -372,7 +372,7 @@ def test_wrong_words_do_nothing(here, words):
 
 def test_help_and_version_are_on_standard_output():
     out = done("--help")
-    for command in ("keygen", "create", "sign", "list", "verify"):
+    for command in ("keygen", "create", "sign", "list", "verify", "digest", "attach"):
         assert f"\n  {command} " in out
         assert command in done(command, "--help")
     assert re.fullmatch(r"sjapack \d+\.\d+\.\d+\n", done("--version"))

@@ -1,5 +1,6 @@
 #include "publisher/archive_writer.h"
 
+#include "publisher/signer.h"
 #include "tests/support/child_process.h"
 #include "tests/support/signing_key.h"
 #include "tests/support/sja_builder.h"
@@ -34,7 +35,12 @@ class ArchiveWriter : public ::testing::Test {
         return refusal_of([&] { create_archive(out_, paths, key, nullptr); });
     }
     std::string sign(EVP_PKEY* key = SigningKey::publisher().get()) const {
-        return refusal_of([&] { sign_archive(out_, key, nullptr); });
+        return refusal_of([&] { sign_with(key); });
+    }
+
+    void sign_with(EVP_PKEY* key) const {
+        Signer signer(key);
+        sign_archive(out_, signer, nullptr);
     }
 
     static mode_t mode_of(const std::string& path) {
@@ -253,7 +259,7 @@ TEST_F(ArchiveWriter, TakesTheSameMemoryForEverySize) {
     write_sparse_file(large, std::uint64_t{64} << 20);
     const auto create_and_sign = [this](const std::string& path) {
         create_archive(out_, {path}, SigningKey::publisher().get(), nullptr);
-        sign_archive(out_, SigningKey::stranger().get(), nullptr);
+        sign_with(SigningKey::stranger().get());
     };
     const long growth = memory_growth([&] { create_and_sign(small); }, [&] { create_and_sign(large); });
     EXPECT_GE(growth, 0);
