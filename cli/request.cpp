@@ -49,10 +49,35 @@ int perform(QVClientCURL& client, const std::string& uri, curl_request_type type
     return STATUS_INVALID_PARAMETER;
 }
 
+int read_error_response(const std::string& body, long& errorCode) {
+    constexpr const char* function = "parseJSONErrorResponse";
+    const json_document document = parse_json(body.c_str());
+    if (!document) {
+        logmsgf(16, function, "Failed to parse error response received from server. Error response is: %s.",
+                body.c_str());
+        return STATUS_UNEXPECTED_RESPONSE;
+    }
+    const json_t* code = json_object_get(document.get(), "errorCode");
+    if (!json_is_integer(code)) {
+        logmsg(16, "No error code in response.", function);
+        return STATUS_UNEXPECTED_RESPONSE;
+    }
+    errorCode = static_cast<long>(json_integer_value(code));
+    logmsgf(16, function, "Error code returned by server is : %ld.", errorCode);
+
+    const char* message = json_string_value(json_object_get(document.get(), "errorMessage"));
+    if (message == nullptr) {
+        logmsg(16, "No message in error response.", function);
+        return STATUS_UNEXPECTED_RESPONSE;
+    }
+    logmsgf(16, function, "Error message returned by server: %s.", message);
+    return 0;
+}
+
 // The status of an answer with another HTTP code than the expected one.
 int refusal(const std::string& response) {
     long error_code = 0;
-    if (const int status = parseJSONErrorResponse(response, error_code); status != 0)
+    if (const int status = read_error_response(response, error_code); status != 0)
         return status;
     return static_cast<int>(error_code);
 }
@@ -85,26 +110,5 @@ int curlSendRequest(QVClientCURL& client, const std::string& uri, curl_request_t
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as its callers in other tools know it
 int parseJSONErrorResponse(std::string errorBody, long& errorCode) {
-    const json_document document = own_json(json_loads(errorBody.c_str(), JSON_DISABLE_EOF_CHECK, nullptr));
-    if (!document) {
-        logmsgf(16, "parseJSONErrorResponse",
-                "Failed to parse error response received from server. Error response is: %s.",
-                errorBody.c_str());
-        return STATUS_UNEXPECTED_RESPONSE;
-    }
-    const json_t* code = json_object_get(document.get(), "errorCode");
-    if (!json_is_integer(code)) {
-        logmsg(16, "No error code in response.", "parseJSONErrorResponse");
-        return STATUS_UNEXPECTED_RESPONSE;
-    }
-    errorCode = static_cast<long>(json_integer_value(code));
-    logmsgf(16, "parseJSONErrorResponse", "Error code returned by server is : %ld.", errorCode);
-
-    const char* message = json_string_value(json_object_get(document.get(), "errorMessage"));
-    if (message == nullptr) {
-        logmsg(16, "No message in error response.", "parseJSONErrorResponse");
-        return STATUS_UNEXPECTED_RESPONSE;
-    }
-    logmsgf(16, "parseJSONErrorResponse", "Error message returned by server: %s.", message);
-    return 0;
+    return read_error_response(errorBody, errorCode);
 }

@@ -57,22 +57,31 @@ std::string eeb_installable(const std::string& name) {
     return installable;
 }
 
+int refuse_details(const std::string& problem) {
+    logmsg(16, problem.c_str(), DETAILS_LABEL);
+    return UNEXPECTED_RESPONSE;
+}
+
+void log_unreadable_details(int status) {
+    logmsgf(16, "QvRepoPackage",
+            "Error reading package details in response. Error code returned from "
+            "parseJSONpackageDetails: %d.",
+            status);
+}
+
 } // namespace
 
 QvRepoPackage::QvRepoPackage(json_t* package) {
     const int status = parseJSONpackageDetails(package);
     if (status != 0) {
-        logmsgf(16, "QvRepoPackage",
-                "Error reading package details in response. Error code returned from "
-                "parseJSONpackageDetails: %d.",
-                status);
+        log_unreadable_details(status);
         throw status;
     }
 }
 
 QvRepoPackage::QvRepoPackage(const std::string& response) {
     json_error_t error;
-    const json_document document = own_json(json_loads(response.c_str(), JSON_DISABLE_EOF_CHECK, &error));
+    const json_document document = parse_json(response.c_str(), 0, &error);
     if (!document) {
         logmsgf(16, "QvRepoPackage",
                 "Failed to parse package details from response received from server. Error: %s.", error.text);
@@ -85,20 +94,14 @@ QvRepoPackage::QvRepoPackage(const std::string& response) {
     }
     const int status = parseJSONpackageDetails(package);
     if (status != 0) {
-        logmsgf(16, "QvRepoPackage",
-                "Error reading package details in response. Error code returned from "
-                "parseJSONpackageDetails: %d.",
-                status);
+        log_unreadable_details(status);
         throw UNEXPECTED_RESPONSE;
     }
 }
 
 int QvRepoPackage::parseJSONpackageDetails(json_t* package) {
     const std::string problem = fill(package);
-    if (problem.empty())
-        return 0;
-    logmsg(16, problem.c_str(), DETAILS_LABEL);
-    return UNEXPECTED_RESPONSE;
+    return problem.empty() ? 0 : refuse_details(problem);
 }
 
 std::string QvRepoPackage::fill(json_t* package) {
@@ -145,25 +148,53 @@ std::string QvRepoPackage::deriveInstallables() {
     return {};
 }
 
-bool QvRepoPackage::appendInPieces(const std::string& response, std::vector<QvRepoPackage>& packages) {
+// What to tell of the first element of a list that is no package.
+struct QvRepoPackage::ListProblem {
+    bool found = false;
+    std::string text; // of a record that cannot be built; empty for an element that is no object
+};
+
+QvRepoPackage::ListProblem QvRepoPackage::append(json_t* element, std::vector<QvRepoPackage>& packages) {
+    if (!json_is_object(element))
+        return {true, {}};
+    QvRepoPackage package;
+    std::string text = package.fill(element);
+    if (!text.empty())
+        return {true, std::move(text)};
+    packages.push_back(std::move(package));
+    return {};
+}
+
+int QvRepoPackage::refuseList(const ListProblem& problem) {
+    if (problem.text.empty()) {
+        logmsg(16, "No package details in response.", LIST_LABEL);
+        return UNEXPECTED_RESPONSE;
+    }
+    const int status = refuse_details(problem.text);
+    log_unreadable_details(status);
+    logmsgf(16, LIST_LABEL, "Error reading package details in response. Error code: %d.", status);
+    return status;
+}
+
+bool QvRepoPackage::appendInPieces(const std::string& response, std::vector<QvRepoPackage>& packages,
+                                   ListProblem& problem) {
     const std::size_t before = packages.size();
     PackageElements elements(response);
-    while (const json_document element = elements.next()) {
-        QvRepoPackage package;
-        if (!package.fill(element.get()).empty())
-            break;
-        packages.push_back(std::move(package));
-    }
-    if (!elements.complete())
+    // Behind a wrong element the walk goes on: an answer that is no JSON is refused as that, wherever it
+    // breaks off.
+    while (const json_document element = elements.next())
+        if (!problem.found)
+            problem = append(element.get(), packages);
+    if (!elements.complete()) {
         packages.resize(before);
+        problem = {};
+    }
     return elements.complete();
 }
 
-int QvRepoPackage::parseJSONResponsePackageArray(const std::string& response,
-                                                 std::vector<QvRepoPackage>& packages) {
-    if (appendInPieces(response, packages))
-        return 0;
-    const json_document document = own_json(json_loads(response.c_str(), JSON_DISABLE_EOF_CHECK, nullptr));
+int QvRepoPackage::appendWhole(const std::string& response, std::vector<QvRepoPackage>& packages,
+                               ListProblem& problem) {
+    const json_document document = parse_json(response.c_str());
     if (!document) {
         logmsgf(16, LIST_LABEL,
                 "Failed to parse package details from response received from server and the response is: %s.",
@@ -175,22 +206,18 @@ int QvRepoPackage::parseJSONResponsePackageArray(const std::string& response,
         logmsg(16, "No data in response.", LIST_LABEL);
         return UNEXPECTED_RESPONSE;
     }
-    for (std::size_t i = 0; i < json_array_size(data); ++i) {
-        json_t* package = json_array_get(data, i);
-        if (package == nullptr)
-            break;
-        if (!json_is_object(package)) {
-            logmsg(16, "No package details in response.", LIST_LABEL);
-            return UNEXPECTED_RESPONSE;
-        }
-        try {
-            packages.push_back(QvRepoPackage(package));
-        } catch (int status) {
-            logmsgf(16, LIST_LABEL, "Error reading package details in response. Error code: %d.", status);
-            return status;
-        }
-    }
+    for (std::size_t i = 0; i < json_array_size(data) && !problem.found; ++i)
+        problem = append(json_array_get(data, i), packages);
     return 0;
+}
+
+int QvRepoPackage::parseJSONResponsePackageArray(const std::string& response,
+                                                 std::vector<QvRepoPackage>& packages) {
+    ListProblem problem;
+    if (!appendInPieces(response, packages, problem))
+        if (const int status = appendWhole(response, packages, problem); status != 0)
+            return status;
+    return problem.found ? refuseList(problem) : 0;
 }
 
 bool QvRepoPackage::isBundle() {

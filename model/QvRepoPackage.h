@@ -76,10 +76,23 @@ class QvRepoPackage {
     // name has fewer than three words or more than 128 bytes identifies nothing.
     std::string deriveInstallables();
 
-    // Appends the records of a response that is right throughout, taking it element by element. Any other
-    // response is left to the parser of whole documents, which names what is wrong: false then, with
-    // `packages` as before.
-    static bool appendInPieces(const std::string& response, std::vector<QvRepoPackage>& packages);
+    struct ListProblem;
+
+    // Appends the record of one element of a list (borrowed), or tells what is wrong with it.
+    static ListProblem append(json_t* element, std::vector<QvRepoPackage>& packages);
+
+    // Appends the records of a response in the service's own form, taking it element by element, up to the
+    // first that is no package. Any other response is left to the parser of whole documents, which names what
+    // is wrong: false then, with `packages` as before.
+    static bool appendInPieces(const std::string& response, std::vector<QvRepoPackage>& packages,
+                               ListProblem& problem);
+
+    // The same for a response of whatever form. Returns 0 or, after logging why, 9103.
+    static int appendWhole(const std::string& response, std::vector<QvRepoPackage>& packages,
+                           ListProblem& problem);
+
+    // Logs the problem and returns the status for it.
+    static int refuseList(const ListProblem& problem);
 };
 
 #endif

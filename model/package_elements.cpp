@@ -4,22 +4,17 @@
 
 // The text ends at its first NUL byte, as it does for the parser of whole documents.
 PackageElements::PackageElements(const std::string& response)
-    : position_(response.c_str()), end_(position_ + std::strlen(position_)),
-      of_form_(take("{") && take("\"data\"") && take(":") && take("[")) {}
+    : position_(response.c_str()), place_(take("{") ? Place::FIRST_MEMBER : Place::ASTRAY) {}
 
 json_document PackageElements::next() {
-    if (!of_form_)
+    while (place_ == Place::FIRST_MEMBER || place_ == Place::MEMBERS)
+        take_member();
+    if (place_ != Place::FIRST_ELEMENT && place_ != Place::ELEMENTS)
         return {};
-    if (take("]"))
-        return finish();
-    if (!first_ && !take(",")) {
-        of_form_ = false;
-        return {};
-    }
-    first_ = false;
-    json_document object = take_object();
-    of_form_ = object != nullptr;
-    return object;
+    if (!take("]"))
+        return take_element();
+    place_ = Place::MEMBERS;
+    return next();
 }
 
 // Skips white space and takes `symbol` where it stands next.
@@ -32,18 +27,42 @@ bool PackageElements::take(const char* symbol) {
     return true;
 }
 
-json_document PackageElements::take_object() {
+json_document PackageElements::take_value(std::size_t enclosing) {
     json_error_t place;
-    const auto left = static_cast<std::size_t>(end_ - position_);
-    json_document object = own_json(json_loadb(position_, left, JSON_DISABLE_EOF_CHECK, &place));
-    if (!json_is_object(object.get()))
-        return {};
-    position_ += place.position;
-    return object;
+    json_document value = parse_json(position_, JSON_DECODE_ANY, &place, enclosing);
+    if (value)
+        position_ += place.position;
+    return value;
 }
 
-json_document PackageElements::finish() {
-    complete_ = take("}");
-    of_form_ = false;
-    return {};
+json_document PackageElements::take_element() {
+    json_document element;
+    if (place_ == Place::FIRST_ELEMENT || take(","))
+        element = take_value(2);
+    place_ = element ? Place::ELEMENTS : Place::ASTRAY;
+    return element;
+}
+
+void PackageElements::take_member() {
+    if (take("}")) {
+        place_ = Place::END;
+        return;
+    }
+    const bool separated = place_ == Place::FIRST_MEMBER || take(",");
+    place_ = Place::ASTRAY;
+    if (!separated)
+        return;
+    const json_document name = take_value(1);
+    if (json_is_string(name.get()) && take(":"))
+        place_ = take_member_value(json_string_value(name.get()));
+}
+
+PackageElements::Place PackageElements::take_member_value(const std::string& name) {
+    if (name != "data")
+        return take_value(1) ? Place::MEMBERS : Place::ASTRAY;
+    // Of several members of one name the last counts, which cannot be told before the end.
+    if (has_list_ || !take("["))
+        return Place::ASTRAY;
+    has_list_ = true;
+    return Place::FIRST_ELEMENT;
 }

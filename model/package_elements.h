@@ -8,28 +8,31 @@
 
 #include <string>
 
-// Takes texts of the one form {"data": [OBJECT, ...]}, in which the service sends its lists; what stands
-// behind the closing brace does not count. The text must outlive the walk.
+// Takes texts in which the service sends its lists: one object with a member "data", an array, and whatever
+// else beside it. What stands behind the closing brace does not count. The text must outlive the walk.
 class PackageElements {
   public:
     explicit PackageElements(const std::string& response);
 
-    // The next element; null behind the last one, and from the first place on that is not of the form.
+    // The next element of the array, of whatever type; null behind the last one, and from the first place on
+    // that is not of the form.
     json_document next();
 
     // Whether the walk has come to the closing brace of a text that is of the form throughout.
-    bool complete() const { return complete_; }
+    bool complete() const { return place_ == Place::END && has_list_; }
 
   private:
+    enum class Place { FIRST_MEMBER, MEMBERS, FIRST_ELEMENT, ELEMENTS, END, ASTRAY };
+
     bool take(const char* symbol);
-    json_document take_object();
-    json_document finish();
+    json_document take_value(std::size_t enclosing);
+    json_document take_element();
+    void take_member();
+    Place take_member_value(const std::string& name);
 
     const char* position_;
-    const char* end_;
-    bool first_ = true;
-    bool of_form_;
-    bool complete_ = false;
+    Place place_;
+    bool has_list_ = false;
 };
 
 #endif

@@ -281,6 +281,68 @@ TEST(PackageListResponse, IsReadAlikeInWhateverShapeItComes) {
     }
 }
 
+// Whether the list stands in the service's own form, with other members beside it, or twice makes no
+// difference to what is told of it.
+TEST(PackageListResponse, IsRefusedAlikeInWhateverShapeItComes) {
+    const std::string one = PackageJson().object();
+    const std::string bad = PackageJson().without("os").object();
+    const std::vector<LogRecord> no_os = {
+        {16, DETAILS, "Error parsing response: Object item not found: os"},
+        {16, "QvRepoPackage", CONSTRUCTOR_FAILED},
+        {16, LIST, "Error reading package details in response. Error code: 9103."}};
+    const std::vector<LogRecord> no_object = {{16, LIST, "No package details in response."}};
+    const struct {
+        std::string list;
+        std::vector<LogRecord> records;
+    } lists[] = {
+        {"[" + one + ", " + bad + ", 7]", no_os},
+        {"[" + one + ", 7, " + bad + "]", no_object},
+        {"[" + one + ", null]", no_object},
+        {"[" + one + ", [[" + one + "]]]", no_object},
+    };
+    const std::pair<const char*, const char*> shapes[] = {
+        {R"({"data": )", "}"},
+        {R"({"links": {"data": [1]}, "data": )", R"(, "n": -1.5, "x": null, "t": "]}"})"},
+        {R"({"data": [1], "data": )", "}"},
+        {R"({"data": )", R"(} {"data": []})"},
+    };
+    for (const auto& [list, records] : lists) {
+        for (const auto& [start, end] : shapes) {
+            const std::string response = start + list + end;
+            LogCapture log;
+            std::vector<QvRepoPackage> packages;
+            EXPECT_EQ(parse_list(response, packages), 9103) << response;
+            EXPECT_EQ(packages.size(), 1U) << response;
+            EXPECT_EQ(log.records(), records) << response;
+        }
+    }
+}
+
+TEST(PackageListResponse, WithWrongSyntaxBesideItsListIsNoJson) {
+    const std::string one = PackageJson().object();
+    for (const char* end :
+         {",}", ", \"x\"}", ", \"x\": }", ", x: 1}", ", \"x\": 1", " \"x\": 1}", ", 1: 1}", "]"}) {
+        LogCapture log;
+        std::vector<QvRepoPackage> packages;
+        EXPECT_EQ(parse_list("{\"data\": [" + one + "]" + end, packages), 9103) << end;
+        EXPECT_THAT(packages, IsEmpty()) << end;
+        ASSERT_EQ(log.records().size(), 1U) << end;
+        EXPECT_THAT(log.records()[0].text, StartsWith("Failed to parse package details from response"))
+            << end;
+    }
+}
+
+TEST(PackageListResponse, IsNestedNoDeeperThanAWholeDocument) {
+    const std::string one = PackageJson().object();
+    const auto list_around = [&](std::size_t depth) {
+        const std::string nested = std::string(depth, '[') + std::string(depth, ']');
+        return "{\"data\": [{\"deep\": " + nested + ", " + one.substr(1) + "]}";
+    };
+    std::vector<QvRepoPackage> packages;
+    EXPECT_EQ(parse_list(list_around(2048 - 3), packages), 0);
+    EXPECT_EQ(parse_list(list_around(2048 - 2), packages), 9103);
+}
+
 TEST(PackageListResponse, IsNoJsonWhereverItBreaksOff) {
     const std::string whole = "{\"data\": [" + PackageJson().object() + ", " + PackageJson().object() + "]}";
     for (std::size_t length = 0; length < whole.length(); ++length) {
