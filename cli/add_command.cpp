@@ -2,7 +2,6 @@
 #include "cli/help.h"
 #include "cli/message_buffers.h"
 #include "cli/package_resource.h"
-#include "cli/request.h"
 #include "cli/startup.h"
 #include "cli/status.h"
 #include "model/QvRepoAddInfo.h"
@@ -42,8 +41,7 @@ int render_body(const char* path, std::string& body) {
 }
 
 int register_package(const std::string& masterServer, const std::string& body, std::string& response) {
-    QVClientCURL client = master_server_client(masterServer);
-    const int code = curlSendRequest(client, PACKAGES_URI, CURL_REQUEST_POST, body, response, 201);
+    const int code = send_single_request(masterServer, PACKAGES_URI, CURL_REQUEST_POST, body, response, 201);
     if (code != 0)
         logmsgf(16, FUNCTION,
                 "Failed to add deployment package metadata. Error code returned from curlSendRequest: %d.",
@@ -60,9 +58,9 @@ void remove_stale_metadata(const std::string& masterServer, const std::string& i
             "QvRepoAddInfo:extractSja: %d.",
             status);
     logmsg(4, "Deleting the stale package metadata.", FUNCTION);
-    QVClientCURL client = master_server_client(masterServer);
     // 404 is what is expected here: any other answer, a plain success too, is logged as a failed clean-up.
-    const int code = curlSendRequest(client, package_uri(id), CURL_REQUEST_DELETE, "", response, 404);
+    const int code =
+        send_single_request(masterServer, package_uri(id), CURL_REQUEST_DELETE, "", response, 404);
     if (code != 0)
         logmsgf(16, FUNCTION,
                 "Package was not added into the repository, but qvrepo failed to remove its metadata. Status "

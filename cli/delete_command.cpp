@@ -94,7 +94,7 @@ int deletePackageCmd(int argc, const char** argv, std::ostream& out, std::istrea
 
     const std::string uri = package_uri(id);
     QVClientCURL client = master_server_client(masterServer);
-    std::string response;
+    std::string& response = client.responseBody; // read where it is: a long answer is not held twice
     if (const int status = fetch_package(client, uri, typedId, response); status != 0)
         return status;
     std::vector<std::string> itemPaths;

@@ -2,7 +2,6 @@
 #include "cli/help.h"
 #include "cli/package_id.h"
 #include "cli/package_resource.h"
-#include "cli/request.h"
 #include "cli/startup.h"
 #include "cli/status.h"
 #include "model/QvRepoPackage.h"
@@ -17,8 +16,7 @@ constexpr const char* FUNCTION = "getPackageDetailsCmd";
 
 int fetch_package(const std::string& masterServer, const std::string& id, const char* typedId,
                   std::string& response) {
-    QVClientCURL client = master_server_client(masterServer);
-    const int code = curlSendRequest(client, package_uri(id), CURL_REQUEST_GET, "", response, 200);
+    const int code = send_single_request(masterServer, package_uri(id), CURL_REQUEST_GET, "", response, 200);
     if (code == 0)
         return 0;
     logmsgf(2, FUNCTION,

@@ -2,7 +2,6 @@
 #include "cli/help.h"
 #include "cli/message_buffers.h"
 #include "cli/package_resource.h"
-#include "cli/request.h"
 #include "cli/startup.h"
 #include "cli/status.h"
 #include "model/QvRepoPackage.h"
@@ -37,8 +36,7 @@ std::string packages_uri(const std::string& filter) {
 // Level 2 for both failures below, not 16: the user is told by main, the log only needs the detail.
 
 int request_packages(const std::string& masterServer, const std::string& uri, std::string& response) {
-    QVClientCURL client = master_server_client(masterServer);
-    const int code = curlSendRequest(client, uri, CURL_REQUEST_GET, "", response, 200);
+    const int code = send_single_request(masterServer, uri, CURL_REQUEST_GET, "", response, 200);
     if (code != 0)
         logmsgf(2, FUNCTION,
                 "Failed to list deployment packages in the repository. Error code returned from "

@@ -5,6 +5,8 @@
 #include "platform/paths.h"
 #include "seam/T.h"
 
+#include <utility>
+
 namespace {
 
 constexpr int WEB_SERVICE_PORT = 1556;
@@ -41,6 +43,15 @@ QVClientCURL master_server_client(const std::string& masterServer) {
             false,
             "",
             0};
+}
+
+int send_single_request(const std::string& masterServer, const std::string& uri, curl_request_type type,
+                        const std::string& body, std::string& response, long expectedHttpCode) {
+    QVClientCURL client = master_server_client(masterServer);
+    // Received where the client holds it and then taken from there: a long answer is not held twice.
+    const int code = curlSendRequest(client, uri, type, body, client.responseBody, expectedHttpCode);
+    response = std::move(client.responseBody);
+    return code;
 }
 
 bool repository_exists(const char* function) {

@@ -14,6 +14,9 @@ namespace {
 // The longest answer that is taken, counted after decompression.
 constexpr std::size_t MAX_ANSWER_SIZE = std::size_t{512} * 1024 * 1024;
 
+// An answer of unknown length that has come so far is likely to go on.
+constexpr std::size_t LONG_ANSWER = std::size_t{4} * 1024 * 1024;
+
 // A transfer that moves less than this for so long is given up.
 constexpr long LOWEST_BYTES_PER_SECOND = 1;
 constexpr long LONGEST_STANDSTILL_SECONDS = 300;
@@ -91,7 +94,7 @@ struct QVClientCURL::Transfer {
     }
 
     static std::size_t receive(char* bytes, std::size_t size, std::size_t count, void* client) noexcept;
-    void reserve_answer(std::string& answer) const;
+    void make_room(std::string& answer, std::size_t more) const;
 
     std::string host;
     int port;
@@ -212,12 +215,17 @@ void QVClientCURL::Transfer::set_answer(QVClientCURL& client) {
     set(CURLOPT_WRITEDATA, static_cast<void*>(&client));
 }
 
-// Makes room at once for an answer of known length: growing step by step would hold it twice.
-void QVClientCURL::Transfer::reserve_answer(std::string& answer) const {
+// Growing step by step would hold an answer twice. So room is made at once, for what is announced or, once an
+// answer of unknown length has turned out long, for the longest that is taken; memory that is never written
+// costs nothing.
+void QVClientCURL::Transfer::make_room(std::string& answer, std::size_t more) const {
     curl_off_t length = 0;
-    curl_easy_getinfo(handle.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    if (answer.empty())
+        curl_easy_getinfo(handle.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
     if (length > 0)
         answer.reserve(std::min(static_cast<std::size_t>(length), MAX_ANSWER_SIZE));
+    else if (answer.size() >= LONG_ANSWER && more > answer.capacity() - answer.size())
+        answer.reserve(MAX_ANSWER_SIZE);
 }
 
 // Called by libcurl with each piece of the answer; any result but the piece's size ends the transfer.
@@ -230,8 +238,7 @@ std::size_t QVClientCURL::Transfer::receive(char* bytes, std::size_t size, std::
     if (receiver.transfer_->answer_too_long)
         return 0;
     try {
-        if (answer.empty())
-            receiver.transfer_->reserve_answer(answer);
+        receiver.transfer_->make_room(answer, length);
         answer.append(bytes, length);
         return length;
     } catch (...) { // no exception may pass through libcurl; too little memory ends the transfer
