@@ -21,7 +21,8 @@ def answer(status, body=b"", headers=(), length=None):
 
 
 class ScriptedService:
-    """Answers each request with the next of `answers` (bytes) and closes; after the last one with that again.
+    """Answers each request with the next of `answers` and closes; after the last one with that again. An answer is
+    bytes, or a function of the connection that sends what it likes.
 
     `requests` holds what came: (request line, {header: value}, body), as text.
     """
@@ -58,7 +59,7 @@ class ScriptedService:
             try:
                 with self._context.wrap_socket(plain, server_side=True) as connection:
                     self._serve_one(connection)
-            except (OSError, ssl.SSLError):
+            except (OSError, ValueError):  # the client went away, or the answer has closed the connection itself
                 plain.close()
 
     def _serve_one(self, connection):
@@ -67,7 +68,10 @@ class ScriptedService:
         headers = dict(line.split(": ", 1) for line in lines[1:])
         self.requests.append((lines[0], headers, body.decode("utf-8", "surrogateescape")))
         reply = self.answers.pop(0) if len(self.answers) > 1 else self.answers[0]
-        connection.sendall(reply)
+        if callable(reply):
+            reply(connection)
+        else:
+            connection.sendall(reply)
         # A half answer is one whose connection ends in good order, not one that is torn down.
         connection.unwrap()
 

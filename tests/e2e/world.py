@@ -14,6 +14,7 @@ import socket
 import sqlite3
 import ssl
 import subprocess
+import tempfile
 from pathlib import Path
 from typing import NamedTuple
 
@@ -347,20 +348,34 @@ def chunked_body(answer):
         position = end + 2 + size + 2
 
 
-def run_qvrepo(*words, stdin=None, env=None):
+def run_qvrepo(*words, stdin=None, env=None, under=(), patience=PATIENCE):
     """Runs qvrepo with `words`, `stdin` (text; nothing without it) and variables `env` in an otherwise plain
-    environment. Bytes that are not UTF-8 stand in the outcome as Python's surrogate escapes."""
+    environment. Bytes that are not UTF-8 stand in the outcome as Python's surrogate escapes. `under` is a command that
+    runs it, `patience` the seconds within which it has to end."""
     plain = {name: value for name, value in os.environ.items() if not name.startswith(("LC_", "LANG"))}
     run = subprocess.run(
-        [PROGRAMS / "qvrepo", *words],
+        [*under, PROGRAMS / "qvrepo", *words],
         input=stdin or "",
         env={**plain, **(env or {})},
         capture_output=True,
         encoding="utf-8",
         errors="surrogateescape",
-        timeout=PATIENCE,
+        timeout=patience,
     )
     return Outcome(run.stdout, run.stderr, run.returncode)
+
+
+# A program with sanitizers takes memory of its own.
+SANITIZED = b"__asan_init" in (PROGRAMS / "qvrepo").read_bytes()
+
+
+def run_measured(*words, **how):
+    """run_qvrepo, and the most memory that the program held at once, in MB (0 for one with sanitizers)."""
+    with tempfile.NamedTemporaryFile("r") as report:
+        # time(1) is small enough not to count itself, which a Python parent is not.
+        under = ["/usr/bin/time", "-f", "%M", "-o", report.name]
+        outcome = run_qvrepo(*words, under=under, **how)
+        return outcome, 0 if SANITIZED else int(report.read().split()[-1]) / 1024
 
 
 LOG_RECORD = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z \[\d+\] <(\d+)> ([A-Za-z_0-9:]+): (.*)")

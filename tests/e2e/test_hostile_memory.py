@@ -1,0 +1,171 @@
+"""How much memory a very long answer takes: what has to be received is held once, and nothing made of it is large.
+
+The figures are of runs without a log, as most administrators have it; a record of the log holds the answer once more.
+"""
+
+import zlib
+
+import pytest
+from hostile_answers import GOOD_LIST, LIST_PARSER, TextBeginning, package, text_of
+from hostile_ways import ADD, DELETE, DELETE_LOOK, DETAILS, LIST, LITTLE_MEMORY, error_line
+from packages import make_single
+from scripted_service import ScriptedService, answer
+from world import REPOSITORY, ROOT, SANITIZED, read_log_records, run_measured
+
+MB = 1 << 20
+LOG_FOLDER = ROOT / "quorvelle/logs/qvrepo"
+TOO_LONG = 23
+
+# Enough for half a million values and more, which take a hundred megabytes when they are parsed. With sanitizers nothing is measured.
+BOMB_SIZE = 2 if SANITIZED else 8  # MB
+
+not_with_sanitizers = pytest.mark.skipif(SANITIZED, reason="takes many times the memory and time with sanitizers")
+
+
+def of_blocks(head, start, block, count, end):
+    """An answer too long to be made at once: `count` times `block` between `start` and `end`."""
+    def send(connection):
+        connection.sendall(head + b"\r\n" + start)
+        for _ in range(count):
+            connection.sendall(block)
+        connection.sendall(end)
+
+    return send
+
+
+def long_answer(start, block, count, end=b"", code=200):
+    length = len(start) + len(block) * count + len(end)
+    return of_blocks(b"HTTP/1.1 %d X\r\nContent-Length: %d\r\n" % (code, length), start, block, count, end)
+
+
+def endless_answer(start, block, count):
+    return of_blocks(b"HTTP/1.1 200 X\r\nConnection: close\r\n", start, block, count, b"")
+
+
+def packed_answer(megabytes):
+    """An answer that unpacks to so many megabytes of zeros, a thousand times what is sent."""
+    packer = zlib.compressobj()
+    head = packer.compress(b"0" * MB) + packer.flush(zlib.Z_FULL_FLUSH)
+    # Behind a full flush the same bytes pack the same way.
+    block = packer.compress(b"0" * MB) + packer.flush(zlib.Z_FULL_FLUSH)
+    return of_blocks(b"HTTP/1.1 200 X\r\nConnection: close\r\nContent-Encoding: deflate\r\n", head, block,
+                     megabytes - 1, b"")
+
+
+@pytest.fixture
+def no_log():
+    LOG_FOLDER.rmdir()
+
+
+def measure(way, reply, folder):
+    words = [*way.words, make_single(folder)] if way is ADD else way.words
+    with ScriptedService(*way.before, reply):
+        return run_measured(*words, stdin=way.stdin)
+
+
+def check_refused(way, reply, folder, most, status=9103):
+    outcome, peak = measure(way, reply, folder)
+    assert outcome == (way.stdout, error_line(status), status & 0xFF)
+    assert SANITIZED or peak < most
+    assert list(REPOSITORY.iterdir()) == []
+
+
+@not_with_sanitizers
+@pytest.mark.parametrize("reply", [
+    pytest.param(endless_answer(b'{"data": [', b" " * MB, 600), id="sent as it is"),
+    pytest.param(packed_answer(600), id="packed")])
+def test_an_answer_that_turns_out_longer_than_512_mib_is_refused_and_held_once(reply, tmp_path):
+    check_refused(LIST, reply, tmp_path, 512 + LITTLE_MEMORY, TOO_LONG)
+    (explanation,) = [text for _, function, text in read_log_records() if function == "QVClientCURL"]
+    assert explanation.endswith(": the answer is longer than 536870912 bytes")
+
+
+@pytest.mark.parametrize("way", [LIST, DETAILS, DELETE_LOOK, DELETE, ADD],
+                         ids=["list", "pkgDetails", "delete-look", "delete", "add"])
+def test_an_answer_that_announces_more_than_512_mib_is_refused_by_its_head(way, tmp_path):
+    check_refused(way, long_answer(b"", b" " * MB, 513), tmp_path, LITTLE_MEMORY, 63)
+
+
+# Each of these takes many times its length when it is parsed: a start, a block to repeat, and an end.
+BOMBS = [
+    ("numbers", b'{"data": [0', b",0", b"]}"),
+    ("numbers in a package", b'{"data": [{"id": [0', b",0", b"]}]}"),
+    ("numbers beside the data", b'{"more": [0', b",0", b'], "data": []}'),
+    ("empty objects", b'{"data": {"id": [{}', b",{}", b"]}}"),
+    ("empty texts", b'{"data": {"id": [""', b',""', b"]}}"),
+    ("members of one name", b'{"a": {"b": 0', b',"b":0', b"}}"),
+    ("no JSON", b"<html>", b"x", b"</html>"),
+    ("opening brackets", b"", b"[", b""),
+]
+LONG_ONES = [("one text", b'{"data": "', b"x", b'"}'), ("one number", b'{"data": 1', b"0", b"}")]
+WAYS = [("list", LIST, 200), ("list, refused", LIST, 500), ("pkgDetails", DETAILS, 200),
+        ("delete-look", DELETE_LOOK, 200), ("delete", DELETE, 500), ("add", ADD, 201)]
+
+
+def bombs(ways, table, megabytes):
+    for name, way, code in ways:
+        for sentence, start, block, end in table:
+            reply = long_answer(start, block * (MB // len(block)), megabytes, end, code)
+            yield pytest.param(way, reply, id=f"{name}: {sentence}")
+
+
+@pytest.mark.usefixtures("no_log")
+@pytest.mark.parametrize("way, reply", [*bombs(WAYS[:3], BOMBS, BOMB_SIZE), *bombs(WAYS[3:], BOMBS[1:4], BOMB_SIZE)])
+def test_an_answer_takes_little_more_than_its_length_whatever_it_holds(way, reply, tmp_path):
+    check_refused(way, reply, tmp_path, BOMB_SIZE + LITTLE_MEMORY)
+
+
+@pytest.mark.usefixtures("no_log")
+@pytest.mark.parametrize("way, reply", bombs(WAYS[:3], LONG_ONES, 17))
+def test_a_value_of_more_than_16_mib_is_not_parsed(way, reply, tmp_path):
+    check_refused(way, reply, tmp_path, 17 + LITTLE_MEMORY)
+
+
+@pytest.mark.usefixtures("no_log")
+def test_a_text_just_within_the_limit_is_parsed_in_bounded_memory(tmp_path):
+    reply = long_answer(b'{"errorCode": 7220, "errorMessage": "', b"x" * MB, 15, b'"}', code=500)
+    check_refused(LIST, reply, tmp_path, 5 * 16 + LITTLE_MEMORY, 7220)
+
+
+def test_with_a_log_an_answer_is_held_twice(tmp_path):
+    check_refused(LIST, long_answer(b"<html>", b"x" * MB, 20), tmp_path, 2 * 20 + LITTLE_MEMORY)
+    assert read_log_records()[5] == (
+        16, LIST_PARSER, "Failed to parse package details from response received from server and the response is: "
+                         f"<html>{'x' * 20 * MB}.")
+
+
+@pytest.mark.usefixtures("no_log")
+@pytest.mark.parametrize("way", [LIST, DETAILS, DELETE_LOOK, ADD], ids=["list", "pkgDetails", "delete-look", "add"])
+def test_values_just_within_the_limits_are_parsed_in_bounded_memory(way, tmp_path):
+    most = b"[" + b",".join([b"{}"] * 49900) + b"]"
+    record = text_of({"data": package()})[:-1] + b', "more": ' + most + b"}"
+    if way is LIST:
+        record = record.replace(b'"data": {', b'"data": [{', 1).replace(b', "more"', b'], "more"')
+    outcome, peak = measure(way, answer(way.expected, record), tmp_path)
+    assert outcome.stderr == "" or way is DELETE_LOOK
+    assert SANITIZED or peak < LITTLE_MEMORY
+
+
+@pytest.mark.usefixtures("no_log")
+@not_with_sanitizers
+def test_the_longest_answer_is_taken_in_less_than_600_mb(tmp_path):
+    blanks = 512 * MB - len(GOOD_LIST)
+    outcome, peak = measure(LIST, long_answer(GOOD_LIST, b" " * (blanks // 512), 512, b" " * (blanks % 512)), tmp_path)
+    assert (outcome.stderr, outcome.status) == ("", 0)
+    assert 512 < peak < 600
+
+
+@pytest.mark.usefixtures("no_log")
+def test_a_long_list_with_a_wrong_package_at_its_end_is_refused_as_that(tmp_path):
+    record = text_of(package()) + b","
+    reply = long_answer(b'{"data": [', record * 1000, 30, text_of(package(without="os")) + b"]}")
+    check_refused(LIST, reply, tmp_path, 3 * 30000 * len(record) / MB + LITTLE_MEMORY)
+
+
+def test_a_long_list_with_a_wrong_package_at_its_end_names_what_is_wrong(tmp_path):
+    reply = long_answer(b'{"data": [', (text_of(package()) + b",") * 1000, 20, text_of(package(without="os")) + b"]}")
+    check_refused(LIST, reply, tmp_path, 3 * 10 + LITTLE_MEMORY)
+    assert read_log_records()[5:8] == [
+        (16, "QvRepoPackage::parseJSONResponsePackageDetails", "Error parsing response: Object item not found: os"),
+        (16, "QvRepoPackage", TextBeginning("Error reading package details in response.")),
+        (16, LIST_PARSER, "Error reading package details in response. Error code: 9103.")]
