@@ -18,8 +18,8 @@ struct release_block_list {
 // Owns a block and all that follow it.
 using block_list = std::unique_ptr<block_info, release_block_list>;
 
-// The blocks of the archive, whichever form it has; empty when it is no archive or holds no entry. Throws
-// std::bad_alloc.
+// The blocks of the archive, whichever form it has; empty when it is no archive, holds no entry or cannot be
+// read to its end. Throws std::bad_alloc.
 block_list walk_archive(FILE* archive);
 
 #endif

@@ -45,12 +45,22 @@ std::size_t read_header(FILE* archive, block_info& block) {
     return length;
 }
 
-block_list walk_blocks(FILE* archive, std::uint64_t base) {
+// What a walk found: the last entry, and whether a failure to seek or read ended it, not the end of the file.
+struct walk {
     block_list last;
+    bool failed = false;
+};
+
+walk walk_blocks(FILE* archive, std::uint64_t base) {
+    walk found;
+    block_list& last = found.last;
     std::uint64_t offset = base + sizeof file_header;
     // Ends where the file does. A size that leads past the largest offset counts as one that runs past the
     // end, as wrapping around would read the same entries for ever.
-    while (seek_to(archive, offset)) {
+    while (is_file_offset(offset)) {
+        found.failed = !seek_to(archive, offset);
+        if (found.failed)
+            break;
         block_list block(new block_info());
         block->offset = offset;
         block->index = last ? last->index + 1 : 1;
@@ -63,7 +73,8 @@ block_list walk_blocks(FILE* archive, std::uint64_t base) {
         block->next = last.release();
         last = std::move(block);
     }
-    return last;
+    found.failed = found.failed || std::ferror(archive) != 0;
+    return found;
 }
 
 // The listed entry of `block`; null when its name cannot be read whole.
@@ -121,14 +132,13 @@ listing_ptr list_blocks(FILE* archive, const block_info* last) {
 } // namespace
 
 block_list walk_archive(FILE* archive) {
-    switch (verify_jank_archive(archive)) {
-    case 0:
-        return walk_blocks(archive, 0);
-    case 1:
-        return walk_blocks(archive, SIGNATURE_SIZE);
-    default:
+    const int form = verify_jank_archive(archive);
+    if (form == 2)
         return nullptr;
-    }
+    walk found = walk_blocks(archive, form == 1 ? SIGNATURE_SIZE : 0);
+    // The entries behind the failure would be missing from the listing, and extraction, which deletes the
+    // archive, would lose them.
+    return found.failed ? nullptr : std::move(found.last);
 }
 
 int verify_jank_archive(FILE* archive) {
@@ -143,7 +153,7 @@ int verify_jank_archive(FILE* archive) {
 }
 
 block_info* get_blocks(FILE* archive, std::uint64_t base) {
-    return walk_blocks(archive, base).release();
+    return walk_blocks(archive, base).last.release();
 }
 
 stat_array* stat_archive(const char* path) {

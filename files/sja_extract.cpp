@@ -48,7 +48,8 @@ bool copy_data(FILE* archive, FILE* file, std::uint64_t size) {
             return false;
         size -= chunk;
     }
-    return true;
+    // An error of before counts, too: the entry's name may have met it.
+    return std::ferror(archive) == 0;
 }
 
 bool write_entry(FILE* archive, const block_info& block, const char* directory) {

@@ -4,6 +4,7 @@
 #include <climits>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -62,7 +63,9 @@ int PendingFile::commit() {
     if (fsync(folder_.get()) == 0 || errno == EINVAL) // EINVAL: this file system does not flush folders
         return 0;
     const int flush_error = errno;
-    unlinkat(folder_.get(), name_.c_str(), 0);
+    // Where an earlier file is gone, the new one is whole and better than none.
+    if (!replaces_)
+        unlinkat(folder_.get(), name_.c_str(), 0);
     return flush_error;
 }
 
@@ -78,6 +81,8 @@ int PendingFile::take_name() {
             return error;
         has_temporary_name_ = true;
     }
+    struct stat earlier = {};
+    replaces_ = fstatat(folder_.get(), name_.c_str(), &earlier, AT_SYMLINK_NOFOLLOW) == 0;
     if (renameat(folder_.get(), temporary_name_.c_str(), folder_.get(), name_.c_str()) != 0)
         return errno;
     has_temporary_name_ = false;

@@ -34,7 +34,8 @@ class PendingFile {
 
     // Flushes the file to disk, gives it its name in place of whatever file or symbolic link has it, and
     // flushes the folder. Returns 0 or an errno; nothing of the file is left after a failure, and an earlier
-    // file keeps the name unless flushing the folder is what failed.
+    // file keeps the name. The exception: where flushing the folder fails after an earlier file was replaced,
+    // the new one, whole, stays in its place, so that the name never loses both.
     int commit();
 
   private:
@@ -50,6 +51,7 @@ class PendingFile {
     FileDescriptor folder_;
     FileDescriptor file_;
     bool has_temporary_name_ = false;
+    bool replaces_ = false; // whether another file had the name
 };
 
 #endif

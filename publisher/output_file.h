@@ -12,7 +12,8 @@
 #include <sys/stat.h>
 
 // A file that appears whole or not at all, in place of an earlier regular file or symbolic link of its name.
-// Every failure is a Refusal that names the file, after which nothing of it is left.
+// Every failure is a Refusal that names the file, after which nothing of it is left; only when the folder
+// cannot be flushed, a file that has replaced an earlier one stays, so that the name never loses both.
 class OutputFile {
   public:
     // Makes the file for `path` with `mode` less the process's mask. Refuses a name that a folder, a device

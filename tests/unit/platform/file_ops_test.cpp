@@ -315,6 +315,25 @@ TEST_F(FileCopy, WhoseFolderCannotBeFlushedLeavesNothing) {
     EXPECT_EQ(repository(), Names{});
 }
 
+// The earlier file is gone by then, and taking the new one away would leave neither.
+TEST_F(FileCopy, WhoseFolderCannotBeFlushedStaysWhereItReplacedAnEarlierFile) {
+    write_file(to_, "earlier");
+    for (const bool nameless : {true, false}) {
+        faults().reset();
+        faults().unknown_open_flags = nameless ? 0 : O_TMPFILE & ~O_DIRECTORY;
+        faults().fail_next("fsync", EIO, 1);
+        EXPECT_EQ(copy(), EIO) << nameless;
+        EXPECT_EQ(repository(), Names{"package.sja"}) << nameless;
+        EXPECT_TRUE(read_file(to_) == long_text()) << nameless;
+    }
+}
+
+TEST_F(NamedFileCopy, WhoseFolderCannotBeFlushedLeavesNothing) {
+    faults().fail_next("fsync", EIO, 1);
+    EXPECT_EQ(copy(), EIO);
+    EXPECT_EQ(repository(), Names{});
+}
+
 TEST_F(FileCopy, SucceedsWhereFoldersAreNotFlushed) {
     faults().fail_next("fsync", EINVAL, 1);
     EXPECT_EQ(copy(), 0);
