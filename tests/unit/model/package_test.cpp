@@ -369,4 +369,28 @@ TEST(PackageListResponse, WithWrongSyntaxBehindAWrongElementIsNoJson) {
     }
 }
 
+// The JSON library takes documents of up to 2048 levels, two of which are the list's own and one the
+// package's.
+TEST(PackageListResponse, MayBeAsDeepAsADocumentAndNoDeeper) {
+    const auto list_with_array_of = [](std::size_t levels) {
+        return PackageJson().with("nested", std::string(levels, '[') + std::string(levels, ']')).list();
+    };
+    std::vector<QvRepoPackage> packages;
+    EXPECT_EQ(parse_list(list_with_array_of(2044), packages), 0);
+    EXPECT_EQ(packages.size(), 1U);
+    for (const std::size_t levels : {2045U, 2046U, 3000U}) {
+        LogCapture log;
+        EXPECT_EQ(parse_list(list_with_array_of(levels), packages), 9103) << levels;
+        EXPECT_EQ(packages.size(), 1U) << levels;
+        EXPECT_EQ(log.records().size(), 1U) << levels;
+    }
+}
+
+TEST(PackageListResponse, MayHoldAnyNumberOfBracketsInItsTexts) {
+    std::vector<QvRepoPackage> packages;
+    EXPECT_EQ(parse_list(PackageJson().with("os", "\"" + std::string(5000, '[') + "\"").list(), packages), 0);
+    ASSERT_EQ(packages.size(), 1U);
+    EXPECT_EQ(packages[0].os, std::string(5000, '['));
+}
+
 } // namespace
