@@ -55,7 +55,7 @@ bool entry_file::open(const std::string& path, FILE* archive) {
     if (existing.is_open() && !S_ISREG(file.st_mode)) {
         special_ = std::move(existing);
     } else {
-        pending_.emplace(behind_links(path));
+        pending_.emplace(behind_links(path), PendingFile::Neighbours::any);
         if (pending_->open(0666) != 0)
             return false;
     }

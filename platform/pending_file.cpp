@@ -23,9 +23,9 @@ std::string temporary_name_of(const std::string& name) {
 
 } // namespace
 
-PendingFile::PendingFile(const std::string& path)
+PendingFile::PendingFile(const std::string& path, Neighbours neighbours)
     : folder_path_(folder_of(path)), name_(path.substr(path.rfind('/') + 1)),
-      temporary_name_(temporary_name_of(name_)) {}
+      temporary_name_(temporary_name_of(name_)), neighbours_(neighbours) {}
 
 PendingFile::~PendingFile() {
     remove_temporary();
@@ -71,11 +71,13 @@ int PendingFile::commit() {
 
 int PendingFile::take_name() {
     if (!has_temporary_name_) {
-        free_temporary_name();
+        if (neighbours_ == Neighbours::known)
+            free_temporary_name();
         int error = link_as(name_);
         if (error != EEXIST)
             return error;
         // No call gives a nameless file a name that is taken, so it takes the temporary one first.
+        free_temporary_name();
         error = link_as(temporary_name_);
         if (error != 0)
             return error;

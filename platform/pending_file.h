@@ -11,13 +11,18 @@
 // The bytes go to a nameless file, which vanishes with the process that writes it. Where the file system has
 // none, and for the moment in which an earlier file is replaced, the file bears the temporary name
 // ".NAME.part" in the same folder. Only a kill leaves that name behind, and the next pending file for NAME
-// removes it; it is hidden and ends in
-// ".part", so nobody takes it for the file itself. While the temporary name may be in use the folder is
-// locked (flock), so that two writers of one name do not take it from each other.
+// removes it; it is hidden and ends in ".part", so nobody takes it for the file itself. While the temporary
+// name may be in use the folder is locked (flock), so that two writers of one name do not take it from each
+// other.
 class PendingFile {
   public:
-    // For the file `path`; touches nothing yet.
-    explicit PendingFile(const std::string& path);
+    // What else is put into the folder: files whose names nobody mistakes for the temporary one, or files of
+    // any name.
+    enum class Neighbours { known, any };
+
+    // For the file `path`; touches nothing yet. Among `any` neighbours a file that bears the temporary name
+    // is removed only when the name is needed.
+    explicit PendingFile(const std::string& path, Neighbours neighbours = Neighbours::known);
 
     PendingFile(const PendingFile&) = delete;
     PendingFile& operator=(const PendingFile&) = delete;
@@ -48,6 +53,7 @@ class PendingFile {
     std::string folder_path_;
     std::string name_;
     std::string temporary_name_;
+    Neighbours neighbours_;
     FileDescriptor folder_;
     FileDescriptor file_;
     bool has_temporary_name_ = false;

@@ -71,6 +71,13 @@ TEST_F(Extraction, LeavesTheFirstOfTwoEntriesOfOneName) {
     EXPECT_EQ(contents("twice"), "near the start");
 }
 
+TEST_F(Extraction, LeavesAFileThatIsNamedLikeAnUnfinishedOne) {
+    EXPECT_EQ(extract(sja_bytes({{"x", "12345"}, {".x.part", "part"}})), 1);
+    EXPECT_THAT(directory_.names(), ElementsAre("out/", "out/.x.part", "out/x"));
+    EXPECT_EQ(contents("x"), "12345");
+    EXPECT_EQ(contents(".x.part"), "part");
+}
+
 TEST_F(Extraction, SetsTheLow12BitsOfTheStoredModeWhateverTheMask) {
     const mode_t mask = umask(077);
     ASSERT_EQ(extract(sja_bytes({{"plain", "x", 0644},
