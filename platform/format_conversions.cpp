@@ -1,5 +1,6 @@
 #include "platform/format_conversions.h"
 
+#include <cstddef>
 #include <cstring>
 
 namespace {
@@ -8,15 +9,19 @@ bool is_one_of(char c, const char* set) {
     return c != '\0' && std::strchr(set, c) != nullptr;
 }
 
-// Skips a width or a precision; a '*' adds the argument that it takes.
+// A number of nine digits keeps the C library busy for seconds with blanks that are cut off in the end.
+constexpr std::ptrdiff_t MOST_DIGITS = 4;
+
+// Skips a width or a precision; a '*' adds the argument that it takes. Null for a number that is too long.
 const char* skip_number(const char* at, std::vector<std::string>& conversions) {
     if (*at == '*') {
         conversions.emplace_back("d");
         return at + 1;
     }
+    const char* const start = at;
     while (is_one_of(*at, "0123456789"))
         ++at;
-    return at;
+    return at - start > MOST_DIGITS ? nullptr : at;
 }
 
 std::string length_modifier(const char* at) {
@@ -33,8 +38,10 @@ const char* read_conversion(const char* at, std::vector<std::string>& conversion
     while (is_one_of(*at, "-+ #0'I"))
         ++at;
     at = skip_number(at, conversions);
-    if (*at == '.')
+    if (at != nullptr && *at == '.')
         at = skip_number(at + 1, conversions);
+    if (at == nullptr)
+        return nullptr;
     const std::string length = length_modifier(at);
     at += length.size();
     if (!is_one_of(*at, "diouxXeEfFgGaAcsp"))

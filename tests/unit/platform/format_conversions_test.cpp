@@ -38,6 +38,12 @@ TEST(FormatConversions, AreRefusedWhereTheArgumentsWouldNotBeKnown) {
         EXPECT_EQ(format_conversions(format), std::nullopt) << format;
 }
 
+TEST(FormatConversions, HaveWidthsAndPrecisionsOfUpToFourDigits) {
+    EXPECT_EQ(format_conversions("%9999.9999d"), Conversions({"d"}));
+    for (const char* format : {"%10000d", "%.10000d", "%900000000s", "%.2147483647f", "%1.00000s"})
+        EXPECT_EQ(format_conversions(format), std::nullopt) << format;
+}
+
 TEST(FormatConversions, OfATranslationMayDifferInFlagsWidthAndPrecision) {
     EXPECT_TRUE(same_conversions("status [%d].", "[%5d] ist der Status."));
     EXPECT_TRUE(same_conversions("%s", "%-20.3s"));
