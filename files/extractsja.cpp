@@ -5,6 +5,7 @@
 #include "files/sja_log.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -14,6 +15,9 @@ namespace {
 
 constexpr char file_header[4] = {'J', 'A', 'N', 'K'};
 constexpr std::uint64_t SIGNATURE_SIZE = 512;
+// Nearer to the largest offset, filling a stream's buffer is an error and not the end of the file, and the
+// stream would remember it.
+constexpr std::uint64_t LARGEST_OFFSET = std::numeric_limits<off_t>::max() - STREAM_BUFFER_SIZE;
 constexpr std::size_t FIRST_CAPACITY = 16;
 constexpr std::size_t SLOT_SIZE = sizeof(void*);
 
@@ -57,10 +61,11 @@ walk walk_blocks(FILE* archive, std::uint64_t base) {
     std::uint64_t offset = base + sizeof file_header;
     // Ends where the file does. A size that leads past the largest offset counts as one that runs past the
     // end, as wrapping around would read the same entries for ever.
-    while (is_file_offset(offset)) {
-        found.failed = !seek_to(archive, offset);
-        if (found.failed)
+    while (offset <= LARGEST_OFFSET) {
+        if (!seek_to(archive, offset)) {
+            found.failed = errno != EINVAL; // EINVAL: no file can be that long on this file system
             break;
+        }
         block_list block(new block_info());
         block->offset = offset;
         block->index = last ? last->index + 1 : 1;

@@ -49,14 +49,10 @@ class buffered_stream {
     file_stream stream_;
 };
 
-// Whether a file can have this offset.
-inline bool is_file_offset(std::uint64_t offset) {
-    return offset <= static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
-}
-
 // Moves the stream to `offset`. False for an offset that no file can have, or when seeking fails.
 inline bool seek_to(FILE* stream, std::uint64_t offset) {
-    return is_file_offset(offset) && fseeko(stream, static_cast<off_t>(offset), SEEK_SET) == 0;
+    return offset <= static_cast<std::uint64_t>(std::numeric_limits<off_t>::max()) &&
+           fseeko(stream, static_cast<off_t>(offset), SEEK_SET) == 0;
 }
 
 // Reads up to `length` bytes; where the stream ends earlier, the rest of `buffer` keeps what it held. False

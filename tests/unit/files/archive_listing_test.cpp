@@ -1,3 +1,4 @@
+#include "tests/support/small_volume.h"
 #include "tests/unit/files/archive_files.h"
 
 #include <gmock/gmock.h>
@@ -70,6 +71,20 @@ TEST_F(ArchiveListing, KeepsAnEntryWhoseDataIsCutOff) {
     EXPECT_THAT(list("JANK" + sja_entry_header("big", 1000) + "only this"), ElementsAre("big 1000 644 18"));
     EXPECT_THAT(list("JANK" + sja_entry_header("huge", std::numeric_limits<std::uint64_t>::max())),
                 ElementsAre("huge 18446744073709551615 644 19"));
+}
+
+// On a volume that sets no limit of its own, the system still refuses to fill a buffer that near to the
+// limit.
+TEST_F(ArchiveListing, KeepsAnEntryWhoseSizeLeadsCloseToTheLargestOffset) {
+    const SmallVolume volume("size=64k");
+    const std::uint64_t largest_offset = std::numeric_limits<std::int64_t>::max();
+    for (const std::uint64_t distance : {0U, 1U, 11U, 67U, 4095U, 4096U, 8192U, 262143U, 262144U, 300000U}) {
+        const std::uint64_t size = largest_offset - distance - 16;
+        write_file(volume.path("a.sja"), "JANK" + sja_entry_header("a", size));
+        EXPECT_THAT(lines_of(listing_of(volume.path("a.sja"))),
+                    ElementsAre("a " + std::to_string(size) + " 644 16"))
+            << distance;
+    }
 }
 
 TEST_F(ArchiveListing, KeepsAnEntryWithoutANameEvenAtTheEndOfTheFile) {
