@@ -39,6 +39,10 @@ function(qv_library name)
   target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
   target_compile_features(${name} PUBLIC cxx_std_17)
   target_link_libraries(${name} PRIVATE qv_options)
+  if(QVREPO_FUZZ)
+    # Tells the fuzzers which code their inputs reach. Other programs link it as well, and pay a few per cent.
+    target_compile_options(${name} PRIVATE -fsanitize=fuzzer-no-link)
+  endif()
 endfunction()
 
 # qv_program(NAME SOURCES...): a program of this project, position independent.
