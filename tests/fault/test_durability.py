@@ -1,0 +1,126 @@
+"""In which order things reach the disk, read from the system calls of undisturbed runs.
+
+A file's bytes are flushed before it has its name, the name is flushed after, and success is told last. What the calls
+do not show, whether the disk obeys, is the machine's part.
+"""
+
+import re
+
+import pytest
+from campaign import SCENARIOS
+from packages import BUNDLE, INNER, SINGLE
+
+NAMED_FILE = re.compile(r"[0-9]+<([^>]*)>")
+
+
+class Order:
+    """The calls of a run in their order, to be asked where one is."""
+
+    def __init__(self, calls):
+        self.calls = calls
+
+    def only(self, name, *parts):
+        """The place of the one call `name` whose text holds all parts."""
+        (place,) = self.all(name, *parts)
+        return place
+
+    def all(self, name, *parts):
+        return [place for place, call in enumerate(self.calls)
+                if call.name == name and all(part in call.text for part in parts)]
+
+    def naming(self, name):
+        """The place of the call that gave a file the name, and the descriptor and folder as strace shows them."""
+        (place,) = [place for place, call in enumerate(self.calls)
+                    if call.name in ("linkat", "renameat") and call.text.endswith(" = 0")
+                    and f'"{name}"' in call.text.split(", ", 2)[2]]
+        return place
+
+    def last_before(self, end, name, *parts):
+        return max(place for place in self.all(name, *parts) if place < end)
+
+    def first_after(self, start, name, *parts):
+        return min(place for place in self.all(name, *parts) if place > start)
+
+
+def written_file(order, place):
+    """The descriptor, as strace shows it at its opening, of the file that got its name at `place`."""
+    opened = max(p for p in order.all("openat") if p < place and ("O_TMPFILE" in order.calls[p].text
+                                                                  or "O_EXCL" in order.calls[p].text))
+    return order.calls[opened].text.rsplit(" = ", 1)[1].split("<")[0], opened
+
+
+def check_file(order, name, folder):
+    """The bytes, the flush, the name, the folder's flush, in this order; the place of the last."""
+    named = order.naming(name)
+    descriptor, opened = written_file(order, named)
+    flushed = order.last_before(named, "fsync", f"{descriptor}<{folder}/")
+    assert opened < flushed < named
+    duplicates = {descriptor} | {call.text.rsplit(" = ", 1)[1].split("<")[0] for call in order.calls[opened:flushed]
+                                 if call.name == "fcntl" and "F_DUPFD" in call.text}
+    changes = [place for place, call in enumerate(order.calls)
+               if opened < place < named and call.name in ("write", "pwrite64", "fchmod", "fchown", "ftruncate")
+               and call.text.split("<")[0] in duplicates]
+    assert changes and max(changes) < flushed, "bytes or mode are written after the flush"
+    return order.first_after(named, "fsync", f"<{folder}>")
+
+
+def in_order(*places):
+    assert list(places) == sorted(places), places
+
+
+@pytest.fixture
+def order(master, tmp_path, report):
+    """order(name) runs a scenario undisturbed and returns the order of its calls, and the scenario."""
+
+    def trace(name):
+        scenario = SCENARIOS[name](master, tmp_path, report)
+        return Order(scenario.trace()), scenario
+
+    return trace
+
+
+REPOSITORY = "/usr/ormex/var/global/repo"
+
+
+@pytest.mark.parametrize("name", ["add a single package", "add a single package over an earlier file"])
+def test_a_copied_package_is_on_the_disk_before_success_is_told(order, name):
+    calls, _ = order(name)
+    folder_flushed = check_file(calls, SINGLE, REPOSITORY)
+    in_order(folder_flushed, calls.only("write", "1<", "Successfully added"))
+
+
+@pytest.mark.parametrize("name", [
+    "add a bundle", "add a bundle over earlier files", "add a bundle over earlier files without nameless files"])
+def test_an_extracted_file_is_on_the_disk_before_it_is_cut_off_the_archive(order, name):
+    calls, _ = order(name)
+    copied = check_file(calls, f"tmp_{BUNDLE}", REPOSITORY)
+    second = check_file(calls, INNER[1], REPOSITORY)
+    first = check_file(calls, INNER[0], REPOSITORY)
+    cuts = calls.all("ftruncate", f"/tmp_{BUNDLE}")
+    removed = calls.only("unlink", f"/tmp_{BUNDLE}")
+    in_order(copied, second, cuts[0], first, cuts[1], removed, calls.only("write", "1<", "Successfully added"))
+
+
+@pytest.mark.parametrize("name", ["add a single package", "add a bundle"])
+def test_the_registration_is_answered_before_anything_is_put_into_the_repository(order, name):
+    calls, _ = order(name)
+    answered = max(calls.all("recvfrom"))
+    assert answered < min(calls.all("openat", "O_TMPFILE"))
+
+
+def test_the_registration_is_gone_before_a_file_is_deleted(order):
+    calls, _ = order("delete a bundle")
+    deleted = sorted(calls.only("unlink", f"/{name}") for name in INNER)
+    sent = calls.first_after(calls.only("read", "0<"), "sendto")
+    answered = calls.last_before(deleted[0], "recvfrom")
+    assert not calls.calls[answered].text.endswith("unavailable)")
+    in_order(sent, answered, *deleted, calls.only("write", "1<", "has been deleted"))
+
+
+@pytest.mark.parametrize("name", [
+    "create an archive", "create an archive over an earlier one", "sign an archive",
+    "sign an archive without nameless files"])
+def test_an_archive_is_on_the_disk_before_its_summary_is_printed(order, name):
+    calls, scenario = order(name)
+    folder_flushed = check_file(calls, scenario.output.name, scenario.output.parent)
+    in_order(folder_flushed, calls.only("write", "1<"))
