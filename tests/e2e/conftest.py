@@ -6,6 +6,7 @@ idle_master  the same, not started yet: master.start(...) with words of the test
 qvrepo       qvrepo(*words, stdin=None, env=None) runs the program: stdout, stderr, status
 log_records  log_records() reads qvrepo's debug log: [(level, function, text), ...]
 repository   repository() lists the repository directory: [name, ...]
+volume       volume(options) puts a small file system over the repository
 """
 
 import os
@@ -59,3 +60,17 @@ def log_records(tree):
 @pytest.fixture
 def repository(tree):
     return world.list_repository
+
+
+@pytest.fixture
+def volume(tree):
+    """volume(options) mounts a tmpfs of its own over the repository, until the test is over."""
+    mounted = []
+
+    def mount(options):
+        subprocess.run(["mount", "-t", "tmpfs", "-o", options, "volume", world.REPOSITORY], check=True)
+        mounted.append(world.REPOSITORY)
+
+    yield mount
+    for place in mounted:
+        subprocess.run(["umount", "-l", place], check=True)

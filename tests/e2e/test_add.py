@@ -360,20 +360,6 @@ def test_a_missing_repository_is_found_by_the_extraction_whose_temporary_path_is
     clean_up_was_sent(master, log_records)
 
 
-@pytest.fixture
-def volume(tree):
-    """volume(options) mounts a tmpfs of its own over the repository."""
-    mounted = []
-
-    def mount(options):
-        subprocess.run(["mount", "-t", "tmpfs", "-o", options, "volume", REPOSITORY], check=True)
-        mounted.append(REPOSITORY)
-
-    yield mount
-    for place in mounted:
-        subprocess.run(["umount", "-l", place], check=True)
-
-
 @pytest.mark.parametrize("make", [make_single, make_bundle])
 def test_a_repository_without_space_refuses_the_package(qvrepo, master, repository, volume, tmp_path, log_records, make):
     volume("size=4m")

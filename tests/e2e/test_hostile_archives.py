@@ -6,7 +6,6 @@ as it was, and that nothing else below the product's root has changed.
 """
 
 import json
-import subprocess
 
 import pytest
 import world
@@ -166,20 +165,6 @@ def check_not_extracted(addition, case):
 CHECKS = {
     INVALID_SIGNATURE: check_invalid_signature, UNREADABLE: check_unreadable, COPIED: check_copied,
     REFUSED_BY_SERVICE: check_refused_by_service, EXTRACTED: check_extracted, NOT_EXTRACTED: check_not_extracted}
-
-
-@pytest.fixture
-def volume(tree):
-    """volume(options) puts a small file system over the repository; gone after the test."""
-    mounted = []
-
-    def mount(options):
-        subprocess.run(["mount", "-t", "tmpfs", "-o", options, "volume", REPOSITORY], check=True)
-        mounted.append(REPOSITORY)
-
-    yield mount
-    for place in mounted:
-        subprocess.run(["umount", "-l", place], check=True)
 
 
 def check(case, service, volume, folder):
