@@ -77,6 +77,8 @@ void escape_controls(spdlog::memory_buf_t& record, std::size_t start) {
     std::size_t grown = from;
     for (std::size_t i = start; i < from; ++i)
         grown += escaped_size(static_cast<unsigned char>(record.data()[i])) - 1;
+    // With room for the line's end, which would else move the whole record once more.
+    record.reserve(grown + 1);
     record.resize(grown);
     for (std::size_t to = grown; from < to;) {
         const auto c = static_cast<unsigned char>(record.data()[--from]);

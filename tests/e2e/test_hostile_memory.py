@@ -134,6 +134,12 @@ def test_with_a_log_an_answer_is_held_twice(tmp_path):
                          f"<html>{'x' * 20 * MB}.")
 
 
+def test_with_a_log_an_answer_of_control_characters_takes_its_escapes_besides(tmp_path):
+    # Held once, rendered once more, and escaped to four times its length.
+    check_refused(LIST, long_answer(b"", b"\x01" * MB, 20), tmp_path, 6 * 20 + LITTLE_MEMORY)
+    assert read_log_records()[3] == (2, "curlSendRequest", "Http response body: " + "\\x01" * 20 * MB)
+
+
 @pytest.mark.usefixtures("no_log")
 @pytest.mark.parametrize("way", [LIST, DETAILS, DELETE_LOOK, ADD], ids=["list", "pkgDetails", "delete-look", "add"])
 def test_values_just_within_the_limits_are_parsed_in_bounded_memory(way, tmp_path):
