@@ -22,10 +22,10 @@ struct KeyPairFiles {
 // Makes a key pair, the private half encrypted when there is a passphrase. Throws a Refusal when one of the
 // files is there already and not to be replaced, and when both are one. When the public half cannot be
 // written, a private half that replaced nothing is removed again.
-void make_key_pair(const KeyPairFiles& files, const PassphraseSource& passphrase);
+void make_key_pair(const KeyPairFiles& files, const PassphraseSource& source);
 
 // Reads the private key for signing, named by a file's path or by a URI (see is_key_uri). Throws a Refusal
 // when there is no RSA key of 4096 bits to be had, and when a URI that holds a PIN comes with a passphrase.
-pkey_ptr signing_key(const std::string& name, const PassphraseSource& passphrase);
+pkey_ptr signing_key(const std::string& name, const PassphraseSource& source);
 
 #endif
