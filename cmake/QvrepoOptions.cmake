@@ -32,6 +32,13 @@ else()
                                               $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
 endif()
 
+if(QVREPO_COVERAGE)
+  # The counters of the service's threads would be lost in each other without atomic updates.
+  target_compile_options(qv_options INTERFACE --coverage -fprofile-update=atomic)
+  target_compile_definitions(qv_options INTERFACE QVREPO_COVERAGE)
+  target_link_options(qv_options INTERFACE --coverage)
+endif()
+
 # qv_library(NAME SOURCES...): a static library of this project; its headers are named from the repository's root.
 function(qv_library name)
   add_library(${name} STATIC ${ARGN})

@@ -117,6 +117,14 @@ TEST_F(Signature, RangeOutsideTheFileClosesTheStream) {
     }
 }
 
+TEST_F(Signature, RangeOfAPipeClosesTheStream) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    EXPECT_EQ(get_signature(fdopen(ends[0], "rb"), 0, 4), nullptr);
+    EXPECT_EQ(fcntl(ends[0], F_GETFD), -1);
+    close(ends[1]);
+}
+
 TEST_F(Signature, RangeThatCannotBeReadClosesTheStream) {
     const int result = with_failing_syscall(SYS_read, EIO, [this] {
         FILE* stream = std::fopen(directory_.path("b.sja").c_str(), "wb+");

@@ -111,12 +111,13 @@ TEST_F(AddInfo, RefusesANameOfThreeWordsAfterTheTwoGeneralLines) {
 }
 
 TEST_F(AddInfo, RefusesAPathWithoutAFileName) {
-    for (const char* path : {"", "/"}) {
+    for (const char* path : {static_cast<const char*>(nullptr), "", "/"}) {
+        const std::string shown = path == nullptr ? "" : path;
         LogCapture log;
-        EXPECT_EQ(thrown_for(path), 104) << path;
-        EXPECT_THAT(log.records(), ElementsAre(LogRecord{16, NAME,
-                                                         "unable to extract filename from sja file path [" +
-                                                             std::string(path) + "]."}));
+        EXPECT_EQ(thrown_for(path), 104) << shown;
+        EXPECT_THAT(log.records(),
+                    ElementsAre(LogRecord{16, NAME,
+                                          "unable to extract filename from sja file path [" + shown + "]."}));
     }
 }
 

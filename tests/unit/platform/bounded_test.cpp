@@ -77,6 +77,13 @@ TEST(BoundedFormat, LeavesAFieldOfNoBytesAlone) {
     EXPECT_STREQ(field, "#");
 }
 
+TEST(BoundedFormat, LeavesNothingOfATextThatCannotBePrinted) {
+    char field[8] = "#######";
+    const wchar_t no_character[] = {static_cast<wchar_t>(0x110000), 0};
+    bounded_format(field, sizeof field, "ab%ls", no_character);
+    EXPECT_STREQ(field, "");
+}
+
 TEST(BoundedScanVersion, ReadsAsTheCLibraryDoes) {
     for (const char* text : {"",
                              "8",

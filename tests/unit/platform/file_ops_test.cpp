@@ -269,6 +269,16 @@ TEST_F(NamedFileCopy, BringsEveryByteUnderTheNewName) {
     EXPECT_EQ(faults().count("linkat"), 0);
 }
 
+TEST_F(NamedFileCopy, IsMadeHoweverTheFileSystemSaysThatItHasNoNamelessFiles) {
+    for (const int error : {EOPNOTSUPP, EISDIR, EINVAL}) {
+        faults().unknown_open_flags_error = error;
+        EXPECT_EQ(copy(), 0) << error;
+        EXPECT_EQ(repository(), Names{"package.sja"}) << error;
+    }
+    faults().unknown_open_flags_error = EMFILE;
+    EXPECT_EQ(copy(), EMFILE);
+}
+
 TEST_F(NamedFileCopy, ReplacesAnEarlierFileAndDoesNotFollowALink) {
     write_file(folder_.path("target"), "untouched");
     std::filesystem::create_symlink(folder_.path("target"), to_);
@@ -345,9 +355,18 @@ TEST_F(FileCopy, FlushesFileAndFolder) {
     EXPECT_EQ(faults().count("fsync"), 2);
 }
 
+// Without a file system that shares blocks under the test, the call that would do it is made to succeed or
+// fail.
+
 TEST_F(FileCopy, SharesBlocksWhereTheFileSystemCan) {
-    // Without a file system that shares blocks under the test, the call that would do it is made to fail or
-    // not.
+    faults().shares_blocks = true;
+    EXPECT_EQ(copy(), 0);
+    EXPECT_TRUE(read_file(to_) == long_text());
+    EXPECT_EQ(faults().count("copy_file_range") + faults().count("read") + faults().count("write"), 0)
+        << "what is shared is not copied again";
+}
+
+TEST_F(FileCopy, IsLeftToTheKernelWhereTheFileSystemSharesNoBlocks) {
     faults().fail_next("ioctl", EOPNOTSUPP);
     EXPECT_EQ(copy(), 0);
     EXPECT_EQ(faults().count("ioctl"), 1);
@@ -385,6 +404,19 @@ TEST_F(FileCopy, GoesOnAfterASignal) {
     EXPECT_TRUE(read_file(to_) == long_text());
 }
 
+TEST_F(NamedFileCopy, GoesOnWaitingForItsTurnAfterASignal) {
+    faults().fail_next("flock", EINTR);
+    EXPECT_EQ(copy(), 0);
+    EXPECT_EQ(faults().count("flock"), 2);
+    EXPECT_TRUE(read_file(to_) == long_text());
+}
+
+TEST_F(NamedFileCopy, GoesOnWhereTheFileSystemHasNoLocks) {
+    faults().fail_always("flock", ENOLCK);
+    EXPECT_EQ(copy(), 0);
+    EXPECT_EQ(repository(), Names{"package.sja"});
+}
+
 TEST_F(FileCopy, CrossesVolumes) {
     const Mounted repository_volume(folder_.path("repo"), "size=4m");
     EXPECT_EQ(copy(), 0);
@@ -395,6 +427,13 @@ TEST_F(FileCopy, NamesTheFileThroughProcWhereItMayNotByItself) {
     faults().fail_next("linkat", ENOENT);
     EXPECT_EQ(copy(), 0);
     EXPECT_EQ(repository(), Names{"package.sja"});
+}
+
+TEST_F(FileCopy, WhoseFileMayNotBeNamedAtAllLeavesNothing) {
+    faults().fail_always("linkat", EPERM);
+    EXPECT_EQ(copy(), EPERM);
+    EXPECT_EQ(faults().count("linkat"), 2);
+    EXPECT_EQ(repository(), Names{});
 }
 
 TEST_F(FileCopy, KilledWhileItWritesLeavesNothing) {
@@ -527,6 +566,9 @@ TEST(OpenFile, IsClosedOnceByItsLastOwner) {
     FileDescriptor third;
     third = std::move(second);
     EXPECT_EQ(third.get(), pipe_ends[1]);
+    FileDescriptor& itself = third;
+    third = std::move(itself);
+    EXPECT_EQ(third.get(), pipe_ends[1]) << "given to itself, it stays";
     EXPECT_EQ(third.close(), 0);
     EXPECT_EQ(third.close(), 0) << "closing twice does nothing";
     char byte = 0;

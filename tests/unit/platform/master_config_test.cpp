@@ -173,6 +173,18 @@ TEST_F(MasterRole, IsNotHeldWhereNothingCanBeResolved) {
     EXPECT_FALSE(is_master("alias.example.com"));
 }
 
+TEST_F(MasterRole, IsNotHeldByAnAddressWhereTheInterfacesAreUnknown) {
+    faults().fail_always("getifaddrs", ENOMEM);
+    EXPECT_FALSE(is_master("alias.example.com"));
+    EXPECT_TRUE(is_master("master.example.com"));
+}
+
+TEST_F(MasterRole, IsStillHeldByAddressWhereTheHostHasNoName) {
+    faults().fail_always("gethostname", ENAMETOOLONG);
+    EXPECT_TRUE(is_master("127.0.0.1"));
+    EXPECT_FALSE(is_master("other.example.com"));
+}
+
 TEST_F(MasterRole, BelongsToTheFirstServerOnly) {
     ASSERT_EQ(read(R"({"servers": ["other.example.com", "master.example.com"]})"), 0);
     EXPECT_EQ(lunt_is_master_server("localhost"), 0);

@@ -75,8 +75,8 @@ TEST_F(MessageLocale, IsCWithoutAnyVariable) {
 
 TEST_F(MessageLocale, IsCForANameThatIsNone) {
     setenv("LANG", "fr_FR", 1);
-    for (const char* name : {"../../etc", "/etc", "de/DE", ".", "..", "de DE", "1de", "_de", "-", "@", " de",
-                             "de\n", "d\xc3\xa9", "de;ls", "de%s"}) {
+    for (const char* name : {"../../etc", "/etc", "de/DE", ".", "..", "de DE", "1de", "{de", "_de", "-", "@",
+                             " de", "de\n", "d\xc3\xa9", "de;ls", "de%s"}) {
         setenv("LC_ALL", name, 1);
         EXPECT_EQ(messages_locale(), "C") << name;
     }

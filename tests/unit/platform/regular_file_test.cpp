@@ -57,6 +57,13 @@ TEST_F(RegularFile, IsReadOnAfterASignal) {
     EXPECT_EQ(bytes_, "text");
 }
 
+TEST_F(RegularFile, ThatIsCutWhileItIsReadEndsWhereItWasCut) {
+    write_file(folder_.path("file"), "a text");
+    faults().read_limit = 3;
+    EXPECT_EQ(read("file", 10), 0);
+    EXPECT_EQ(bytes_, "a t");
+}
+
 TEST_F(RegularFile, ThatCannotBeReadLeavesNothing) {
     write_file(folder_.path("file"), "text");
     faults().fail_next("read", EIO);

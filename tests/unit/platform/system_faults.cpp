@@ -1,11 +1,15 @@
 #include "tests/unit/platform/system_faults.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
 #include <fcntl.h>
+#include <ifaddrs.h>
+#include <linux/fs.h>
 #include <netdb.h>
+#include <sys/file.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -39,15 +43,30 @@ SystemFaults& faults() {
 extern "C" {
 
 ssize_t __real_copy_file_range(int, off64_t*, int, off64_t*, size_t, unsigned);
+int __real_flock(int, int);
 int __real_fsync(int);
 int __real_getaddrinfo(const char*, const char*, const addrinfo*, addrinfo**);
 uid_t __real_geteuid();
+int __real_gethostname(char*, size_t);
+int __real_getifaddrs(ifaddrs**);
 int __real_ioctl(int, unsigned long, ...);
 int __real_linkat(int, const char*, int, const char*, int);
 int __real_openat64(int, const char*, int, ...);
 ssize_t __real_read(int, void*, size_t);
 int __real_renameat(int, const char*, int, const char*);
 ssize_t __real_write(int, const void*, size_t);
+
+// Stands in for a file system that shares blocks.
+static int copy_whole(int from, int to) {
+    std::array<char, 65536> bytes{};
+    for (;;) {
+        const ssize_t count = __real_read(from, bytes.data(), bytes.size());
+        if (count <= 0)
+            return static_cast<int>(count);
+        if (__real_write(to, bytes.data(), static_cast<size_t>(count)) != count)
+            return -1;
+    }
+}
 
 ssize_t __wrap_copy_file_range(int from, off64_t* from_offset, int to, off64_t* to_offset, size_t size,
                                unsigned flags) {
@@ -58,6 +77,10 @@ ssize_t __wrap_copy_file_range(int from, off64_t* from_offset, int to, off64_t* 
     size = std::min(size, *faults().copy_limit);
     *faults().copy_limit -= size;
     return size == 0 ? 0 : __real_copy_file_range(from, from_offset, to, to_offset, size, flags);
+}
+
+int __wrap_flock(int file, int operation) {
+    return faults().fails("flock") ? -1 : __real_flock(file, operation);
 }
 
 int __wrap_fsync(int file) {
@@ -72,12 +95,24 @@ uid_t __wrap_geteuid() {
     return faults().effective_user.value_or(__real_geteuid());
 }
 
+int __wrap_gethostname(char* name, size_t size) {
+    return faults().fails("gethostname") ? -1 : __real_gethostname(name, size);
+}
+
+int __wrap_getifaddrs(ifaddrs** first) {
+    return faults().fails("getifaddrs") ? -1 : __real_getifaddrs(first);
+}
+
 int __wrap_ioctl(int file, unsigned long request, ...) {
     std::va_list arguments;
     va_start(arguments, request);
     const long argument = va_arg(arguments, long);
     va_end(arguments);
-    return faults().fails("ioctl") ? -1 : __real_ioctl(file, request, argument);
+    if (faults().fails("ioctl"))
+        return -1;
+    if (faults().shares_blocks && request == FICLONE)
+        return copy_whole(static_cast<int>(argument), file);
+    return __real_ioctl(file, request, argument);
 }
 
 int __wrap_linkat(int from_folder, const char* from, int to_folder, const char* to, int flags) {
@@ -92,14 +127,20 @@ int __wrap_openat64(int folder, const char* path, int flags, ...) {
     if (faults().fails("openat"))
         return -1;
     if ((flags & faults().unknown_open_flags) != 0) {
-        errno = EOPNOTSUPP;
+        errno = faults().unknown_open_flags_error;
         return -1;
     }
     return __real_openat64(folder, path, flags, mode);
 }
 
 ssize_t __wrap_read(int file, void* bytes, size_t size) {
-    return faults().fails("read") ? -1 : __real_read(file, bytes, size);
+    if (faults().fails("read"))
+        return -1;
+    if (!faults().read_limit)
+        return __real_read(file, bytes, size);
+    size = std::min(size, *faults().read_limit);
+    *faults().read_limit -= size;
+    return size == 0 ? 0 : __real_read(file, bytes, size);
 }
 
 int __wrap_renameat(int from_folder, const char* from, int to_folder, const char* to) {

@@ -7,6 +7,7 @@
 #ifndef TESTS_UNIT_PLATFORM_SYSTEM_FAULTS_H
 #define TESTS_UNIT_PLATFORM_SYSTEM_FAULTS_H
 
+#include <cerrno>
 #include <cstddef>
 #include <map>
 #include <optional>
@@ -21,10 +22,15 @@ class SystemFaults {
     // The process is killed as it enters `call`, after `passed` calls that go well.
     void kill_at(const std::string& call, int passed = 0) { faults_[call] = {KILL, passed, 1}; }
 
-    // The flags of openat that fail with EOPNOTSUPP, as on a file system that does not know them.
+    // The flags of openat that fail, as on a file system that does not know them, and how.
     int unknown_open_flags = 0;
+    int unknown_open_flags_error = EOPNOTSUPP;
     // What copy_file_range moves in all before it claims to be at the end of the file.
     std::optional<std::size_t> copy_limit;
+    // What read delivers in all before it claims to be at the end of the file.
+    std::optional<std::size_t> read_limit;
+    // Whether the file system shares blocks between files, as some do on request.
+    bool shares_blocks = false;
     // What geteuid answers.
     std::optional<unsigned> effective_user;
 
