@@ -39,6 +39,11 @@ if(QVREPO_COVERAGE)
   target_link_options(qv_options INTERFACE --coverage)
 endif()
 
+# Without a sanitizer's runtime, nothing would take what the instrumented code counts.
+if(QVREPO_FUZZ AND NOT (CMAKE_CXX_COMPILER_ID STREQUAL Clang AND QVREPO_SANITIZE))
+  message(FATAL_ERROR "QVREPO_FUZZ needs Clang and QVREPO_SANITIZE")
+endif()
+
 # qv_library(NAME SOURCES...): a static library of this project; its headers are named from the repository's root.
 function(qv_library name)
   add_library(${name} STATIC ${ARGN})

@@ -3,22 +3,16 @@
 
 #include "files/QvRepoHelper.h"
 #include "files/block_list.h"
-#include "files/extractsja.h"
-#include "files/file_stream.h"
 #include "model/QvRepoPackage.h"
 #include "tests/fuzz/support/archive_model.h"
 #include "tests/fuzz/support/files.h"
 #include "tests/fuzz/support/property.h"
+#include "tests/unit/files/archive_files.h"
 
 #include <algorithm>
 #include <optional>
 
 namespace {
-
-struct release_listing {
-    void operator()(stat_array* listing) const { free_stat_array(listing); }
-};
-using listing_ptr = std::unique_ptr<stat_array, release_listing>;
 
 void check_blocks(const std::string& path, const ModelArchive& model) {
     const file_stream archive(std::fopen(path.c_str(), "rbe"));
@@ -102,7 +96,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const ModelArchive model = read_archive_model(bytes);
     check_blocks(file.path(), model);
 
-    const listing_ptr listing(stat_archive(file.path().c_str()));
+    const Listing listing = listing_of(file.path());
     const bool names_whole = std::all_of(model.entries.begin(), model.entries.end(),
                                          [](const ModelEntry& entry) { return entry.has_whole_name(); });
     require((listing != nullptr) == (!model.entries.empty() && names_whole),

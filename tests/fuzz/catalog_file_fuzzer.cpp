@@ -6,9 +6,9 @@
 #include "platform/paths.h"
 #include "tests/fuzz/support/files.h"
 #include "tests/fuzz/support/property.h"
+#include "tests/fuzz/support/utf8.h"
 
 #include <array>
-#include <jansson.h>
 
 namespace {
 
@@ -23,12 +23,6 @@ constexpr std::array<Message, 5> MESSAGES = {{{1, "TqlRpo0001N"},
                                               {25, "TqlRpo0025N"},
                                               {26, "TqlRpo0026N"},
                                               {9999, "TqlRpo9999N"}}};
-
-bool is_utf8(const std::string& text) {
-    json_t* value = json_stringn(text.data(), text.size());
-    json_decref(value);
-    return value != nullptr;
-}
 
 std::string shown(const char* id, const char* locale) {
     std::array<char, BUFFER_SIZE> buffer;

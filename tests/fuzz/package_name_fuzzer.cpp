@@ -9,12 +9,12 @@
 #include "platform/bounded.h"
 #include "publisher/name_check.h"
 #include "tests/fuzz/support/property.h"
+#include "tests/fuzz/support/utf8.h"
 #include "tests/support/fake_seam.h"
 
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <jansson.h>
 #include <sstream>
 #include <vector>
 
@@ -145,12 +145,6 @@ int status_of(int error) {
     default:
         return 7216;
     }
-}
-
-bool is_utf8(const std::string& text) {
-    json_t* value = json_stringn(text.data(), text.size());
-    json_decref(value);
-    return value != nullptr;
 }
 
 // The body that registers the package reads as what it was made of.
