@@ -7,6 +7,7 @@
 #include "cli/placeholders.h"
 #include "cli/status.h"
 #include "platform/message_catalog.h"
+#include "platform/standard_streams.h"
 
 #include <cstdint>
 #include <cstring>
@@ -74,6 +75,7 @@ int unknown_option(const char* word) {
 } // namespace
 
 int main(int argc, char** argv) {
+    occupy_standard_streams();
     umask(022);
     look_up_locale();
     if (argc <= 1) {

@@ -1,6 +1,7 @@
 // sjapack: makes, signs, lists and verifies .sja packages. This unit knows the words; what they do is
 // elsewhere.
 
+#include "platform/standard_streams.h"
 #include "publisher/archive_check.h"
 #include "publisher/archive_table.h"
 #include "publisher/archive_writer.h"
@@ -217,6 +218,7 @@ int parse_and_run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
+    occupy_standard_streams();
     try {
         return parse_and_run(argc, argv);
     } catch (const std::exception& failure) {
