@@ -8,6 +8,7 @@ import pytest
 from world import (
     MEDIA_TYPE,
     PACKAGES,
+    PATIENCE,
     Reply,
     creation_body,
     raw_request,
@@ -212,7 +213,7 @@ def test_an_http_1_0_client_gets_a_long_list_without_chunks(master):
 
 def test_a_client_that_falls_silent_is_dropped(idle_master):
     idle_master.start("--patience", "1")
-    with socket.create_connection(("localhost", idle_master.port), timeout=60) as silent:
+    with socket.create_connection(("localhost", idle_master.port), timeout=PATIENCE) as silent:
         assert silent.recv(1) == b""
     for beginning in (b"", b"GET /", raw_request("GET", PACKAGES)[:-2]):
         with idle_master.open_tls() as connection:

@@ -6,7 +6,20 @@ import ssl
 import subprocess
 
 import pytest
-from world import HOST, PACKAGES, PORT, ROOT, SOURCES, TLS, client_context, raw_request, read_to_end, run_qvmaster, send
+from world import (
+    HOST,
+    PACKAGES,
+    PATIENCE,
+    PORT,
+    ROOT,
+    SOURCES,
+    TLS,
+    client_context,
+    raw_request,
+    read_to_end,
+    run_qvmaster,
+    send,
+)
 
 
 @pytest.fixture(scope="session")
@@ -123,7 +136,7 @@ def test_tls_before_1_2_is_refused(master, version):
 
 
 def test_plain_http_gets_no_answer(master):
-    with socket.create_connection((HOST, PORT), timeout=60) as connection:
+    with socket.create_connection((HOST, PORT), timeout=PATIENCE) as connection:
         connection.sendall(raw_request("GET", PACKAGES))
         try:
             received = read_to_end(connection)
@@ -141,7 +154,7 @@ def test_a_client_that_comes_again_shows_its_certificate_again(master):
             connection.sendall(raw_request("GET", PACKAGES)[:-2] + b"Connection: close\r\n\r\n")
             assert read_to_end(connection).startswith(b"HTTP/1.1 200 ")
             session = connection.session
-    with socket.create_connection((HOST, master.port), timeout=60) as plain:
+    with socket.create_connection((HOST, master.port), timeout=PATIENCE) as plain:
         with context.wrap_socket(plain, server_hostname=HOST, session=session) as connection:
             assert not connection.session_reused
 
