@@ -73,10 +73,6 @@ std::string_view last_component(std::string_view path) {
     return path.substr(path.rfind('/') + 1);
 }
 
-bool ends_with(std::string_view text, std::string_view ending) {
-    return text.size() >= ending.size() && text.substr(text.size() - ending.size()) == ending;
-}
-
 } // namespace
 
 int fileCOPY(const char* from, const char* to) {
@@ -108,7 +104,8 @@ char* qv_basename(const char* path, const char* suffix) {
     std::string_view name = last_component(path);
     if (name.empty())
         return nullptr;
-    if (suffix != nullptr && name.size() > std::strlen(suffix) && ends_with(name, suffix))
-        name.remove_suffix(std::strlen(suffix));
+    const std::string_view ending = suffix == nullptr ? "" : suffix;
+    if (name.size() > ending.size() && name.substr(name.size() - ending.size()) == ending)
+        name.remove_suffix(ending.size());
     return strndup(name.data(), name.size());
 }
