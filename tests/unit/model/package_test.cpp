@@ -111,6 +111,14 @@ TEST(PackageRecord, KeepsTheItemsReadBeforeAFailure) {
     json_decref(object);
 }
 
+TEST(PackageRecord, BuiltFromAnObjectHoldsItsMembers) {
+    json_t* object = json_loads(PackageJson().object().c_str(), 0, nullptr);
+    const QvRepoPackage package(object);
+    EXPECT_EQ(package.id, "7");
+    EXPECT_THAT(package.installables, ElementsAre("qvclient_8.3"));
+    json_decref(object);
+}
+
 TEST(PackageRecord, BuiltFromAnObjectThrowsTheParserStatus) {
     LogCapture log;
     json_t* object = json_loads(PackageJson().without("os").object().c_str(), 0, nullptr);

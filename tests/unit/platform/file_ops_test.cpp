@@ -232,6 +232,12 @@ TEST_F(FileCopy, OntoAFolderFails) {
     EXPECT_EQ(repository(), Names{"package.sja"});
 }
 
+TEST_F(FileCopy, OntoAFolderRightBelowTheRootFailsThereAndLeavesNothing) {
+    const int error = fileCOPY(from_.c_str(), "/usr");
+    EXPECT_TRUE(error == EISDIR || error == EACCES || error == EROFS) << error;
+    EXPECT_FALSE(std::filesystem::exists("/.usr.part"));
+}
+
 TEST_F(FileCopy, OfANullPathFails) {
     EXPECT_EQ(fileCOPY(nullptr, to_.c_str()), EINVAL);
     EXPECT_EQ(fileCOPY(from_.c_str(), nullptr), EINVAL);
