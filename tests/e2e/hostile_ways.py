@@ -4,7 +4,7 @@ from typing import NamedTuple
 
 from hostile_answers import FILE_NAME, GOOD_PACKAGE, TextBeginning
 from scripted_service import ScriptedService, answer
-from world import REPOSITORY, SANITIZED, read_log_records, run_measured
+from world import INSTRUMENTED, REPOSITORY, read_log_records, run_measured
 
 # Peak memory of a refused answer, unless the answer itself is longer.
 LITTLE_MEMORY = 30  # MB
@@ -145,4 +145,4 @@ def check_refused(way, reply, status, records, package_file):
     assert result.records == [*records, *closing_records(status)]
     assert result.methods == way.methods
     assert [(entry.name, entry.read_bytes()) for entry in REPOSITORY.iterdir()] == [(FILE_NAME, b"kept")]
-    assert SANITIZED or 0 < result.peak < LITTLE_MEMORY
+    assert INSTRUMENTED or 0 < result.peak < LITTLE_MEMORY

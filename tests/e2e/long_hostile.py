@@ -12,7 +12,7 @@ from hostile_answers import GOOD_LIST, package, text_of
 from hostile_ways import DETAILS, LIST, LITTLE_MEMORY, error_line
 from scripted_service import ScriptedService
 from test_hostile_memory import BOMBS, LONG_ONES, MB, long_answer, no_log  # noqa: F401 (a fixture)
-from world import PORT, SANITIZED, run_measured
+from world import INSTRUMENTED, PORT, run_measured
 
 TIMED_OUT = 28
 CONNECT_SECONDS, STANDSTILL_SECONDS = 30, 300
@@ -39,7 +39,7 @@ def check_given_up(what, words, patience):
     outcome, seconds, peak = run_timed(what, *words)
     assert outcome == ("", error_line(TIMED_OUT), TIMED_OUT)
     assert patience <= seconds < patience + LATENESS
-    assert SANITIZED or peak < LITTLE_MEMORY
+    assert INSTRUMENTED or peak < LITTLE_MEMORY
 
 
 # A service that falls silent
@@ -112,7 +112,7 @@ def longest(start, block, end=b""):
 def check_longest(what, way, reply, most):
     with ScriptedService(reply):
         outcome, _, peak = run_timed(what, *way.words)
-    assert SANITIZED or peak < most
+    assert INSTRUMENTED or peak < most
     return outcome
 
 

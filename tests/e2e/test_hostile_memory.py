@@ -10,16 +10,17 @@ from hostile_answers import GOOD_LIST, LIST_PARSER, TextBeginning, package, text
 from hostile_ways import ADD, DELETE, DELETE_LOOK, DETAILS, LIST, LITTLE_MEMORY, error_line
 from packages import make_single
 from scripted_service import ScriptedService, answer
-from world import REPOSITORY, ROOT, SANITIZED, read_log_records, run_measured
+from world import INSTRUMENTED, REPOSITORY, ROOT, read_log_records, run_measured
 
 MB = 1 << 20
 LOG_FOLDER = ROOT / "quorvelle/logs/qvrepo"
 TOO_LONG = 23
 
-# Enough for half a million values and more, which take a hundred megabytes when they are parsed. With sanitizers nothing is measured.
-BOMB_SIZE = 2 if SANITIZED else 8  # MB
+# Enough for half a million values and more, which take a hundred megabytes when they are parsed. Of
+# instrumented programs nothing is measured.
+BOMB_SIZE = 2 if INSTRUMENTED else 8  # MB
 
-not_with_sanitizers = pytest.mark.skipif(SANITIZED, reason="takes many times the memory and time with sanitizers")
+not_instrumented = pytest.mark.skipif(INSTRUMENTED, reason="instrumented, it takes many times the memory and time")
 
 
 def of_blocks(head, start, block, count, end):
@@ -66,11 +67,11 @@ def measure(way, reply, folder):
 def check_refused(way, reply, folder, most, status=9103):
     outcome, peak = measure(way, reply, folder)
     assert outcome == (way.stdout, error_line(status), status & 0xFF)
-    assert SANITIZED or peak < most
+    assert INSTRUMENTED or peak < most
     assert list(REPOSITORY.iterdir()) == []
 
 
-@not_with_sanitizers
+@not_instrumented
 @pytest.mark.parametrize("reply", [
     pytest.param(endless_answer(b'{"data": [', b" " * MB, 600), id="sent as it is"),
     pytest.param(packed_answer(600), id="packed")])
@@ -149,11 +150,11 @@ def test_values_just_within_the_limits_are_parsed_in_bounded_memory(way, tmp_pat
         record = record.replace(b'"data": {', b'"data": [{', 1).replace(b', "more"', b'], "more"')
     outcome, peak = measure(way, answer(way.expected, record), tmp_path)
     assert outcome.stderr == "" or way is DELETE_LOOK
-    assert SANITIZED or peak < LITTLE_MEMORY
+    assert INSTRUMENTED or peak < LITTLE_MEMORY
 
 
 @pytest.mark.usefixtures("no_log")
-@not_with_sanitizers
+@not_instrumented
 def test_the_longest_answer_is_taken_in_less_than_600_mb(tmp_path):
     blanks = 512 * MB - len(GOOD_LIST)
     outcome, peak = measure(LIST, long_answer(GOOD_LIST, b" " * (blanks // 512), 512, b" " * (blanks % 512)), tmp_path)

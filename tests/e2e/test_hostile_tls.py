@@ -11,7 +11,7 @@ from hostile_answers import GOOD_LIST, TextBeginning
 from hostile_certificates import LENIENT, TRUSTED, WRONG_IN_ITSELF, Issuer, issue, make_authority
 from hostile_ways import LITTLE_MEMORY, closing_records, error_line
 from scripted_service import ScriptedService, answer
-from world import HOST, PATIENCE, PORT, SANITIZED, TLS, read_log_records, run_measured
+from world import HOST, INSTRUMENTED, PATIENCE, PORT, TLS, read_log_records, run_measured
 
 CANNOT_CONNECT, TLS_FAILED, NOT_TRUSTED = 7, 35, 60
 ANSWER = answer(200, GOOD_LIST)
@@ -28,7 +28,7 @@ def check_failed(code, env=None):
         (2, "listPackagesCmd", "Failed to list deployment packages in the repository. Error code returned from "
                                f"curlSendRequest: {code}."),
         *closing_records(code)]
-    assert SANITIZED or 0 < peak < LITTLE_MEMORY
+    assert INSTRUMENTED or 0 < peak < LITTLE_MEMORY
 
 
 def server_context(certificate, chain=(), ciphers="ALL:@SECLEVEL=0"):

@@ -366,17 +366,17 @@ def run_qvrepo(*words, stdin=None, env=None, under=(), patience=PATIENCE):
     return Outcome(run.stdout, run.stderr, run.returncode)
 
 
-# A program with sanitizers takes memory of its own.
-SANITIZED = b"__asan_init" in (PROGRAMS / "qvrepo").read_bytes()
+# A program with sanitizers, or one that a script starts under valgrind, takes memory and time of its own.
+INSTRUMENTED = any(mark in (PROGRAMS / "qvrepo").read_bytes() for mark in (b"__asan_init", b"exec valgrind"))
 
 
 def run_measured(*words, **how):
-    """run_qvrepo, and the most memory that the program held at once, in MB (0 for one with sanitizers)."""
+    """run_qvrepo, and the most memory that the program held at once, in MB (0 for an instrumented one)."""
     with tempfile.NamedTemporaryFile("r") as report:
         # time(1) is small enough not to count itself, which a Python parent is not.
         under = ["/usr/bin/time", "-f", "%M", "-o", report.name]
         outcome = run_qvrepo(*words, under=under, **how)
-        return outcome, 0 if SANITIZED else int(report.read().split()[-1]) / 1024
+        return outcome, 0 if INSTRUMENTED else int(report.read().split()[-1]) / 1024
 
 
 LOG_RECORD = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z \[\d+\] <(\d+)> ([A-Za-z_0-9:]+): (.*)")
