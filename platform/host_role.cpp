@@ -49,7 +49,7 @@ std::string fully_qualified(const std::string& host) {
 }
 
 // The bytes of an address, which tell by their number what kind it is; none for a kind other than IPv4 and
-// IPv6.
+// IPv6. An IPv4 address inside IPv6 is an IPv4 address.
 std::string address_bytes(const sockaddr* address) {
     if (address != nullptr && address->sa_family == AF_INET) {
         sockaddr_in inet{};
@@ -59,9 +59,17 @@ std::string address_bytes(const sockaddr* address) {
     if (address != nullptr && address->sa_family == AF_INET6) {
         sockaddr_in6 inet{};
         std::memcpy(&inet, address, sizeof inet);
-        return {reinterpret_cast<const char*>(&inet.sin6_addr), sizeof inet.sin6_addr};
+        const std::string bytes(reinterpret_cast<const char*>(&inet.sin6_addr), sizeof inet.sin6_addr);
+        return IN6_IS_ADDR_V4MAPPED(&inet.sin6_addr) ? bytes.substr(12) : bytes;
     }
     return {};
+}
+
+// Whether this machine answers on the address without an interface that has it.
+bool is_loopback(const std::string& address) {
+    if (address.size() == sizeof(in_addr))
+        return address.front() == IN_LOOPBACKNET;
+    return address == std::string(reinterpret_cast<const char*>(&in6addr_loopback), sizeof in6addr_loopback);
 }
 
 std::vector<std::string> interface_addresses() {
@@ -82,7 +90,8 @@ bool resolves_to_this_host(const std::string& name) {
     const std::vector<std::string> own = interface_addresses();
     const Addresses addresses = resolve(name, 0);
     for (const addrinfo* at = addresses.get(); at != nullptr; at = at->ai_next) {
-        if (std::find(own.begin(), own.end(), address_bytes(at->ai_addr)) != own.end())
+        const std::string address = address_bytes(at->ai_addr);
+        if (is_loopback(address) || std::find(own.begin(), own.end(), address) != own.end())
             return true;
     }
     return false;

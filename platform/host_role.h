@@ -6,8 +6,8 @@
 #include <string>
 
 // Whether `name` means this machine: it equals the host name or the fully qualified host name (no letter
-// case), or resolves to an address of one of this machine's interfaces, loopback included. Where the host
-// name already decides, no resolver is asked.
+// case), or resolves to an address of one of this machine's interfaces, all of 127.0.0.0/8 and ::1 included.
+// Where the host name already decides, no resolver is asked.
 bool is_this_host(const std::string& name);
 
 #endif

@@ -21,9 +21,10 @@ const master_config* get_master_config_ptr();
 
 // Non-zero when `host` is the master server of the configuration read last. For "localhost" the question is
 // whether this machine is it: the first server name equals this host's name or fully qualified name (no
-// letter case), or resolves to an address of one of this machine's interfaces, loopback included; where this
-// host's name already equals it, no resolver is asked. Any other host is compared with the first server name
-// (no letter case). 0 without a configuration, without a server name, and for a null host.
+// letter case), or resolves to an address of one of this machine's interfaces, all of 127.0.0.0/8 and ::1
+// included; where this host's name already equals it, no resolver is asked. Any other host is compared with
+// the first server name (no letter case). 0 without a configuration, without a server name, and for a null
+// host.
 int lunt_is_master_server(const char* host);
 
 #endif
