@@ -6,6 +6,7 @@
 #include <curl/curl.h>
 
 #include <algorithm>
+#include <cstring>
 #include <unistd.h>
 #include <utility>
 
@@ -59,6 +60,10 @@ bool is_host(const std::string& host) {
 // An IPv6 address is the only host with a colon in it; libcurl refuses whatever else comes in the brackets.
 std::string bracketed(const std::string& host) {
     return host.find(':') == std::string::npos ? host : "[" + host + "]";
+}
+
+bool is_get(const char* method) {
+    return std::strcmp(method, "GET") == 0;
 }
 
 CURL* new_handle() {
@@ -129,6 +134,11 @@ int QVClientCURL::Transfer::perform(QVClientCURL& client, const char* method, co
 
 void QVClientCURL::Transfer::prepare(QVClientCURL& client, const char* method, const std::string& uri,
                                      const std::string* body) {
+    // Over a connection that it has kept, libcurl sends a request again when the service closes without an
+    // answer. A change may have taken effect by then, so it gets a connection of its own, after the kept one
+    // is closed.
+    if (!is_get(method))
+        handle.reset();
     explanation[0] = '\0';
     answer_too_long = false;
     if (handle == nullptr)
@@ -195,6 +205,9 @@ void QVClientCURL::Transfer::set_method(const char* method, const std::string* b
         set(CURLOPT_POSTFIELDS, body->c_str());
     }
     set(CURLOPT_CUSTOMREQUEST, method);
+    set(CURLOPT_FORBID_REUSE, is_get(method) ? 0L : 1L);
+    // HTTP/2 has answers upon which libcurl sends a request again.
+    set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
     set(CURLOPT_HTTPHEADER, headers.get());
     set(CURLOPT_USERAGENT, "qvrepo/" QVREPO_VERSION);
     set(CURLOPT_ACCEPT_ENCODING, "");

@@ -139,17 +139,47 @@ TEST_F(QvClient, SendsPathsAsTheyWereTyped) {
     }
 }
 
-TEST_F(QvClient, KeepsItsConnectionBetweenRequests) {
-    serve(answer(200, "first"));
+TEST_F(QvClient, KeepsItsConnectionBetweenGetsAndClosesItBeforeItOpensOneForAChange) {
+    serve(answer(200, "x"));
     Client client;
     ASSERT_EQ(client.get("1"), 0);
-    ASSERT_EQ(client.post("2", "{}"), 0);
-    ASSERT_EQ(client.del("3"), 0);
-    EXPECT_EQ(server_->requests().size(), 3U);
+    ASSERT_EQ(client.get("2"), 0);
     EXPECT_EQ(server_->connections(), 1);
-    EXPECT_EQ(server_->requests()[2].line(), "DELETE /3 HTTP/1.1");
-    EXPECT_EQ(server_->requests()[2].header("content-type"), "(none)") << "nothing of the POST is left";
-    EXPECT_EQ(server_->requests()[2].body, "");
+    ASSERT_EQ(client.post("3", "{}"), 0);
+    ASSERT_EQ(client.get("4"), 0);
+    EXPECT_EQ(server_->connections(), 3);
+    ASSERT_EQ(client.put("5", "{}"), 0);
+    ASSERT_EQ(client.postStream("6", "{}"), 0);
+    ASSERT_EQ(client.del("7"), 0);
+    EXPECT_EQ(server_->connections(), 6);
+    EXPECT_EQ(server_->requests().size(), 7U);
+}
+
+TEST_F(QvClient, TakesNothingOfARequestOverToTheNext) {
+    serve(answer(200, "x"));
+    Client client;
+    ASSERT_EQ(client.post("1", "{}"), 0);
+    ASSERT_EQ(client.del("2"), 0);
+    EXPECT_EQ(server_->requests()[1].line(), "DELETE /2 HTTP/1.1");
+    EXPECT_EQ(server_->requests()[1].header("content-type"), "(none)");
+    EXPECT_EQ(server_->requests()[1].body, "");
+}
+
+// libcurl would send it again over a connection that it keeps, as if the first one could not have taken
+// effect.
+TEST_F(QvClient, SendsAChangeOnceThoughTheServiceClosesWithoutAnAnswer) {
+    const std::vector<std::function<int(Client&)>> changes = {
+        [](Client& client) { return client.del("x"); }, [](Client& client) { return client.put("x", "{}"); },
+        [](Client& client) { return client.post("x", "{}"); }};
+    for (const auto& change : changes) {
+        serve(master_, [](const WireRequest& request) {
+            return request.line().substr(0, 4) == "GET " ? answer(200, "x") : std::string();
+        });
+        Client client;
+        ASSERT_EQ(client.get("x"), 0);
+        EXPECT_EQ(change(client), 52);
+        ASSERT_EQ(server_->requests().size(), 2U) << server_->requests()[1].line();
+    }
 }
 
 TEST_F(QvClient, ConnectsAgainAfterTheServiceClosed) {
@@ -158,6 +188,15 @@ TEST_F(QvClient, ConnectsAgainAfterTheServiceClosed) {
     ASSERT_EQ(client.get("1"), 0);
     ASSERT_EQ(client.get("2"), 0);
     EXPECT_EQ(server_->connections(), 2);
+}
+
+TEST_F(QvClient, SpeaksHttp11WithAServiceThatPrefersHttp2) {
+    TlsServer::Options options;
+    options.prefers_http2 = true;
+    serve(
+        master_, [](const WireRequest&) { return std::string(); }, options);
+    Client().del("x");
+    EXPECT_EQ(request().line(), "DELETE /x HTTP/1.1");
 }
 
 TEST_F(QvClient, DoesNotFollowARedirect) {

@@ -66,6 +66,17 @@ std::string client_name(SSL* tls) {
     return name;
 }
 
+// Chooses HTTP/2 where the client offers it.
+int prefer_http2(SSL* /*tls*/, const unsigned char** chosen, unsigned char* length,
+                 const unsigned char* offered, unsigned offered_length, void* /*context*/) {
+    static constexpr unsigned char http2[] = {2, 'h', '2'};
+    auto* out = const_cast<unsigned char**>(chosen);
+    return SSL_select_next_proto(out, length, http2, sizeof http2, offered, offered_length) ==
+                   OPENSSL_NPN_NEGOTIATED
+               ? SSL_TLSEXT_ERR_OK
+               : SSL_TLSEXT_ERR_NOACK;
+}
+
 int accept_any_certificate(int /*verified*/, X509_STORE_CTX* /*context*/) {
     return 1;
 }
@@ -123,6 +134,8 @@ TlsServer::TlsServer(const Identity& identity, Handler handler, const Options& o
     SSL_CTX_use_PrivateKey(context_.get(), identity.key.get());
     SSL_CTX_set_min_proto_version(context_.get(), options.min_version);
     SSL_CTX_set_max_proto_version(context_.get(), options.max_version);
+    if (options.prefers_http2)
+        SSL_CTX_set_alpn_select_cb(context_.get(), &prefer_http2, nullptr);
     SSL_CTX_set_verify(context_.get(), SSL_VERIFY_PEER, &accept_any_certificate);
     thread_ = std::thread([this] { serve(); });
 }

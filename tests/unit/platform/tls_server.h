@@ -1,5 +1,5 @@
 // A small HTTPS server for tests: it keeps every request byte for byte, and answers byte for byte what a test
-// says.
+// says. It serves one connection after the other, so a client that wants another one has to close the first.
 
 #ifndef TESTS_UNIT_PLATFORM_TLS_SERVER_H
 #define TESTS_UNIT_PLATFORM_TLS_SERVER_H
@@ -38,6 +38,7 @@ struct TlsServerOptions {
     int port = 1556;
     int min_version = 0; // 0 for whatever OpenSSL speaks
     int max_version = 0;
+    bool prefers_http2 = false; // which it does not understand
 };
 
 class TlsServer {
