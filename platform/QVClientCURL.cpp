@@ -6,6 +6,7 @@
 #include <curl/curl.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <unistd.h>
 #include <utility>
@@ -67,6 +68,7 @@ bool is_get(const char* method) {
 }
 
 CURL* new_handle() {
+    unsetenv("SSLKEYLOGFILE"); // libcurl would write the secrets of all connections to that file
     static const CURLcode initialized = curl_global_init(CURL_GLOBAL_DEFAULT);
     return initialized == CURLE_OK ? curl_easy_init() : nullptr;
 }

@@ -142,5 +142,10 @@ def test_the_environment_does_not_choose_what_is_trusted(qvrepo, tmp_path):
         assert qvrepo("-list", env=trust) == failed(60)
 
 
+def test_the_environment_gets_no_secrets_of_the_connection(qvrepo, master, tmp_path):
+    assert qvrepo("-list", env={"SSLKEYLOGFILE": str(tmp_path / "secrets")}) == SUCCESS
+    assert not (tmp_path / "secrets").exists()
+
+
 def test_the_tree_is_private(tree):
     assert tree == ROOT and tree.stat().st_dev != ROOT.parent.stat().st_dev
