@@ -64,7 +64,7 @@ json_extent measure(const char* text) {
 bool is_within_limits(const json_extent& extent, std::size_t enclosing) {
     // What stands in nothing is left to jansson, which explains itself better.
     const bool too_deep = enclosing > 0 && extent.depth + enclosing > DEEPEST_NESTING;
-    return extent.length <= LONGEST_JSON_TEXT && extent.values <= MOST_JSON_VALUES && !too_deep;
+    return extent.length <= MAX_JSON_SIZE && extent.values <= MAX_JSON_VALUES && !too_deep;
 }
 
 void refuse(json_error_t* error) {

@@ -16,16 +16,16 @@ inline json_document own_json(json_t* value) {
 }
 
 // The largest value that is parsed. A parsed document takes up to eighty times the memory of its text ("{},"
-// a million times over), so an answer well below the longest that is taken could fill the machine.
-inline constexpr std::size_t LONGEST_JSON_TEXT = std::size_t{16} * 1024 * 1024; // bytes
-inline constexpr std::size_t MOST_JSON_VALUES = 50000;
+// over and over), so the longest answer that is received would take forty gigabytes.
+inline constexpr std::size_t MAX_JSON_SIZE = std::size_t{64} * 1024 * 1024; // bytes
+inline constexpr std::size_t MAX_JSON_VALUES = 1000000;
 
 // Parses the object or array that the terminated text begins with; what stands behind it does not count.
 // `flags` are added to that; JSON_DECODE_ANY takes values of every type. `enclosing` is the number of objects
 // and arrays that the value stands in itself, which count towards the deepest nesting.
 //
 // Null, with `error` filled in unless it is null, for a text that is no JSON, and for a value of more than
-// LONGEST_JSON_TEXT bytes or MOST_JSON_VALUES values. On success the error's position is the number of bytes
+// MAX_JSON_SIZE bytes or MAX_JSON_VALUES values. On success the error's position is the number of bytes
 // that were taken.
 json_document parse_json(const char* text, std::size_t flags = 0, json_error_t* error = nullptr,
                          std::size_t enclosing = 0);

@@ -71,7 +71,7 @@ TEST(JsonDocument, MayHoldTheMostValuesAndNotOneMore) {
         {"texts that look like more", "[", "\"[,{\"", ",\"\\\",\"", "]", 1},
     };
     for (const auto& shape : shapes) {
-        const std::size_t further = MOST_JSON_VALUES - shape.values_besides - 1;
+        const std::size_t further = MAX_JSON_VALUES - shape.values_besides - 1;
         const std::string most = shape.start + shape.one + repeated(shape.more, further);
         EXPECT_EQ(taken(most + shape.end), most.length() + 1) << shape.sentence;
         EXPECT_EQ(reason(most + shape.more + shape.end), "the document is too large") << shape.sentence;
@@ -79,15 +79,15 @@ TEST(JsonDocument, MayHoldTheMostValuesAndNotOneMore) {
 }
 
 TEST(JsonDocument, CountsNoValuesBehindTheFirst) {
-    EXPECT_EQ(taken("[]" + repeated(",0", MOST_JSON_VALUES)), 2U);
+    EXPECT_EQ(taken("[]" + repeated(",0", MAX_JSON_VALUES)), 2U);
 }
 
 TEST(JsonDocument, MayHoldTheLongestTextAndNotOneByteMore) {
-    const std::string longest = "[\"" + std::string(LONGEST_JSON_TEXT - 4, 'x') + "\"]";
-    ASSERT_EQ(longest.length(), LONGEST_JSON_TEXT);
-    EXPECT_EQ(taken(longest + ", and more"), LONGEST_JSON_TEXT);
-    EXPECT_EQ(reason("[\"" + std::string(LONGEST_JSON_TEXT - 3, 'x') + "\"]"), "the document is too large");
-    EXPECT_EQ(reason("[\"" + std::string(LONGEST_JSON_TEXT, 'x')), "the document is too large");
+    const std::string longest = "[\"" + std::string(MAX_JSON_SIZE - 4, 'x') + "\"]";
+    ASSERT_EQ(longest.length(), MAX_JSON_SIZE);
+    EXPECT_EQ(taken(longest + ", and more"), MAX_JSON_SIZE);
+    EXPECT_EQ(reason("[\"" + std::string(MAX_JSON_SIZE - 3, 'x') + "\"]"), "the document is too large");
+    EXPECT_EQ(reason("[\"" + std::string(MAX_JSON_SIZE, 'x')), "the document is too large");
 }
 
 TEST(JsonDocument, IsAsDeepAsItMayBeTogetherWithWhatEnclosesIt) {
@@ -100,7 +100,7 @@ TEST(JsonDocument, IsAsDeepAsItMayBeTogetherWithWhatEnclosesIt) {
 
 TEST(JsonDocument, NeedsNoRecordOfErrors) {
     EXPECT_FALSE(parse_json("["));
-    EXPECT_FALSE(parse_json(("[" + repeated("0,", MOST_JSON_VALUES) + "0]").c_str()));
+    EXPECT_FALSE(parse_json(("[" + repeated("0,", MAX_JSON_VALUES) + "0]").c_str()));
 }
 
 } // namespace

@@ -394,6 +394,20 @@ TEST(PackageListResponse, MayBeAsDeepAsADocumentAndNoDeeper) {
     }
 }
 
+TEST(PackageListResponse, MayHoldAPackageOfManyItemsAndALongMemberBesideTheList) {
+    std::string items = "\"/repo/x.sja\"";
+    for (int i = 1; i < 500000; ++i)
+        items += ", \"/repo/x.sja\"";
+    const std::string many = PackageJson().with("packageItemFilePaths", "[" + items + "]").object();
+    const std::string more = "\"" + std::string(std::size_t{32} * 1024 * 1024, 'x') + "\"";
+    std::vector<QvRepoPackage> packages;
+    EXPECT_EQ(parse_list("{\"data\": [" + PackageJson().object() + ", " + many + "], \"more\": " + more + "}",
+                         packages),
+              0);
+    ASSERT_EQ(packages.size(), 2U);
+    EXPECT_EQ(packages[1].packageItemFilePaths.size(), 500000U);
+}
+
 TEST(PackageListResponse, MayHoldAnyNumberOfBracketsInItsTexts) {
     std::vector<QvRepoPackage> packages;
     EXPECT_EQ(parse_list(PackageJson().with("os", "\"" + std::string(5000, '[') + "\"").list(), packages), 0);
