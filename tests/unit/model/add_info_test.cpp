@@ -60,9 +60,24 @@ TEST_F(AddInfo, ReadsANameWithoutThePrefixTheSameWay) {
     EXPECT_EQ(info.packageType, "qvclient");
 }
 
-TEST_F(AddInfo, TakesThePrefixOffTheStartOnly) {
+TEST_F(AddInfo, TakesThePrefixOffTheStartOnlyAndComparesItWithLetterCase) {
     EXPECT_EQ(thrown_for("x_dunmarel_qvclient_8.3_redhat_x64.sja"), 7265);
     EXPECT_EQ(thrown_for("dunmarel_dunmarel_qvclient_8.3_redhat_x64.sja"), 7265);
+    for (const char* path : {"DUNMAREL_qvclient_8.3_redhat_x64.sja", "Dunmarel_qvclient_8.3_redhat_x64.sja",
+                             "dunmareL_qvclient_8.3_redhat_x64.sja"})
+        EXPECT_EQ(thrown_for(path), 7265) << path;
+}
+
+// A fifth word would make 8.3 an EEB version, and redhat the version.
+TEST_F(AddInfo, ReadsOnlyTheFirst127BytesOfANameWithoutItsPrefix) {
+    const std::string start = "qvclient_8.3_redhat_x64.";
+    const auto named = [&start](std::size_t length) {
+        return "dunmarel_" + start + std::string(length - start.length() - 2, 'x') + "_y";
+    };
+    EXPECT_EQ(thrown_for(named(127).c_str()), 7264) << "the fifth word is just within";
+    EXPECT_EQ(thrown_for(named(128).c_str()), 0) << "the fifth word is cut off";
+    const std::string longest = named(200);
+    EXPECT_EQ(QvRepoAddInfo(longest.c_str()).packageFileName, longest) << "the name itself is not cut";
 }
 
 TEST_F(AddInfo, KeepsTheItemsInTheOrderOfTheListing) {

@@ -130,6 +130,7 @@ TEST(PackageName, IsCutToItsFieldWhenItFillsItWithoutAnEnd) {
     const std::string start = "qvclient_8.3_redhat_x64.";
     std::memset(details.name, 'x', sizeof details.name);
     std::memcpy(details.name, start.c_str(), start.length());
+    std::memcpy(details.name + sizeof details.name - 2, "_y", 2); // a fifth word, were it not cut off
     EXPECT_EQ(extract_package_details_from_name(&details), 0);
 
     EXPECT_EQ(parse("qvclient_8.3_" + std::string(200, 'r')).error, 101)
