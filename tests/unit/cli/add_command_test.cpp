@@ -138,6 +138,13 @@ TEST_F(Add, ReturnsTheServicesRefusalAndTouchesNoFiles) {
     EXPECT_EQ(out_.str(), ANNOUNCEMENT);
 }
 
+TEST_F(Add, ReturnsTheCodes227And8626OfTheRegistrationUnchanged) {
+    for (const int code : {227, 8626}) {
+        answer_error(404, code);
+        EXPECT_EQ(add({PACKAGE}), code);
+    }
+}
+
 TEST_F(Add, CountsOnly201AsRegistered) {
     answer(200, single("12"));
     EXPECT_EQ(add({PACKAGE}), 9103);

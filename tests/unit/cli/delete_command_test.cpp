@@ -145,6 +145,15 @@ TEST_F(Delete, LeavesTheFilesWhenTheServiceRefuses) {
     EXPECT_EQ(out_.str(), "");
 }
 
+// They mean an unknown and a malformed ID only where the package is asked for.
+TEST_F(Delete, ReturnsTheCodes227And8626OfTheDeletionUnchanged) {
+    for (const int code : {227, 8626}) {
+        answer(200, package_);
+        answer_error(404, code);
+        EXPECT_EQ(remove({"7"}), code);
+    }
+}
+
 TEST_F(Delete, CountsOnly204AsDeleted) {
     answer(200, package_);
     answer(200, "{}");

@@ -36,6 +36,29 @@ TEST_F(Details, AsksForThePackageAndPrintsIt) {
                    {4, DETAILS, "Successfully retrieved deployment package details from the repository."}}));
 }
 
+// An output that throws a status with the first byte that it is given.
+class ThrowingOutput : public std::streambuf {
+    int_type overflow(int_type /*byte*/) override { throw 5; }
+};
+
+TEST_F(Details, LogsTheSuccessBeforeItPrintsAndReturnsTheStatusThatThePrinterThrows) {
+    ThrowingOutput output;
+    std::ostream out(&output);
+    out.exceptions(std::ios::badbit);
+    const char* words[] = {"7"};
+    answer(200, PackageJson().response());
+    EXPECT_EQ(getPackageDetailsCmd(1, words, out), 5);
+    std::vector<LogRecord> records = log_.records();
+    records.erase(records.begin(), records.end() - 2);
+    EXPECT_THAT(
+        records,
+        ElementsAre(
+            LogRecord{4, DETAILS, "Successfully retrieved deployment package details from the repository."},
+            LogRecord{2, DETAILS,
+                      "Failed to retrieve deployment package in the repository. Error code "
+                      "returned from QvRepoPackage: 5."}));
+}
+
 TEST_F(Details, WithoutExactlyOneWordPrintsTheHelpAndSendsNothing) {
     for (const auto& words : std::vector<std::vector<const char*>>{{}, {"7", "8"}}) {
         out_.str("");

@@ -62,14 +62,18 @@ TEST_F(Request, CallsTheOperationOfItsType) {
     EXPECT_EQ(static_cast<int>(CURL_REQUEST_DELETE), 3);
 }
 
-TEST_F(Request, AcceptsTheVersionedMediaTypeAndWaits30SecondsForAConnection) {
+TEST_F(Request, AcceptsTheVersionedMediaTypeAndWaits30SecondsForAConnectionEachTime) {
     const bool no = false;
     QVClientCURL client("h", 1, 1, 1, nullptr, "", true, false, false, "", "", "", "", "", "", false, no, "",
                         0);
-    answer(200, "");
-    EXPECT_EQ(curlSendRequest(client, "u", CURL_REQUEST_GET, "", response_, 200), 0);
-    EXPECT_EQ(service().accept, "Accept: application/vnd.quorvelle+json;version=6.0");
-    EXPECT_EQ(service().connectTimeout, 30);
+    for (int time = 1; time <= 2; ++time) {
+        client.setupAcceptCurlOption("Accept: another");
+        client.setConnectTimeout(99);
+        answer(200, "");
+        EXPECT_EQ(curlSendRequest(client, "u", CURL_REQUEST_GET, "", response_, 200), 0);
+        EXPECT_EQ(service().accept, "Accept: application/vnd.quorvelle+json;version=6.0") << time;
+        EXPECT_EQ(service().connectTimeout, 30) << time;
+    }
     EXPECT_EQ(QV_MEDIA_TYPE_VERSION, "application/vnd.quorvelle+json;version=6.0");
 }
 
