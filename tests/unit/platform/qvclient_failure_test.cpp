@@ -2,9 +2,36 @@
 
 #include "tests/unit/platform/qvclient_fixture.h"
 
+#include <curl/curl.h>
 #include <gmock/gmock.h>
 
+#include <cstdarg>
+#include <map>
 #include <sys/socket.h>
+
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's --wrap gives these
+// names
+extern "C" {
+
+CURLcode __real_curl_easy_setopt(CURL*, CURLoption, ...);
+
+// What the options of long value were last set to.
+static std::map<CURLoption, long> long_options;
+
+// The option comes as a number, since va_start takes no enumeration.
+CURLcode __wrap_curl_easy_setopt(CURL* handle, int number, ...) {
+    std::va_list arguments;
+    va_start(arguments, number);
+    void* value = va_arg(arguments, void*); // as wide as a value of any type
+    va_end(arguments);
+    const auto option = static_cast<CURLoption>(number);
+    if (option < CURLOPTTYPE_OBJECTPOINT)
+        long_options[option] = reinterpret_cast<long>(value);
+    return __real_curl_easy_setopt(handle, option, value);
+}
+
+} // extern "C"
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 
 namespace {
 
@@ -128,6 +155,17 @@ TEST_F(QvClientFailure, WhereTheServiceDoesNotGetThroughToAConnectionInTime) {
     Client client;
     client.setConnectTimeout(1);
     EXPECT_NE(failure(client, TIMED_OUT), "");
+}
+
+// Nobody waits so long in a test, so the options tell.
+TEST_F(QvClientFailure, WhereNothingMovesFor300Seconds) {
+    Client client;
+    for (int time = 1; time <= 2; ++time) {
+        long_options.clear();
+        failure(client, CANNOT_CONNECT);
+        EXPECT_EQ(long_options[CURLOPT_LOW_SPEED_TIME], 300) << time;
+        EXPECT_EQ(long_options[CURLOPT_LOW_SPEED_LIMIT], 1) << time;
+    }
 }
 
 TEST_F(QvClientFailure, OfHalfAnAnswer) {
