@@ -1,50 +1,42 @@
 #include "platform/debug_log.h"
 
-#include <spdlog/sinks/basic_file_sink.h>
+#include "platform/file_descriptor.h"
 
 #include <cerrno>
-#include <chrono>
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <fcntl.h>
-#include <memory>
 #include <string>
-#include <system_error>
+#include <string_view>
 #include <unistd.h>
 
 namespace {
 
-using Clock = std::chrono::system_clock;
-
-// The sink hands each message to its formatter as it came. What spdlog's own message has no field for, the
-// platform's level numbers and a text that is still to be rendered, therefore travels in a message of our
-// own.
-struct Record : spdlog::details::log_msg {
-    Record(int level_number, const char* function, const char* text_or_format, std::va_list* format_arguments)
-        : log_msg(function == nullptr ? "" : function, spdlog::level::info, ""), number(level_number),
-          text(text_or_format == nullptr ? "" : text_or_format), arguments(format_arguments) {}
-
-    int number;
-    const char* text;
-    std::va_list* arguments; // null for a fixed text
-};
-
+FileDescriptor log_file;
 pid_t recorded_pid = 0;
 
-std::string utc(Clock::time_point time, const char* format) {
-    const std::time_t seconds = Clock::to_time_t(time);
+std::string utc(const timespec& time, const char* format) {
     std::tm parts{};
-    gmtime_r(&seconds, &parts);
+    gmtime_r(&time.tv_sec, &parts);
     char text[40];
     return {text, std::strftime(text, sizeof text, format, &parts)};
 }
 
-std::string milliseconds(Clock::time_point time) {
-    const auto all = std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
-    const std::string digits = std::to_string(all % 1000);
-    return std::string(3 - digits.size(), '0') + digits;
+timespec now() {
+    timespec time{};
+    clock_gettime(CLOCK_REALTIME, &time);
+    return time;
+}
+
+// "TIME [PID] <LEVEL> FUNCTION: "
+std::string head_of_record(int level, const char* function) {
+    const timespec time = now();
+    char numbers[64];
+    const int length = std::snprintf(numbers, sizeof numbers, ".%03ldZ [%ld] <%d> ", time.tv_nsec / 1000000,
+                                     static_cast<long>(recorded_pid), level);
+    return utc(time, "%Y-%m-%dT%H:%M:%S").append(numbers, static_cast<std::size_t>(length)) +
+           (function == nullptr ? "" : function) + ": ";
 }
 
 std::size_t escaped_size(unsigned char c) {
@@ -72,16 +64,16 @@ void write_escaped(char* place, unsigned char c) {
 }
 
 // Escapes the bytes from `start` on in place, from the end, so that a long text is not held twice.
-void escape_controls(spdlog::memory_buf_t& record, std::size_t start) {
+void escape_controls(std::string& record, std::size_t start) {
     std::size_t from = record.size();
     std::size_t grown = from;
     for (std::size_t i = start; i < from; ++i)
-        grown += escaped_size(static_cast<unsigned char>(record.data()[i])) - 1;
+        grown += escaped_size(static_cast<unsigned char>(record[i])) - 1;
     // With room for the line's end, which would else move the whole record once more.
     record.reserve(grown + 1);
     record.resize(grown);
     for (std::size_t to = grown; from < to;) {
-        const auto c = static_cast<unsigned char>(record.data()[--from]);
+        const auto c = static_cast<unsigned char>(record[--from]);
         to -= escaped_size(c);
         write_escaped(record.data() + to, c);
     }
@@ -89,76 +81,44 @@ void escape_controls(spdlog::memory_buf_t& record, std::size_t start) {
 
 // Renders the format at the end of `record`. A text that cannot be rendered, for its length or a bad
 // character, leaves the bare format.
-void append_rendered(spdlog::memory_buf_t& record, const char* format, std::va_list* arguments) {
+void append_rendered(std::string& record, const char* format, std::va_list arguments) {
     std::va_list again;
-    va_copy(again, *arguments); // NOLINT(clang-analyzer-valist.Uninitialized): logmsgf has started it
+    va_copy(again, arguments); // NOLINT(clang-analyzer-valist.Uninitialized): logmsgf has started it
     const int length = std::vsnprintf(nullptr, 0, format, again);
     va_end(again);
     if (length < 0) {
-        record.append(format, format + std::strlen(format));
+        record += format;
         return;
     }
     const std::size_t start = record.size();
     const std::size_t size = static_cast<std::size_t>(length) + 1;
     record.resize(start + size);
-    va_copy(again, *arguments);
-    static_cast<void>(std::vsnprintf(record.data() + start, size, format, again));
-    va_end(again);
-    record.resize(start + size - 1);
+    static_cast<void>(std::vsnprintf(record.data() + start, size, format, arguments));
+    record.pop_back();
 }
 
-class RecordFormatter : public spdlog::formatter {
-  public:
-    void format(const spdlog::details::log_msg& message, spdlog::memory_buf_t& destination) override {
-        const auto& record = static_cast<const Record&>(message);
-        const std::string function(record.logger_name.data(), record.logger_name.size());
-        const std::string head = utc(record.time, "%Y-%m-%dT%H:%M:%S.") + milliseconds(record.time) + "Z [" +
-                                 std::to_string(recorded_pid) + "] <" + std::to_string(record.number) + "> " +
-                                 function + ": ";
-        destination.append(head.data(), head.data() + head.size());
-        if (record.arguments == nullptr)
-            destination.append(record.text, record.text + std::strlen(record.text));
-        else
-            append_rendered(destination, record.text, record.arguments);
-        escape_controls(destination, head.size());
-        destination.push_back('\n');
+// The system takes at most 2 GiB at once; only a longer record needs a second call.
+void write_whole(std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t count = write(log_file.get(), bytes.data(), bytes.size());
+        if (count > 0)
+            bytes.remove_prefix(static_cast<std::size_t>(count));
+        else if (count == 0 || errno != EINTR)
+            return;
     }
-
-    std::unique_ptr<spdlog::formatter> clone() const override { return std::make_unique<RecordFormatter>(); }
-};
-
-// Makes the file with the mode asked for, which spdlog's own opening cannot, or throws the reason why there
-// is none: that also keeps spdlog from making a folder that is missing.
-void make_log_file(const std::string& path, int mode) {
-    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, static_cast<mode_t>(mode));
-    if (file < 0)
-        throw std::system_error(errno, std::generic_category());
-    close(file);
 }
 
-spdlog::file_event_handlers log_file_events(int mode) {
-    spdlog::file_event_handlers events;
-    events.before_open = [mode](const std::string& path) { make_log_file(path, mode); };
-    // Unbuffered, each record is one write to a stream in append mode: it is in the file when the call
-    // returns, and records of other processes stand before or after it, never inside.
-    events.after_open = [](const std::string&, std::FILE* stream) {
-        static_cast<void>(std::setvbuf(stream, nullptr, _IONBF, 0));
-    };
-    return events;
-}
-
-std::unique_ptr<spdlog::sinks::sink> log_file;
-
-std::unique_ptr<spdlog::sinks::sink> open_log_file(const std::string& path, int mode) {
-    auto sink = std::make_unique<spdlog::sinks::basic_file_sink_mt>(path, false, log_file_events(mode));
-    sink->set_formatter(std::make_unique<RecordFormatter>());
-    return sink;
-}
-
-// A record that cannot be written is lost in silence: the log never stops or disturbs what it tells about.
-void write_record(const Record& record) {
+// Writes one record, whose text `append_text` puts behind its head. A record that cannot be written, or held
+// in memory, is lost in silence: the log never stops or disturbs what it tells about.
+template <typename AppendText>
+void write_record(int level, const char* function, AppendText append_text) {
     try {
-        log_file->log(record);
+        std::string record = head_of_record(level, function);
+        const std::size_t head = record.size();
+        append_text(record);
+        escape_controls(record, head);
+        record += '\n';
+        write_whole(record);
     } catch (...) { // NOLINT(bugprone-empty-catch): see above
     }
 }
@@ -170,22 +130,17 @@ void open_debug_log(const char* directory, const char* program, const char* logN
     *status = EINVAL;
     if (directory == nullptr || program == nullptr || logName == nullptr)
         return;
-    try {
-        const std::string day = utc(Clock::now(), "%Y-%m-%d");
-        log_file =
-            open_log_file(std::string(directory) + "/" + program + "/" + logName + "." + day + ".log", mode);
-        if (recorded_pid == 0)
-            log_set_pid();
-        *status = 0;
-    } catch (const std::system_error& failure) {
-        *status = failure.code().value();
-    } catch (...) {
-        *status = EIO;
-    }
+    const std::string path =
+        std::string(directory) + "/" + program + "/" + logName + "." + utc(now(), "%Y-%m-%d") + ".log";
+    log_file = FileDescriptor(
+        open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, static_cast<mode_t>(mode)));
+    *status = log_file.is_open() ? 0 : errno;
+    if (log_file.is_open() && recorded_pid == 0)
+        log_set_pid();
 }
 
 void close_debug_log() {
-    log_file.reset();
+    log_file.close();
 }
 
 void log_set_pid() {
@@ -193,15 +148,15 @@ void log_set_pid() {
 }
 
 void logmsg(int level, const char* text, const char* function) {
-    if (log_file != nullptr)
-        write_record(Record(level, function, text, nullptr));
+    if (log_file.is_open())
+        write_record(level, function, [=](std::string& record) { record += text == nullptr ? "" : text; });
 }
 
 void logmsgf(int level, const char* function, const char* format, ...) {
-    if (log_file == nullptr)
+    if (!log_file.is_open())
         return;
     std::va_list arguments;
     va_start(arguments, format);
-    write_record(Record(level, function, format, &arguments));
+    write_record(level, function, [&](std::string& record) { append_rendered(record, format, arguments); });
     va_end(arguments);
 }

@@ -2,6 +2,7 @@
 
 #include "tests/support/log_capture.h"
 #include "tests/support/temporary_directory.h"
+#include "tests/unit/platform/system_faults.h"
 
 #include <gtest/gtest.h>
 
@@ -45,6 +46,7 @@ class DebugLog : public ::testing::Test {
     }
     void TearDown() override {
         close_debug_log();
+        faults().reset();
         umask(old_mask_);
         unsetenv("TZ");
         tzset();
@@ -173,6 +175,13 @@ TEST_F(DebugLog, WritesARecordWithASingleCallWhateverItsLength) {
     EXPECT_EQ(writes_so_far(), before + 1);
     logmsgf(2, "fn", "%s", controls.c_str());
     EXPECT_EQ(writes_so_far(), before + 2);
+}
+
+TEST_F(DebugLog, WritesARecordThatASignalInterrupted) {
+    ASSERT_EQ(open(), 0);
+    faults().fail_next("write", EINTR);
+    logmsg(2, "text", "fn");
+    EXPECT_EQ(text_of_record(), "text\n");
 }
 
 TEST_F(DebugLog, KeepsRecordsOfProcessesApart) {
