@@ -9,7 +9,10 @@
 #include <fcntl.h>
 #include <string>
 #include <string_view>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -27,6 +30,19 @@ timespec now() {
     timespec time{};
     clock_gettime(CLOCK_REALTIME, &time);
     return time;
+}
+
+// Returns 0 or an errno. A pipe of that name does not block, and a symbolic link is not followed.
+int open_log_file(const char* path, mode_t mode) {
+    FileDescriptor file(
+        open(path, O_RDWR | O_CREAT | O_APPEND | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY, mode));
+    struct stat status {};
+    if (!file.is_open() || fstat(file.get(), &status) != 0)
+        return errno;
+    if (!S_ISREG(status.st_mode))
+        return EINVAL;
+    log_file = std::move(file);
+    return 0;
 }
 
 // "TIME [PID] <LEVEL> FUNCTION: "
@@ -97,14 +113,27 @@ void append_rendered(std::string& record, const char* format, std::va_list argum
     record.pop_back();
 }
 
+bool ends_within_a_record() {
+    char last = '\n';
+    return lseek(log_file.get(), -1, SEEK_END) >= 0 && read(log_file.get(), &last, 1) == 1 && last != '\n';
+}
+
+// Whether a full disk, or its writer's end, cut the last record. One that another process is still writing
+// looks the same, so writers share a lock on the file: whoever gets it alone knows. Nobody waits for it, and
+// nobody needs it to write.
+bool has_cut_record() {
+    return ends_within_a_record() && flock(log_file.get(), LOCK_EX | LOCK_NB) == 0 && ends_within_a_record();
+}
+
 // The system takes at most 2 GiB at once; only a longer record needs a second call.
 void write_whole(std::string_view bytes) {
     while (!bytes.empty()) {
         const ssize_t count = write(log_file.get(), bytes.data(), bytes.size());
-        if (count > 0)
-            bytes.remove_prefix(static_cast<std::size_t>(count));
-        else if (count == 0 || errno != EINTR)
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
             return;
+        bytes.remove_prefix(static_cast<std::size_t>(count));
     }
 }
 
@@ -113,12 +142,16 @@ void write_whole(std::string_view bytes) {
 template <typename AppendText>
 void write_record(int level, const char* function, AppendText append_text) {
     try {
-        std::string record = head_of_record(level, function);
+        // The line feed in front is written to close a cut record, and else left out.
+        std::string record = '\n' + head_of_record(level, function);
         const std::size_t head = record.size();
         append_text(record);
         escape_controls(record, head);
         record += '\n';
-        write_whole(record);
+        const std::size_t start = has_cut_record() ? 0 : 1;
+        flock(log_file.get(), LOCK_SH | LOCK_NB);
+        write_whole(std::string_view(record).substr(start));
+        flock(log_file.get(), LOCK_UN);
     } catch (...) { // NOLINT(bugprone-empty-catch): see above
     }
 }
@@ -132,10 +165,8 @@ void open_debug_log(const char* directory, const char* program, const char* logN
         return;
     const std::string path =
         std::string(directory) + "/" + program + "/" + logName + "." + utc(now(), "%Y-%m-%d") + ".log";
-    log_file = FileDescriptor(
-        open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, static_cast<mode_t>(mode)));
-    *status = log_file.is_open() ? 0 : errno;
-    if (log_file.is_open() && recorded_pid == 0)
+    *status = open_log_file(path.c_str(), static_cast<mode_t>(mode));
+    if (*status == 0 && recorded_pid == 0)
         log_set_pid();
 }
 

@@ -1,10 +1,12 @@
-// The debug log: one line per record, in a file per day, written only where an administrator made the folder.
+// The debug log: one line per record, in a file per day, written only where an administrator made the
+// directory.
 //
 // A record reads
 //     2026-11-20T23:34:00.123Z [PID] <LEVEL> FUNCTION: TEXT
 // with the time in UTC. Control characters in TEXT stand as escapes (\n, \r, \t, \x1b, \x7f, ...), so that no
 // server answer or argument can forge a record; all other bytes stand as they are. A record is never cut, is
-// in the file when the call returns, and does not mix with records of other processes.
+// in the file when the call returns, and does not mix with records of other processes. A record that a full
+// disk cut is closed by a line feed before the next one.
 //
 // Levels: 2 request detail, 4 progress and results, 16 errors. All are written. Calls made while no log is
 // open do nothing, and cost nothing: the format is not even rendered.
@@ -14,8 +16,8 @@
 
 // Opens DIRECTORY/PROGRAM/LOGNAME.YYYY-MM-DD.log (today in UTC) for appending and makes it the process's log,
 // in place of one opened earlier. A file that is not there yet is created with `mode` less the process's
-// mask; a folder that is not there is not created. `*status` receives 0 or an errno; on failure no log is
-// open afterwards.
+// mask; a directory that is not there is not created. Only a regular file is taken, and a symbolic link is
+// not followed. `*status` receives 0 or an errno; on failure no log is open afterwards.
 void open_debug_log(const char* directory, const char* program, const char* logName, int mode, int* status);
 
 // Closes the log; later log calls do nothing. Without a log, does nothing.

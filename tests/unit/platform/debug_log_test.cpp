@@ -1,6 +1,8 @@
 #include "platform/debug_log.h"
 
+#include "platform/file_descriptor.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/small_volume.h"
 #include "tests/support/temporary_directory.h"
 #include "tests/unit/platform/system_faults.h"
 
@@ -9,10 +11,12 @@
 #include <cerrno>
 #include <chrono>
 #include <ctime>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <regex>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -280,6 +284,23 @@ TEST_F(DebugLog, TellsWhyItCannotBeOpened) {
     EXPECT_EQ(folder_.names(), std::vector<std::string>{"prog"});
 }
 
+TEST_F(DebugLog, IsNeverAPipeADeviceOrASymbolicLink) {
+    ASSERT_EQ(mkfifo(file().c_str(), 0666), 0);
+    EXPECT_EQ(open(), EINVAL);
+    std::filesystem::remove(file());
+    // A device cannot be made here, so one is bound to the name.
+    write_file(file(), "");
+    ASSERT_EQ(mount("/dev/null", file().c_str(), nullptr, MS_BIND, nullptr), 0);
+    EXPECT_EQ(open(), EINVAL);
+    ASSERT_EQ(umount(file().c_str()), 0);
+    std::filesystem::remove(file());
+    write_file(folder_.path("target"), "");
+    std::filesystem::create_symlink(folder_.path("target"), file());
+    EXPECT_EQ(open(), ELOOP);
+    logmsg(16, "text", "fn");
+    EXPECT_EQ(read_file(folder_.path("target")), "");
+}
+
 TEST_F(DebugLog, IsClosedAfterAFailedOpening) {
     ASSERT_EQ(open(), 0);
     int status = -1;
@@ -344,6 +365,52 @@ TEST_F(DebugLog, LosesARecordOnAFullDiskInSilence) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     close_debug_log();
     ASSERT_EQ(umount(folder_.path("prog").c_str()), 0);
+}
+
+TEST_F(DebugLog, ClosesARecordThatAFullDiskCut) {
+    const SmallVolume volume("size=8k");
+    std::filesystem::create_directory(volume.path("prog"));
+    const auto open_on_volume = [&] {
+        int status = -1;
+        open_debug_log(volume.path().c_str(), "prog", "name", 0666, &status);
+        return status;
+    };
+    const std::string log = volume.path("prog/name." + today() + ".log");
+    for (const bool by_another_process : {false, true}) {
+        std::filesystem::remove(log);
+        ASSERT_EQ(open_on_volume(), 0);
+        write_file(volume.path("filler"), std::string(4096, 'x'));
+        logmsg(2, std::string(5000, 'x').c_str(), "cut");
+        ASSERT_EQ(std::filesystem::file_size(log), 4096U);
+        logmsg(2, "lost", "fn");
+        std::filesystem::remove(volume.path("filler"));
+        if (by_another_process)
+            open_on_volume();
+        logmsg(2, "one", "fn");
+        logmsg(2, "two", "fn");
+        const std::string all = read_file(log);
+        EXPECT_TRUE(std::regex_match(all.substr(4096),
+                                     std::regex("\n\\S+ \\S+ <2> fn: one\n\\S+ \\S+ <2> fn: two\n")))
+            << all.substr(4090);
+        close_debug_log();
+    }
+}
+
+TEST_F(DebugLog, WritesOnThoughItsFileCannotBeRead) {
+    write_file(file(), "cut");
+    ASSERT_EQ(open(), 0);
+    faults().fail_next("read", EIO);
+    logmsg(2, "text", "fn");
+    EXPECT_EQ(text_of_record(), "text\n");
+}
+
+TEST_F(DebugLog, WritesOnWhileAStrangerHoldsALockOnItsFile) {
+    write_file(file(), "cut");
+    ASSERT_EQ(open(), 0);
+    const FileDescriptor stranger(::open(file().c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_EQ(flock(stranger.get(), LOCK_EX), 0);
+    logmsg(2, "text", "fn");
+    EXPECT_EQ(text_of_record(), "text\n");
 }
 
 TEST_F(DebugLog, IsReadBackByTheCaptureOfOtherTests) {
