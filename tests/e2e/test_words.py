@@ -33,6 +33,14 @@ def test_an_unknown_word_prints_the_help_and_then_the_error(qvrepo, word):
     assert qvrepo(word) == (HELP, INVALID, 20)
 
 
+@pytest.mark.parametrize("words, error", [
+    (["-x"], INVALID), (["-list", "-os"], INVALID), (["-pkgDetails"], INVALID), (["-add"], INVALID),
+    (["-delete"], INVALID), (["-getPkg"], FAILED_WITH_1)])
+def test_the_help_comes_before_the_error_line(words, error):
+    run = subprocess.run([PROGRAMS / "qvrepo", *words], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+    assert run.stdout == HELP + error
+
+
 def test_only_the_first_word_is_looked_at(qvrepo):
     assert qvrepo("-x", "-list") == (HELP, INVALID, 20)
 

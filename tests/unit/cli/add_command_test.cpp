@@ -1,6 +1,7 @@
 #include "cli/commands.h"
 #include "model/QvRepoPackage.h"
 #include "tests/support/command_world.h"
+#include "tests/support/flush_record.h"
 
 namespace {
 
@@ -48,6 +49,16 @@ class Add : public CommandWorld {
         return {all.end() - static_cast<std::ptrdiff_t>(std::min(count, all.size())), all.end()};
     }
 };
+
+TEST_F(Add, HasFlushedItsAnnouncementWhenTheVerificationBegins) {
+    FlushRecord out;
+    seam().verifySja = [&](const char*) {
+        EXPECT_THAT(out.flushed, ElementsAre(ANNOUNCEMENT));
+        return 7236;
+    };
+    const char* words[] = {PACKAGE};
+    EXPECT_EQ(addPackagesCmd(1, words, out.stream), 7236);
+}
 
 TEST_F(Add, VerifiesRegistersAndCopiesASinglePackage) {
     seam().copySja = [](const char*) { return 0; };

@@ -2,6 +2,7 @@
 #include "cli/message_buffers.h"
 #include "cli/placeholders.h"
 #include "tests/support/command_world.h"
+#include "tests/support/flush_record.h"
 
 #include <gtest/gtest.h>
 
@@ -39,6 +40,17 @@ TEST(Validate, WithWordsPrintsTheAddressOfTheWordsAndTheHelp) {
     address << static_cast<void*>(words);
     EXPECT_EQ(output, address.str() + "\n" + HELP_TEXT);
     EXPECT_TRUE(std::regex_search(output, std::regex("^0x[0-9a-f]+\n")));
+}
+
+TEST(Validate, FlushesTheLineOfTheAddress) {
+    const char* words[] = {"x", nullptr};
+    FlushRecord out;
+    std::streambuf* const standard_output = std::cout.rdbuf(out.stream.rdbuf());
+    validatePackagesCmd(1, words);
+    std::cout.rdbuf(standard_output);
+    std::ostringstream address;
+    address << static_cast<void*>(words) << "\n";
+    EXPECT_THAT(out.flushed, testing::ElementsAre(address.str()));
 }
 
 TEST(GetPkg, WithAnIdAndADestinationSaysThatItIsNotYetImplemented) {

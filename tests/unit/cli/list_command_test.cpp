@@ -1,5 +1,6 @@
 #include "cli/commands.h"
 #include "tests/support/command_world.h"
+#include "tests/support/flush_record.h"
 
 namespace {
 
@@ -120,6 +121,13 @@ TEST_F(List, SaysThatTheRepositoryIsEmptyAndPrintsNoTable) {
     ASSERT_GE(records.size(), 2U);
     EXPECT_EQ(records[records.size() - 2], (LogRecord{4, LIST, RETRIEVED}));
     EXPECT_EQ(records.back(), (LogRecord{4, LIST, "0 deployment packages in the repository."}));
+}
+
+TEST_F(List, FlushesTheLineOfAnEmptyRepository) {
+    answer(200, "{\"data\": []}");
+    FlushRecord out;
+    EXPECT_EQ(listPackagesCmd(0, nullptr, out.stream), 0);
+    EXPECT_THAT(out.flushed, ElementsAre("0 deployment packages in the repository.\n"));
 }
 
 } // namespace

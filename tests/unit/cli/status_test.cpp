@@ -1,5 +1,6 @@
 #include "cli/message_buffers.h"
 #include "cli/status.h"
+#include "tests/support/flush_record.h"
 #include "tests/support/log_capture.h"
 
 #include <gmock/gmock.h>
@@ -88,6 +89,12 @@ TEST(CommandStatus, LogsTheEnglishTextOfEveryRowButThreeAtLevel16) {
         else
             EXPECT_THAT(log.records(), ElementsAre(LogRecord{16, "main", row.text}, exit_record(row.code)));
     }
+}
+
+TEST(CommandStatus, IsFlushed) {
+    FlushRecord out;
+    showCommandStatus(20, "main", out.stream);
+    EXPECT_THAT(out.flushed, ElementsAre("Error: invalid command parameter\n"));
 }
 
 TEST(CommandStatus, ForACancelledDeletionHasNoErrorPrefixAndIsLogged) {

@@ -1,4 +1,5 @@
 #include "model/QvRepoPackage.h"
+#include "tests/support/flush_record.h"
 #include "tests/support/log_capture.h"
 
 #include <gmock/gmock.h>
@@ -78,6 +79,15 @@ TEST(PackageTable, TakesNoAccountOfATypeOfOneCharacterAndItsRowIsWider) {
     EXPECT_EQ(table({package_of("1", "q")}), "ID Type Version OS         File Name\n"
                                              "-- ---- ------- ---------- ---------\n"
                                              "1  server+client 8.3     redhat_x64 f.sja    \n");
+}
+
+TEST(PackageTable, IsFlushedAfterEveryLine) {
+    FlushRecord out;
+    QvRepoPackage::printPackageList({package_of("1", "qv")}, out.stream);
+    const std::string header = "ID Type          Version OS         File Name\n";
+    const std::string rule = "-- ------------- ------- ---------- ---------\n";
+    const std::string row = "1  server+client 8.3     redhat_x64 f.sja    \n";
+    EXPECT_THAT(out.flushed, ElementsAre(header, header + rule, header + rule + row));
 }
 
 TEST(PackageTable, LeavesTheStreamAsItWas) {

@@ -174,6 +174,12 @@ TEST_F(MessageCatalog, TextWithOtherConversionsIsNotUsed) {
     EXPECT_EQ(lookup("ja", "TqlRpo0007N"), "fine text    |");
 }
 
+TEST_F(MessageCatalog, TextWithOtherConversionsIsNotReplacedByAFartherOne) {
+    install_catalog("ja_JP", "$set 1\n25 country %d\n");
+    install_catalog("ja", "$set 1\n25 language %s\n");
+    EXPECT_EQ(lookup("ja_JP"), "default text.");
+}
+
 TEST_F(MessageCatalog, TextMayBeEmpty) {
     install_catalog("ja", "$quote \"\n$set 1\n1 \"\"\n");
     char buffer[16] = "left over";
