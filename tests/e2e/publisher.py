@@ -7,10 +7,10 @@ import re
 import resource
 import subprocess
 import termios
-import time
 from pathlib import Path
 
 import pytest
+from world import await_that
 
 SJAPACK = Path(os.environ["QV_BIN"]) / "sjapack"
 DOCUMENTS = Path(__file__).resolve().parents[2] / "docs"
@@ -75,8 +75,7 @@ def on_a_terminal(words, answers=b"", cwd=None, env=None):
         shown += part
         if shown.count(b"assphrase: ") > given:
             # The prompt comes first; what is typed before the terminal stops showing it, is shown.
-            while termios.tcgetattr(terminal)[3] & termios.ECHO:
-                time.sleep(0.01)
+            await_that(lambda: not termios.tcgetattr(terminal)[3] & termios.ECHO, "the terminal stops showing input")
             os.write(terminal, answers[given])
             given += 1
     _, status = os.waitpid(process, 0)

@@ -89,7 +89,10 @@ class ScriptedService:
             if line.lower().startswith(b"content-length:"):
                 length = int(line.split(b":")[1])
         while len(body) < length:
-            body += connection.recv(65536)
+            part = connection.recv(65536)
+            if not part:
+                raise OSError("the request's body breaks off")
+            body += part
         return head, body
 
 

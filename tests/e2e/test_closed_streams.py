@@ -64,7 +64,7 @@ def test_sjapack_makes_the_same_archive(tmp_path, closing):
 def connect_when_listening(process):
     deadline = time.monotonic() + PATIENCE
     while True:
-        assert process.poll() is None and time.monotonic() < deadline
+        assert process.poll() is None and time.monotonic() < deadline, "the service does not listen"
         try:
             return socket.create_connection((HOST, PORT))
         except ConnectionRefusedError:

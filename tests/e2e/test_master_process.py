@@ -11,6 +11,7 @@ from world import (
     PACKAGES,
     ROOT,
     TLS,
+    await_that,
     chunked_body,
     creation_body,
     raw_request,
@@ -127,12 +128,12 @@ def test_idle_clients_do_not_delay_the_end(idle_master):
     silent.close()
 
 
-def await_refusal_of_connections(master):
-    while True:
-        try:
-            socket.create_connection((HOST, master.port)).close()
-        except (ConnectionRefusedError, ConnectionResetError):
-            return
+def refuses_connections(master):
+    try:
+        socket.create_connection((HOST, master.port)).close()
+    except (ConnectionRefusedError, ConnectionResetError):
+        return True
+    return False
 
 
 def test_a_list_under_way_is_finished_before_the_end(master):
@@ -141,7 +142,7 @@ def test_a_list_under_way_is_finished_before_the_end(master):
         client.sendall(raw_request("GET", PACKAGES))
         beginning = client.recv(1000)
         master.terminate()
-        await_refusal_of_connections(master)
+        await_that(lambda: refuses_connections(master), "connections are refused")
         packages = json.loads(chunked_body(beginning + read_slowly_begun(client)))["data"]
     assert len(packages) == 1000
     assert master.wait() == 0
@@ -153,7 +154,7 @@ def test_a_creation_under_way_is_finished_before_the_end(master):
         client.sendall(raw_request("GET", PACKAGES) + request[:-20])
         read_answers(client, 1)
         master.terminate()
-        await_refusal_of_connections(master)
+        await_that(lambda: refuses_connections(master), "connections are refused")
         client.sendall(request[-20:])
         (answer,) = read_answers(client, 1)
         assert read_to_end(client) == b""

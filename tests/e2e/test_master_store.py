@@ -11,6 +11,7 @@ from world import (
     LONG_ITEMS,
     PACKAGES,
     TLS,
+    await_that,
     chunked_body,
     creation_body,
     raw_request,
@@ -174,8 +175,8 @@ def test_a_client_that_stops_reading_is_dropped(idle_master):
         beginning = client.recv(1000)
         # Whoever holds the snapshot of the list keeps the log from being cut; it can be once the client is dropped.
         with sqlite3.connect(idle_master.database, timeout=0) as database:
-            while database.execute("PRAGMA wal_checkpoint(TRUNCATE)").fetchone()[0] != 0:
-                pass
+            await_that(lambda: database.execute("PRAGMA wal_checkpoint(TRUNCATE)").fetchone()[0] == 0,
+                       "the log can be cut")
         database.close()
         assert chunked_body(beginning + read_slowly_begun(client)) is None
 

@@ -15,6 +15,7 @@ import sqlite3
 import ssl
 import subprocess
 import tempfile
+import time
 from pathlib import Path
 from typing import NamedTuple
 
@@ -32,6 +33,14 @@ PROGRAMS = Path(os.environ["QV_BIN"])
 # Seconds, longer than anything takes on a busy machine; a test that waits this long has failed. Programs that run under
 # an instrument take many times as long.
 PATIENCE = int(os.environ.get("QV_PATIENCE", "60"))
+
+
+def await_that(condition, what):
+    """Returns when `condition()` is true; the test fails when that takes too long."""
+    deadline = time.monotonic() + PATIENCE
+    while not condition():
+        assert time.monotonic() < deadline, f"waited in vain: {what}"
+        time.sleep(0.01)
 
 
 def fill_root(template):

@@ -8,7 +8,6 @@ import socket
 import ssl
 import subprocess
 import threading
-import time
 
 from clients import Client
 from scale import milliseconds, now, report, scaled, seed
@@ -20,6 +19,7 @@ from world import (
     PACKAGES,
     PATIENCE,
     PROGRAMS,
+    await_that,
     chunked_body,
     client_context,
     creation_body,
@@ -145,17 +145,10 @@ def test_clients_that_stall_are_dropped_and_their_sockets_closed(idle_master, st
     stalled += silent + not_reading
     for connection in silent:
         assert not received_until_dropped(connection).startswith(b"HTTP/1.1 2")
-    await_that(lambda: sockets_of(master) == alone)
+    await_that(lambda: sockets_of(master) == alone, "the dropped connections are closed")
     for connection in not_reading:
         assert chunked_body(read_slowly_begun(connection)) is None
     assert len(master.packages()) == 1000
-
-
-def await_that(condition):
-    deadline = now() + PATIENCE
-    while not condition():
-        assert now() < deadline, "it did not come about"
-        time.sleep(0.01)
 
 
 def threads_of(master):
@@ -169,7 +162,7 @@ def test_a_client_beyond_the_most_that_are_served_at_once_waits_until_one_leaves
     assert idle_master.get().status == 200
     alone = threads_of(idle_master) - 1  # less the one that has answered, which serves on
     stalled += [connect(idle_master) for _ in range(MOST)]
-    await_that(lambda: threads_of(idle_master) == alone + MOST)
+    await_that(lambda: threads_of(idle_master) == alone + MOST, "as many clients are served as can be")
     # That the service has this one waiting shows in its having all the threads that it will ever have.
     assert status_of_one_that_waits_for(idle_master, stalled[:1]) == 200
     assert threads_of(idle_master) == alone + MOST
@@ -182,7 +175,7 @@ def test_a_service_that_ran_out_of_descriptors_serves_on_when_clients_leave(idle
     idle_master.start("--patience", "3600")
     subprocess.run(["prlimit", "--pid", str(idle_master.process.pid), "--nofile=40:40"], check=True)
     stalled += [connect(idle_master) for _ in range(60)]
-    await_that(lambda: sockets_of(idle_master) > 30)
+    await_that(lambda: sockets_of(idle_master) > 30, "connections are held")
     assert status_of_one_that_waits_for(idle_master, stalled) == 200
 
 
