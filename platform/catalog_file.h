@@ -6,8 +6,8 @@
 #include <optional>
 #include <string>
 
-// Message `number` of set 1 of the catalog file `path`, which must hold a slash. Nothing when the file is
-// missing, is no catalog, is damaged, is over 1 MiB, or does not hold the message.
+// Message `number` of set 1 of the catalog file `path`. Nothing when the file is missing, is not a catalog,
+// is damaged, is over 1 MiB, or does not hold the message.
 std::optional<std::string> catalog_text(const std::string& path, int number);
 
 #endif

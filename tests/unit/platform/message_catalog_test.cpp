@@ -1,12 +1,15 @@
 #include "platform/message_catalog.h"
 
 #include "platform/catalog_file.h"
+#include "platform/file_descriptor.h"
 #include "platform/paths.h"
 #include "tests/unit/platform/product_tree.h"
 
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <sys/inotify.h>
 #include <vector>
 
 namespace {
@@ -296,6 +299,16 @@ TEST_F(MessageCatalog, SurvivesAnyFlippedByte) {
         const std::string text = lookup("ja");
         EXPECT_TRUE(text == "default text." || text.size() < 32) << "byte " << i << ": " << text;
     }
+}
+
+// What is checked and what is used are the same bytes: a file put in its place in between changes nothing.
+TEST_F(MessageCatalog, IsOpenedOnce) {
+    install_catalog("ja", "$set 1\n25 found %s\n");
+    const FileDescriptor watcher(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    ASSERT_GE(inotify_add_watch(watcher.get(), catalog_path("ja").c_str(), IN_OPEN | IN_CLOSE), 0);
+    ASSERT_EQ(lookup("ja"), "found text");
+    std::array<inotify_event, 8> events{};
+    EXPECT_EQ(read(watcher.get(), events.data(), sizeof events), ssize_t{2 * sizeof(inotify_event)});
 }
 
 TEST_F(MessageCatalog, ThatIsAFolderCountsAsMissing) {
