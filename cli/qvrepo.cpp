@@ -1,60 +1,15 @@
-// The program: one command per run, chosen by the first word alone.
+// The program: one command per run.
 
-#include "cli/commands.h"
-#include "cli/help.h"
+#include "cli/dispatch.h"
 #include "cli/message_buffers.h"
-#include "cli/options.h"
-#include "cli/placeholders.h"
-#include "cli/status.h"
 #include "platform/message_catalog.h"
 #include "platform/standard_streams.h"
 
 #include <cstdint>
-#include <cstring>
-#include <iostream>
 
 #include <sys/stat.h>
 
 namespace {
-
-int add(int argc, const char** argv) {
-    return addPackagesCmd(argc, argv, std::cout);
-}
-int remove(int argc, const char** argv) {
-    return deletePackageCmd(argc, argv, std::cout, std::cin);
-}
-int list(int argc, const char** argv) {
-    return listPackagesCmd(argc, argv, std::cout);
-}
-int details(int argc, const char** argv) {
-    return getPackageDetailsCmd(argc, argv, std::cout);
-}
-
-} // namespace
-
-const std::array<command_option, 12> COMMAND_OPTIONS = {{
-    {"-add", add},
-    {"-a", add},
-    {"-delete", remove},
-    {"-d", remove},
-    {"-getPkg", getPackageCmd},
-    {"-g", getPackageCmd},
-    {"-list", list},
-    {"-l", list},
-    {"-pkgDetails", details},
-    {"-p", details},
-    {"-validate", validatePackagesCmd},
-    {"-v", validatePackagesCmd},
-}};
-
-namespace {
-
-const command_option* find_option(const char* word) {
-    for (const command_option& row : COMMAND_OPTIONS)
-        if (std::strcmp(word, row.word) == 0)
-            return &row;
-    return nullptr;
-}
 
 void look_up_locale() {
     static std::int64_t errsts;
@@ -63,30 +18,11 @@ void look_up_locale() {
                   sizeof scratch, scratch, sizeof scratch, &errsts);
 }
 
-// Help is reached through the unknown words: an unknown one prints it before its error line, too.
-int unknown_option(const char* word) {
-    showHelp(std::cout);
-    if (std::strcmp(word, "-help") == 0 || std::strcmp(word, "-h") == 0)
-        return 0;
-    showCommandStatus(STATUS_INVALID_PARAMETER, "main", std::cerr);
-    return STATUS_INVALID_PARAMETER;
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
     occupy_standard_streams();
     umask(022);
     look_up_locale();
-    if (argc <= 1) {
-        showHelp(std::cout);
-        return 1;
-    }
-    const command_option* chosen = find_option(argv[1]);
-    if (chosen == nullptr)
-        return unknown_option(argv[1]);
-    const int status = chosen->command(argc - 2, const_cast<const char**>(argv + 2));
-    if (status != 0)
-        showCommandStatus(status, "main", std::cerr);
-    return status;
+    return run_command(argc, argv);
 }

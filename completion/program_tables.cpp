@@ -1,9 +1,8 @@
 // Prints qvrepo's own tables, one row per line, its fields separated by tabs. Completion scripts are made
-// from these lines, and the manual page is checked against them. It is linked with the program's own dispatch
-// table; only main, which stands beside that table, goes by another name here.
+// from these lines, and the manual page is checked against them.
 
 #include "cli/commands.h"
-#include "cli/options.h"
+#include "cli/dispatch.h"
 #include "cli/status.h"
 #include "model/QvRepoPackage.h"
 #include "model/dunmarel_common.h"

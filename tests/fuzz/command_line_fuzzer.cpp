@@ -1,10 +1,11 @@
-// Any words on the command line, with any answers of the machine and the web service: main picks the command,
-// and the command keeps its promises: what it asks for, in which order, what it touches, and what the user is
-// told.
+// Any words on the command line, with any answers of the machine and the web service: the table picks the
+// command, and the command keeps its promises: what it asks for, in which order, what it touches, and what
+// the user is told.
 //
 // An input is lines: a switch per answer of the machine ("n" refuses, see Switch), the words up to an empty
 // line, then the service's answers, each "CODE BODY", or "!NUMBER" for a client that fails.
 
+#include "cli/dispatch.h"
 #include "model/QvRepoPackage.h"
 #include "platform/debug_log.h"
 #include "platform/master_config.h"
@@ -22,9 +23,6 @@
 #include <sstream>
 
 #include <gtest/gtest.h>
-
-// The program's main under another name.
-int qvrepo_main(int argc, char** argv);
 
 namespace {
 
@@ -146,7 +144,7 @@ Run run_program(const Scenario& scenario) {
     for (std::string& word : words)
         argv.push_back(word.data());
     argv.push_back(nullptr);
-    const int status = qvrepo_main(static_cast<int>(words.size()), argv.data());
+    const int status = run_command(static_cast<int>(words.size()), argv.data());
     return {status, out.str(), err.str()};
 }
 
