@@ -13,7 +13,7 @@ BUILD = PROGRAMS.parent
 @functools.cache
 def table(kind):
     """The rows of one of qvrepo's tables, each a tuple of its fields."""
-    printed = subprocess.run([BUILD / "completion/program_tables"], capture_output=True, text=True, check=True).stdout
+    printed = subprocess.run([BUILD / "tests/program_tables"], capture_output=True, text=True, check=True).stdout
     rows = [tuple(line.split("\t")) for line in printed.splitlines()]
     return [row[1:] for row in rows if row[0] == kind]
 

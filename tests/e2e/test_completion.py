@@ -6,8 +6,8 @@ import select
 import subprocess
 
 import pytest
-from program_words import BUILD, column, help_options, option_names, subcommands, usage_options
-from world import PATIENCE
+from program_words import column, help_options, option_names, subcommands, usage_options
+from world import PATIENCE, SOURCES
 
 PROGRAMS = ["qvrepo", "qvmaster", "sjapack"]
 
@@ -74,7 +74,7 @@ class Bash:
 
     def candidates(self, *words):
         """What is offered for the last of `words`, sorted."""
-        asked = ["bash", "--norc", "-c", BASH, "bash", words[0], BUILD / "completion", *words[1:]]
+        asked = ["bash", "--norc", "-c", BASH, "bash", words[0], SOURCES / "completion", *words[1:]]
         run = subprocess.run(asked, cwd=self.folder, capture_output=True, text=True, check=True, timeout=PATIENCE)
         errors = [line for line in run.stderr.splitlines() if "not currently executing completion function" not in line]
         assert errors == []
@@ -88,7 +88,7 @@ class Zsh:
         told = scratch / "told"
         os.mkfifo(told)
         self._told = os.open(told, os.O_RDWR)
-        (scratch / ".zshrc").write_text(ZSHRC.format(folder=BUILD / "completion/zsh", told=told))
+        (scratch / ".zshrc").write_text(ZSHRC.format(folder=SOURCES / "completion/zsh", told=told))
         environment = {"PATH": "/usr/bin:/bin", "HOME": str(scratch), "ZDOTDIR": str(scratch), "TERM": "dumb", "LC_ALL": "C"}
         self.process, self._terminal = pty.fork()
         if self.process == 0:
@@ -136,8 +136,8 @@ def files(*names):
 
 @pytest.mark.parametrize("program", PROGRAMS)
 def test_a_script_is_well_formed(program):
-    subprocess.run(["bash", "-n", BUILD / "completion/bash" / program], check=True)
-    subprocess.run(["zsh", "-n", BUILD / f"completion/zsh/_{program}"], check=True)
+    subprocess.run(["bash", "-n", SOURCES / "completion/bash" / program], check=True)
+    subprocess.run(["zsh", "-n", SOURCES / f"completion/zsh/_{program}"], check=True)
 
 
 # qvrepo
@@ -251,8 +251,8 @@ def test_behind_a_subcommand_stand_the_files_that_it_works_on(shell, words, expe
 
 
 def test_zsh_tells_what_each_word_means():
-    script = (BUILD / "completion/zsh/_sjapack").read_text().splitlines()
-    told = list(subcommands("sjapack"))
+    script = "".join((SOURCES / f"completion/zsh/_{name}").read_text() for name in ("qvmaster", "sjapack")).splitlines()
+    told = [(option.name, option.description) for option in help_options("qvmaster")] + subcommands("sjapack")
     for command, _ in subcommands("sjapack"):
         told += [(option.name, option.description) for option in help_options("sjapack", command)]
     for word, meaning in told:

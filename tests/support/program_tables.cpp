@@ -1,5 +1,5 @@
-// Prints qvrepo's own tables, one row per line, its fields separated by tabs. Completion scripts are made
-// from these lines, and the manual page is checked against them.
+// Prints qvrepo's own tables, one row per line, its fields separated by tabs. Completion scripts and the manual
+// page are checked against these lines.
 
 #include "cli/commands.h"
 #include "cli/dispatch.h"
