@@ -1,13 +1,13 @@
 #include "cli/commands.h"
 #include "cli/help.h"
 #include "cli/message_buffers.h"
+#include "cli/messages.h"
 #include "cli/package_resource.h"
 #include "cli/startup.h"
 #include "cli/status.h"
 #include "model/QvRepoAddInfo.h"
 #include "model/QvRepoPackage.h"
 #include "platform/debug_log.h"
-#include "platform/message_catalog.h"
 #include "seam/T.h"
 
 #include <ostream>
@@ -18,15 +18,11 @@ namespace {
 constexpr const char* FUNCTION = "addPackagesCmd";
 
 void announce(std::ostream& out) {
-    mxgetmsg("TqlRpo0025N", lc_messages, sizeof outline, outline, nullptr, 0, nullptr,
-             "Adding package to the repository. This may take a few minutes...");
-    out << outline << std::endl;
+    out << user_text("TqlRpo0025N") << std::endl;
 }
 
 void report_success(const std::string& id, std::ostream& out) {
-    mxgetmsg("TqlRpo0026N", lc_messages, sizeof outline, outline, "C", sizeof msg_E, msg_E,
-             "Successfully added deployment package ID: %s to the repository.", id.c_str());
-    out << outline << std::endl;
+    out << user_and_english_text("TqlRpo0026N", id.c_str()) << std::endl;
     logmsg(4, msg_E, FUNCTION);
 }
 

@@ -1,6 +1,7 @@
 #include "cli/commands.h"
 #include "cli/help.h"
 #include "cli/message_buffers.h"
+#include "cli/messages.h"
 #include "cli/package_id.h"
 #include "cli/package_resource.h"
 #include "cli/request.h"
@@ -8,7 +9,6 @@
 #include "cli/status.h"
 #include "model/QvRepoPackage.h"
 #include "platform/debug_log.h"
-#include "platform/message_catalog.h"
 #include "seam/T.h"
 
 #include <ostream>
@@ -47,8 +47,7 @@ int read_item_paths(const std::string& response, std::vector<std::string>& paths
 }
 
 bool confirmed(const std::string& id, std::ostream& out, std::istream& in) {
-    mxgetmsg("TqlRpo0036N", lc_messages, sizeof outline, outline, "C", sizeof msg_E, msg_E,
-             "qvrepo: delete package ID ");
+    user_and_english_text("TqlRpo0036N");
     // The English text, not the user's: scripts that answer the prompt wait for it.
     return T::confirmAction(msg_E + id + " [y/n]? (n) ", out, in) != 0;
 }
@@ -69,9 +68,7 @@ int delete_metadata(QVClientCURL& client, const std::string& uri, const char* ty
 }
 
 void report_success(const char* typedId, std::ostream& out) {
-    mxgetmsg("TqlRpo0027N", lc_messages, sizeof outline, outline, "C", sizeof msg_E, msg_E,
-             "Package ID %s has been deleted from the repository.", typedId);
-    out << outline << std::endl;
+    out << user_and_english_text("TqlRpo0027N", typedId) << std::endl;
     logmsg(4, msg_E, FUNCTION);
 }
 

@@ -1,12 +1,12 @@
 #include "cli/commands.h"
 #include "cli/help.h"
 #include "cli/message_buffers.h"
+#include "cli/messages.h"
 #include "cli/package_resource.h"
 #include "cli/startup.h"
 #include "cli/status.h"
 #include "model/QvRepoPackage.h"
 #include "platform/debug_log.h"
-#include "platform/message_catalog.h"
 
 #include <cstring>
 #include <ostream>
@@ -67,9 +67,7 @@ int fetch_packages(const std::string& masterServer, const std::string& uri,
 }
 
 void report_empty_repository(std::ostream& out) {
-    mxgetmsg("TqlRpo0028N", lc_messages, sizeof outline, outline, "C", sizeof msg_E, msg_E,
-             "0 deployment packages in the repository.");
-    out << outline << std::endl;
+    out << user_and_english_text("TqlRpo0028N") << std::endl;
     logmsg(4, msg_E, FUNCTION);
 }
 

@@ -23,14 +23,13 @@ enum command_status : int {
     STATUS_UNEXPECTED_RESPONSE = 9103
 };
 
-struct status_text {
+struct status_message {
     int code;
-    const char* id; // of the message in the catalog
-    const char* text;
+    const char* id; // of its message
 };
 
 // Every status with a text of its own, in ascending order of codes.
-extern const std::array<status_text, 29> STATUS_TEXTS;
+extern const std::array<status_message, 29> STATUS_MESSAGES;
 
 // Writes the line of a status to `out` ("Error: " and its text in the user's language; without "Error: " for
 // a deletion that the user called off), logs it under `function`, and logs the exit status, which is all that

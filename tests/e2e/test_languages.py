@@ -12,13 +12,13 @@ import sys
 
 import pytest
 from packages import SINGLE, make_single
+from program_words import column
 from scripted_service import ScriptedService, answer
 from world import PROGRAMS, SOURCES
 
 sys.path.insert(0, str(SOURCES / "scripts/catalogs"))
 
-from catalog_source import read_catalog
-from program_texts import texts_of_program
+from catalogs import read_catalog
 
 BUILT = PROGRAMS.parent / "msg"
 LOCALES = {"de": "de_DE.UTF-8", "es": "es_ES.UTF-8", "fr": "fr_FR.UTF-8", "ja": "ja_JP.UTF-8", "zh_CN": "zh_CN.UTF-8"}
@@ -96,9 +96,9 @@ def test_the_same_source_gives_the_same_bytes_in_any_locale(tmp_path, locale):
         assert made.read_bytes() == (BUILT / name / "qvrepo.cat").read_bytes(), name
 
 
-def test_the_identifiers_read_from_the_sources_are_those_in_the_program():
-    identifiers = re.findall(rb"(?<!\w)TqlRpo(\d{4})N\0", (PROGRAMS / "qvrepo").read_bytes())
-    assert {int(number) for number in identifiers} == set(texts_of_program(SOURCES))
+def test_the_program_asks_for_the_messages_of_its_table_and_no_other():
+    identifiers = re.findall(rb"(?<!\w)TqlRpo\d{4}N(?=\0)", (PROGRAMS / "qvrepo").read_bytes())
+    assert {identifier.decode() for identifier in identifiers} == set(column("message"))
 
 
 # The program in each language

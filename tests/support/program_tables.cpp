@@ -1,8 +1,9 @@
-// Prints qvrepo's own tables, one row per line, its fields separated by tabs. Completion scripts and the manual
-// page are checked against these lines.
+// Prints qvrepo's own tables, one row per line, its fields separated by tabs. Catalogs, completion scripts
+// and the manual page are checked against these lines.
 
 #include "cli/commands.h"
 #include "cli/dispatch.h"
+#include "cli/messages.h"
 #include "cli/status.h"
 #include "model/QvRepoPackage.h"
 #include "model/dunmarel_common.h"
@@ -35,9 +36,19 @@ void print_filters() {
 // status CODE MESSAGE-ID TEXT, and plain-status CODE for one that the program raises without a text of its
 // own.
 void print_statuses() {
-    for (const status_text& row : STATUS_TEXTS)
-        std::cout << "status\t" << row.code << "\t" << row.id << "\t" << row.text << "\n";
+    for (const status_message& row : STATUS_MESSAGES)
+        std::cout << "status\t" << row.code << "\t" << row.id << "\t" << english_text(row.id) << "\n";
     std::cout << "plain-status\t" << STATUS_REPOSITORY_FULL << "\n";
+}
+
+// message ID TEXT, with \n for a line end.
+void print_messages() {
+    for (const message& row : MESSAGES) {
+        std::cout << "message\t" << row.id << "\t";
+        for (const char c : std::string(row.text))
+            std::cout << (c == '\n' ? "\\n" : std::string(1, c));
+        std::cout << "\n";
+    }
 }
 
 // client CODE: a status of the web-service client.
@@ -72,6 +83,7 @@ int main() {
     print_options();
     print_filters();
     print_statuses();
+    print_messages();
     print_client_statuses();
     print_keys();
     return std::cout.flush() ? 0 : 1;

@@ -1,4 +1,5 @@
 #include "cli/message_buffers.h"
+#include "cli/messages.h"
 #include "cli/status.h"
 #include "tests/support/flush_record.h"
 #include "tests/support/log_capture.h"
@@ -63,12 +64,16 @@ const Row ROWS[] = {
 };
 
 TEST(StatusTexts, AreThoseThatOtherToolsKnow) {
-    ASSERT_EQ(STATUS_TEXTS.size(), std::size(ROWS));
+    ASSERT_EQ(STATUS_MESSAGES.size(), std::size(ROWS));
     for (std::size_t i = 0; i < std::size(ROWS); ++i) {
-        EXPECT_EQ(STATUS_TEXTS[i].code, ROWS[i].code);
-        EXPECT_STREQ(STATUS_TEXTS[i].id, ROWS[i].id) << ROWS[i].code;
-        EXPECT_STREQ(STATUS_TEXTS[i].text, ROWS[i].text) << ROWS[i].code;
+        EXPECT_EQ(STATUS_MESSAGES[i].code, ROWS[i].code);
+        EXPECT_STREQ(STATUS_MESSAGES[i].id, ROWS[i].id) << ROWS[i].code;
+        EXPECT_STREQ(english_text(STATUS_MESSAGES[i].id), ROWS[i].text) << ROWS[i].code;
     }
+}
+
+TEST(EnglishText, OfAnIdentifierThatIsNotInTheTableIsTheIdentifier) {
+    EXPECT_STREQ(english_text("TqlRpo0001N"), "TqlRpo0001N");
 }
 
 TEST(CommandStatus, PrintsErrorAndTheTextOfEveryRow) {

@@ -1,5 +1,6 @@
-"""scripts/check-catalogs: what it reads in the program's sources, and what it finds in catalogs that are not right."""
+"""scripts/check-catalogs: what it finds in catalogs that are not right."""
 
+import os
 import subprocess
 import sys
 from pathlib import Path
@@ -9,10 +10,9 @@ import pytest
 SOURCES = Path(__file__).resolve().parents[3]
 sys.path.insert(0, str(SOURCES / "scripts/catalogs"))
 
-from catalog_source import read_catalog
-from comparison import compare, conversions
-from program_texts import UnreadableSource, texts_of_program, texts_of_source
+from catalogs import compare, conversions, read_catalog, texts_of_program
 
+TABLES = Path(os.environ["QV_BIN"]).parent / "tests/program_tables"
 LANGUAGES = sorted(file.stem for file in (SOURCES / "msg").glob("*.msg"))
 TEXTS = {2: "must be administrator.", 24: "failed with status [%d].", 26: "added ID: %s.", 29: "\nUsage: it\n\n",
          32: "qvrepo -l | -list\n"}
@@ -48,14 +48,14 @@ def check_catalogs(*files):
 # The catalogs of this project
 
 def test_every_catalog_of_the_project_agrees_with_the_program():
-    texts = texts_of_program(SOURCES)
+    texts = texts_of_program(TABLES)
     problems = {name: compare((SOURCES / f"msg/{name}.msg").read_bytes(), texts) for name in LANGUAGES}
     assert problems == {name: [] for name in ["de", "es", "fr", "ja", "zh_CN"]}
 
 
 def test_the_command_tells_how_many_catalogs_agree():
     run = check_catalogs()
-    texts = texts_of_program(SOURCES)
+    texts = texts_of_program(TABLES)
     assert (run.returncode, run.stderr) == (0, "")
     assert run.stdout == f"catalogs: {len(LANGUAGES)}, texts in each: {len(texts)}\n"
 
@@ -161,42 +161,3 @@ def test_what_is_not_utf_8_is_a_fault_and_read_no_further(bad):
 def test_escapes_are_resolved():
     messages, problems = read_catalog(changed("Sie müssen Administrator sein.", r"a \"b\" \\n c\n"))
     assert (messages[2].text, problems) == ('a "b" \\n c\n', [])
-
-
-# The program's side
-
-def call(identifier='"TqlRpo0025N"', text='"found %s."'):
-    return f'void f() {{ mxgetmsg({identifier}, lc_messages, sizeof msg, msg, "C", g(1, 2), msg_E,\n {text}, id); }}'
-
-
-def test_calls_and_rows_are_read():
-    in_parts = '"two "\n // why\n "\\"parts\\"\\n"'
-    assert texts_of_source('#include "cli/help.h"\n' + call() + call('"TqlRpo0026N"', in_parts)) == {
-        25: "found %s.", 26: 'two "parts"\n'}
-    assert texts_of_source('R rows[] = {{1, "TqlRpo0007N", "seven"}, {"TqlRpo0008N", "eight"}};'
-                           + call("row->id", "row->text")) == {7: "seven", 8: "eight"}
-
-
-def test_comments_and_other_texts_are_no_messages():
-    other = '// "TqlRpo0001N"\n/* mxgetmsg( */ const char* a = "x\\x1b\'"; char c = \'"\';'
-    assert texts_of_source(other + call()) == {25: "found %s."}
-
-
-@pytest.mark.parametrize("source", [
-    call(identifier="id"), call(text="text"), call(text="make()"), call(text='u8"text"'), call(text='"a\\x41"'),
-    call(identifier='"Other0025N"'), call(identifier='"TqlRpo25N"'), call("row->id", "row->text"),
-    call("row->id", "other->text") + 'R r[] = {{"TqlRpo0001N", "one"}};', 'R r[] = {{"TqlRpo0001N", "one"}};',
-    'const char* id = "TqlRpo0001N";', 'f("TqlRpo0001N", "one");', 'f("TqlRpo0001N")', '"TqlRpo0001N"',
-    'mxgetmsg("TqlRpo0001N", "one");', 'mxgetmsg("TqlRpo0001N"', "auto* lookup = mxgetmsg;",
-    call() + call(text='"another text"'), 'auto a = R"(mxgetmsg)";', 'auto a = uR"(mxgetmsg)";'])
-def test_a_source_that_cannot_be_read_with_certainty_is_refused(source):
-    with pytest.raises(UnreadableSource):
-        texts_of_source(source)
-
-
-def test_two_files_must_agree_on_a_text(tmp_path):
-    for folder, text in (("cli", '"one"'), ("model", '"two"')):
-        (tmp_path / folder).mkdir()
-        (tmp_path / folder / "a.cpp").write_text(call(text=text))
-    with pytest.raises(UnreadableSource, match="^model/a.cpp: message 25 has two texts: 'one' and 'two'$"):
-        texts_of_program(tmp_path)
