@@ -19,10 +19,10 @@ int fetch_package(const std::string& masterServer, const std::string& id, const 
     const int code = send_single_request(masterServer, package_uri(id), CURL_REQUEST_GET, "", response, 200);
     if (code == 0)
         return 0;
-    logmsgf(2, FUNCTION,
-            "Failed to retrieve deployment package in the repository. Error code returned from "
-            "curlSendRequest: %d.",
-            code);
+    logmsgf(
+        2, FUNCTION,
+        "Failed to retrieve deployment package in the repository. Error code returned from curlSendRequest: %d.",
+        code);
     return package_request_status(code, typedId, FUNCTION);
 }
 
@@ -33,11 +33,10 @@ int print_package(const std::string& response, std::ostream& out) {
         package.printPackageDetails(out);
         return 0;
     } catch (int status) {
-        logmsgf(2, FUNCTION,
-                "Failed to retrieve deployment package in the repository. Error code returned from "
-                "QvRepoPackage: "
-                "%d.",
-                status);
+        logmsgf(
+            2, FUNCTION,
+            "Failed to retrieve deployment package in the repository. Error code returned from QvRepoPackage: %d.",
+            status);
         return status;
     }
 }

@@ -38,20 +38,20 @@ std::string packages_uri(const std::string& filter) {
 int request_packages(const std::string& masterServer, const std::string& uri, std::string& response) {
     const int code = send_single_request(masterServer, uri, CURL_REQUEST_GET, "", response, 200);
     if (code != 0)
-        logmsgf(2, FUNCTION,
-                "Failed to list deployment packages in the repository. Error code returned from "
-                "curlSendRequest: %d.",
-                code);
+        logmsgf(
+            2, FUNCTION,
+            "Failed to list deployment packages in the repository. Error code returned from curlSendRequest: %d.",
+            code);
     return code;
 }
 
 int read_packages(const std::string& response, std::vector<QvRepoPackage>& packages) {
     const int status = QvRepoPackage::parseJSONResponsePackageArray(response, packages);
     if (status != 0)
-        logmsgf(2, FUNCTION,
-                "Failed to list deployment packages in the repository. Error code returned from "
-                "parseJSONResponsePackageArray: %d.",
-                status);
+        logmsgf(
+            2, FUNCTION,
+            "Failed to list deployment packages in the repository. Error code returned from parseJSONResponsePackageArray: %d.",
+            status);
     return status;
 }
 
