@@ -1,6 +1,7 @@
 """qvmaster as a program: its words, its one line, and how it ends."""
 
 import json
+import resource
 import signal
 import socket
 
@@ -126,6 +127,16 @@ def test_idle_clients_do_not_delay_the_end(idle_master):
     assert idle_master.stop() == 0
     idle.close()
     silent.close()
+
+
+def test_it_may_open_as_many_files_as_the_system_allows_it(idle_master):
+    soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
+    resource.setrlimit(resource.RLIMIT_NOFILE, (min(100, hard - 1), hard))
+    try:
+        idle_master.start()
+    finally:
+        resource.setrlimit(resource.RLIMIT_NOFILE, (soft, hard))
+    assert resource.prlimit(idle_master.process.pid, resource.RLIMIT_NOFILE) == (hard, hard)
 
 
 def refuses_connections(master):

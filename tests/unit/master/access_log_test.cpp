@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <sstream>
+#include <sys/stat.h>
 #include <thread>
 
 namespace {
@@ -27,6 +29,15 @@ TEST(AccessLog, WritesOneLinePerRequestBehindEarlierOnes) {
     for (int run = 0; run < 2; ++run)
         AccessLog(file).write({"PUT", "/\"\xff", "a", "c", "b\n"}, 405);
     EXPECT_EQ(lines_of(file), (std::vector<std::string>{line, line}));
+}
+
+TEST(AccessLog, IsKeptFromOtherUsersWhateverTheMask) {
+    TemporaryDirectory directory;
+    const std::string file = directory.path("log");
+    const mode_t before = umask(0);
+    const AccessLog log(file);
+    umask(before);
+    EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms(0640));
 }
 
 TEST(AccessLog, KeepsTheBeginningOfALargeBody) {
