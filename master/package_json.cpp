@@ -1,63 +1,61 @@
 #include "master/package_json.h"
 
+#include "master/json_reader.h"
 #include "master/json_text.h"
 #include "master/problem.h"
 
-#include <jansson.h>
-
 #include <limits>
-#include <memory>
+#include <map>
+#include <optional>
+#include <utility>
 
 namespace {
 
-struct JsonRelease {
-    void operator()(json_t* value) const { json_decref(value); }
-};
-using Json = std::unique_ptr<json_t, JsonRelease>;
-
-const json_t* object_member(const json_t* object, const char* name) {
-    const json_t* member = json_object_get(object, name);
-    if (!json_is_object(member))
-        throw UnusableInput(std::string(name) + " must be an object");
-    return member;
+void require(bool condition, const char* subject, const char* rule) {
+    if (!condition)
+        throw UnusableInput(std::string(subject) + " " + rule);
 }
 
-std::string text_member(const json_t* object, const char* name) {
-    const json_t* member = json_object_get(object, name);
-    if (!json_is_string(member))
-        throw UnusableInput(std::string(name) + " must be a string");
-    return {json_string_value(member), json_string_length(member)};
+std::string required(std::optional<std::string>& text, const char* name) {
+    require(text.has_value(), name, "must be a string");
+    return std::move(*text);
 }
 
 // Each of these names becomes one entry of the repository directory.
-std::string file_name_member(const json_t* object, const char* name) {
-    std::string text = text_member(object, name);
-    if (text.empty() || text == "." || text == ".." || text.find('/') != std::string::npos)
-        throw UnusableInput(std::string(name) + " must be the name of a file");
+std::string required_file_name(std::optional<std::string>& member, const char* name) {
+    std::string text = required(member, name);
+    const bool usable = !text.empty() && text != "." && text != ".." && text.find('/') == std::string::npos;
+    require(usable, name, "must be the name of a file");
     return text;
 }
 
-PackageItem read_item(const json_t* value) {
-    if (!json_is_object(value))
-        throw UnusableInput("packageItems must hold objects");
-    const json_t* size = json_object_get(value, "fileSize");
-    if (!json_is_integer(size) || json_integer_value(size) < 0)
-        throw UnusableInput("fileSize must be a number of bytes");
-    return {file_name_member(value, "fileName"), json_integer_value(size)};
+PackageItem read_item(JsonReader& reader) {
+    std::optional<std::string> fileName;
+    std::optional<std::int64_t> fileSize;
+    const bool found = reader.object([&](const std::string& name) {
+        if (name == "fileName")
+            fileName = reader.string();
+        else if (name == "fileSize")
+            fileSize = reader.integer();
+        else
+            reader.skip();
+    });
+    require(found, "packageItems", "must hold objects");
+    require(fileSize && *fileSize >= 0, "fileSize", "must be a number of bytes");
+    return {required_file_name(fileName, "fileName"), *fileSize};
 }
 
-void read_items(const json_t* attributes, NewPackage& package) {
-    const json_t* items = json_object_get(attributes, "packageItems");
-    if (!json_is_array(items))
-        throw UnusableInput("packageItems must be an array");
-    package.packageItems.reserve(json_array_size(items));
-    for (std::size_t i = 0; i < json_array_size(items); ++i) {
-        package.packageItems.push_back(read_item(json_array_get(items, i)));
+void read_items(JsonReader& reader, NewPackage& package) {
+    package.packageItems.clear();
+    package.size = 0;
+    const bool found = reader.array([&] {
+        package.packageItems.push_back(read_item(reader));
         const std::int64_t size = package.packageItems.back().fileSize;
-        if (size > std::numeric_limits<std::int64_t>::max() - package.size)
-            throw UnusableInput("the package is too large");
+        require(size <= std::numeric_limits<std::int64_t>::max() - package.size, "the package",
+                "is too large");
         package.size += size;
-    }
+    });
+    require(found, "packageItems", "must be an array");
 }
 
 void append_member(std::string& out, const char* name, const std::string& text) {
@@ -80,22 +78,51 @@ void append_item_paths(std::string& out, const Package& package, const std::stri
 } // namespace
 
 NewPackage read_new_package(const std::string& body) {
-    json_error_t error;
-    const Json document(json_loadb(body.data(), body.size(), 0, &error));
-    if (!document)
-        throw UnusableInput(std::string("the body is not JSON: ") + error.text);
-    const json_t* data = object_member(document.get(), "data");
-    if (text_member(data, "type") != "newPackageAttributes")
-        throw UnusableInput("type must be newPackageAttributes");
-    const json_t* attributes = object_member(data, "attributes");
-
     NewPackage package;
-    package.packageFileName = file_name_member(attributes, "packageFileName");
-    package.packageName = file_name_member(attributes, "packageName");
-    package.os = text_member(attributes, "os");
-    package.version = text_member(attributes, "version");
-    package.packageType = text_member(attributes, "packageType");
-    read_items(attributes, package);
+    std::optional<std::string> type;
+    std::map<std::string, std::optional<std::string>> texts = {
+        {"packageFileName", {}}, {"packageName", {}}, {"os", {}}, {"version", {}}, {"packageType", {}}};
+    bool data = false;
+    bool attributes = false;
+    bool items = false;
+
+    JsonReader reader(body);
+    const auto read_attribute = [&](const std::string& name) {
+        const auto text = texts.find(name);
+        if (text != texts.end()) {
+            text->second = reader.string();
+        } else if (name == "packageItems") {
+            items = true;
+            read_items(reader, package);
+        } else {
+            reader.skip();
+        }
+    };
+    const auto read_data = [&](const std::string& name) {
+        if (name == "type")
+            type = reader.string();
+        else if (name == "attributes")
+            attributes = reader.object(read_attribute);
+        else
+            reader.skip();
+    };
+    reader.object([&](const std::string& name) {
+        if (name == "data")
+            data = reader.object(read_data);
+        else
+            reader.skip();
+    });
+    reader.finish();
+
+    require(data, "data", "must be an object");
+    require(required(type, "type") == "newPackageAttributes", "type", "must be newPackageAttributes");
+    require(attributes, "attributes", "must be an object");
+    package.packageFileName = required_file_name(texts["packageFileName"], "packageFileName");
+    package.packageName = required_file_name(texts["packageName"], "packageName");
+    package.os = required(texts["os"], "os");
+    package.version = required(texts["version"], "version");
+    package.packageType = required(texts["packageType"], "packageType");
+    require(items, "packageItems", "must be an array");
     return package;
 }
 

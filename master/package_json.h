@@ -39,9 +39,9 @@ struct Package {
 };
 
 // Reads a creation body: {"data": {"type": "newPackageAttributes", "attributes": {...}}} with all six
-// attributes; members besides those are ignored. Throws UnusableInput for anything else, for a file name that
-// is empty, "." or
-// ".." or holds a slash, for a negative size, and for sizes that together do not fit a signed 64-bit number.
+// attributes; members besides those are ignored, and cost no memory. Throws UnusableInput for anything else,
+// for a file name that is empty, "." or ".." or holds a slash, for a negative size, and for sizes that
+// together do not fit a signed 64-bit number.
 NewPackage read_new_package(const std::string& body);
 
 // The name of a package that came in the file `packageFileName`: without "dunmarel_" in front and ".sja"

@@ -74,6 +74,15 @@ TEST(CreationBody, ThatIsUnusableIsRefusedWithTheReason) {
         EXPECT_EQ(reason_against(row.body), row.reason) << row.body;
 }
 
+TEST(CreationBody, MayHoldAnythingBesides) {
+    const std::string filler = R"("x": [{}, {"data": 1, "packageItems": 2}, null], "y": {"os": 3}, )";
+    std::string body = body_with(R"([{"z": {}, "fileName": "x", "fileSize": 5, "w": [1]}])");
+    for (std::size_t at = 0; (at = body.find("{\"", at)) != std::string::npos; at += filler.size() + 1)
+        body.insert(at + 1, filler);
+    EXPECT_EQ(read_new_package(body).packageItems.at(0).fileName, "x");
+    EXPECT_EQ(read_new_package(body).size, 5);
+}
+
 TEST(CreationBody, MustBeOneJsonTextWithoutNul) {
     for (const std::string& body :
          {std::string(), std::string("{"), body_with("[]") + "x", body_with("[]", R"("a\u0000b")"),
