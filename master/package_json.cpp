@@ -65,16 +65,6 @@ void append_member(std::string& out, const char* name, const std::string& text) 
     append_json_string(out, text);
 }
 
-void append_item_paths(std::string& out, const Package& package, const std::string& repository) {
-    out += ", \"packageItemFilePaths\": [";
-    for (std::size_t i = 0; i < package.packageItemFileNames.size(); ++i) {
-        if (i > 0)
-            out += ", ";
-        append_json_string(out, repository + "/" + package.packageItemFileNames[i]);
-    }
-    out += ']';
-}
-
 } // namespace
 
 NewPackage read_new_package(const std::string& body) {
@@ -137,13 +127,21 @@ std::string package_name(const std::string& packageFileName) {
     return name;
 }
 
-void append_package(std::string& out, const Package& package, const std::string& repository) {
+void append_package_beginning(std::string& out, const Package& package) {
     out += R"({"type": "package", "id": ")";
     out += std::to_string(package.id);
     out += R"(", "attributes": {"packageName": )";
     append_json_string(out, package.packageName);
     append_member(out, "packageFileName", package.packageFileName);
-    append_item_paths(out, package, repository);
+    out += ", \"packageItemFilePaths\": [";
+}
+
+void append_item_path(std::string& out, const std::string& repository, const std::string& fileName) {
+    append_json_string(out, repository + "/" + fileName);
+}
+
+void append_package_end(std::string& out, const Package& package) {
+    out += ']';
     append_member(out, "packageType", package.packageType);
     append_member(out, "os", package.os);
     append_member(out, "version", package.version);

@@ -23,12 +23,11 @@ struct NewPackage {
     std::int64_t size = 0; // bytes, all items together
 };
 
-// A package that the service keeps.
+// A package that the service keeps; its items are told one by one, for there may be a great many.
 struct Package {
     std::int64_t id = 0;
     std::string packageName;
     std::string packageFileName;
-    std::vector<std::string> packageItemFileNames;
     std::string packageType;
     std::string os;
     std::string version;
@@ -48,8 +47,11 @@ NewPackage read_new_package(const std::string& body);
 // behind.
 std::string package_name(const std::string& packageFileName);
 
-// Appends `package` as a JSON object; the paths of its items lie in the directory `repository`.
-void append_package(std::string& out, const Package& package, const std::string& repository);
+// Append the parts of a package as a JSON object: its beginning, the path of each item in the directory
+// `repository` with ", " between them, and its end.
+void append_package_beginning(std::string& out, const Package& package);
+void append_item_path(std::string& out, const std::string& repository, const std::string& fileName);
+void append_package_end(std::string& out, const Package& package);
 
 // The body of an answer that reports an error.
 std::string error_body(int errorCode, const std::string& errorMessage);

@@ -2,6 +2,8 @@
 
 #include "master/present_time.h"
 
+#include <algorithm>
+
 namespace {
 
 // "qvma": tells this service's files from those of other programs.
@@ -34,12 +36,21 @@ const char* const SCHEMA = R"sql(
     PRAGMA user_version = 1;
 )sql";
 
-// One row per item, and one without an item for a package that has none.
-const char* const SELECT_PACKAGES = "SELECT p.id, p.packageName, p.packageFileName, p.packageType, p.os, "
-                                    "p.version, p.size, p.createdDateTimeUTC,"
-                                    " p.lastModifiedDateTimeUTC, p.lastValidatedUTC, i.fileName"
-                                    " FROM packages p LEFT JOIN packageItems i ON i.packageId = p.id ";
-const char* const IN_ORDER = " ORDER BY p.id, i.position";
+// After a commit that leaves so many pages in the write-ahead log, they are copied into the database; where
+// there are too many, because readers that follow upon each other never let the log begin anew, those reading
+// now are waited for.
+constexpr int CHECKPOINT_PAGES = 1000;
+constexpr int MAX_LOG_PAGES = 4000;
+constexpr int READER_WAIT_MILLISECONDS = 500;
+
+// What stays on disk of a log that was longer, in bytes.
+const char* const LIMIT_LOG_FILE = "PRAGMA journal_size_limit = 16777216";
+
+const char* const SELECT_PACKAGES = "SELECT id, packageName, packageFileName, packageType, os, version, size,"
+                                    " createdDateTimeUTC, lastModifiedDateTimeUTC, lastValidatedUTC"
+                                    " FROM packages WHERE id > ?1 AND id <= ?2";
+const char* const SELECT_ITEMS =
+    "SELECT position, fileName FROM packageItems WHERE packageId = ? AND position > ? ORDER BY position";
 
 std::int64_t pragma(Database& database, const std::string& name) {
     Statement statement(database, "PRAGMA " + name);
@@ -58,12 +69,25 @@ void check_integrity(Database& database) {
         throw StoreError("the database is damaged: " + verdict);
 }
 
+// A failure leaves the log as it is, for the next time.
+int shorten_log(void*, sqlite3* database, const char* name, int pages) {
+    if (pages < CHECKPOINT_PAGES)
+        return SQLITE_OK;
+    const int mode = pages < MAX_LOG_PAGES ? SQLITE_CHECKPOINT_PASSIVE : SQLITE_CHECKPOINT_RESTART;
+    sqlite3_busy_timeout(database, READER_WAIT_MILLISECONDS);
+    sqlite3_wal_checkpoint_v2(database, name, mode, nullptr, nullptr);
+    sqlite3_busy_timeout(database, LOCK_WAIT_MILLISECONDS);
+    return SQLITE_OK;
+}
+
 // Readers then never wait for the writer nor the writer for them; FULL puts each commit on disk.
 void choose_journal(Database& database) {
     Statement statement(database, "PRAGMA journal_mode = WAL");
     if (!statement.step() || statement.text(0) != "wal")
         throw StoreError("its file system cannot hold a write-ahead log");
     database.execute("PRAGMA synchronous = FULL");
+    database.execute(LIMIT_LOG_FILE);
+    sqlite3_wal_hook(database.handle(), shorten_log, nullptr);
 }
 
 void prepare_schema(Database& database) {
@@ -104,23 +128,6 @@ Package package_of_row(const Statement& row) {
     return package;
 }
 
-void append_item_of_row(Package& package, const Statement& row) {
-    const int column = 10;
-    if (!row.is_null(column))
-        package.packageItemFileNames.push_back(row.text(column));
-}
-
-// Reads the package that begins at the current row, and leaves the statement at the row behind it. `at_row`
-// says whether there is one.
-Package read_package(Statement& rows, bool& at_row) {
-    Package package = package_of_row(rows);
-    do {
-        append_item_of_row(package, rows);
-        at_row = rows.step();
-    } while (at_row && rows.number(0) == package.id);
-    return package;
-}
-
 Package new_record(const NewPackage& package) {
     Package record;
     record.packageFileName = package.packageFileName;
@@ -132,8 +139,6 @@ Package new_record(const NewPackage& package) {
     record.createdDateTimeUTC = present_time();
     record.lastModifiedDateTimeUTC = record.createdDateTimeUTC;
     record.lastValidatedUTC = record.createdDateTimeUTC;
-    for (const PackageItem& item : package.packageItems)
-        record.packageItemFileNames.push_back(item.fileName);
     return record;
 }
 
@@ -163,33 +168,46 @@ void insert_items(Statement& insert, std::int64_t id, const std::vector<PackageI
     }
 }
 
-const char* condition(FilterField field) {
-    switch (field) {
-    case FilterField::version:
-        return "WHERE p.version = ?";
-    case FilterField::os:
-        return "WHERE p.os = ?";
-    case FilterField::packageType:
-        return "WHERE p.packageType = ?";
-    }
+const char* condition(const std::optional<Filter>& filter) {
+    if (filter)
+        switch (filter->field) {
+        case FilterField::version:
+            return " AND version = ?3";
+        case FilterField::os:
+            return " AND os = ?3";
+        case FilterField::packageType:
+            return " AND packageType = ?3";
+        }
     return "";
+}
+
+// Whether the query brings a row. Left at its row, it would keep the transaction from ending.
+bool brings_row(Statement& query) {
+    const bool found = query.step();
+    query.reset();
+    return found;
 }
 
 } // namespace
 
-std::unique_ptr<Database> ReaderPool::take() {
+ReaderPool::ReaderPool(std::string file) : file_(std::move(file)) {
+    // Giving back must not fail for want of memory.
+    idle_.reserve(IDLE_READERS);
+}
+
+ReaderPool::Loan ReaderPool::take() {
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         if (!idle_.empty()) {
             std::unique_ptr<Database> reader = std::move(idle_.back());
             idle_.pop_back();
-            return reader;
+            return {reader.release(), GiveBack{this}};
         }
     }
     auto reader = std::make_unique<Database>(file_, Database::Access::readOnly);
-    // Many slow clients may each hold one, so its page cache is kept small (in KiB, when negative).
+    // There may be many at once, so its page cache is kept small (in KiB, when negative).
     reader->execute("PRAGMA cache_size = -512");
-    return reader;
+    return {reader.release(), GiveBack{this}};
 }
 
 void ReaderPool::give_back(std::unique_ptr<Database> reader) {
@@ -198,32 +216,89 @@ void ReaderPool::give_back(std::unique_ptr<Database> reader) {
         idle_.push_back(std::move(reader));
 }
 
-PackageCursor::PackageCursor(ReaderPool& readers, const std::optional<Filter>& filter)
-    : readers_(readers), reader_(readers.take()) {
-    const std::string where = filter ? condition(filter->field) : "";
-    statement_.emplace(*reader_, SELECT_PACKAGES + where + IN_ORDER);
-    if (filter)
-        statement_->bind(1, filter->value);
-}
+// Ends in the opposite order: the statements, the transaction, the loan.
+struct PackageCursor::Snapshot {
+    Snapshot(ReaderPool& readers, const std::optional<Filter>& filter)
+        : reader(readers.take()), transaction(*reader, Database::Access::readOnly),
+          packages(*reader, std::string(SELECT_PACKAGES) + condition(filter) + " ORDER BY id"),
+          items(*reader, SELECT_ITEMS) {}
 
-PackageCursor::~PackageCursor() {
-    // The statement ends its snapshot before another reader gets the connection.
-    statement_.reset();
-    readers_.give_back(std::move(reader_));
-}
-
-std::optional<Package> PackageCursor::next() {
-    if (!started_) {
-        started_ = true;
-        at_row_ = statement_->step();
+    std::int64_t highest_id() const {
+        Statement statement(*reader, "SELECT max(id) FROM packages");
+        return statement.step() ? statement.number(0) : 0;
     }
-    if (!at_row_)
+
+    // Goes to the items of a package that come after the position `item`.
+    void select_items(std::int64_t id, std::int64_t item) {
+        items.reset();
+        items.bind(1, id);
+        items.bind(2, item);
+    }
+
+    ReaderPool::Loan reader;
+    Transaction transaction;
+    Statement packages;
+    Statement items;
+};
+
+PackageCursor::PackageCursor(ReaderPool& readers, Selection selection)
+    : readers_(readers), selection_(std::move(selection)) {}
+
+PackageCursor::~PackageCursor() = default;
+
+// The present snapshot, or a new one that is at the same place.
+PackageCursor::Snapshot& PackageCursor::snapshot() {
+    if (snapshot_)
+        return *snapshot_;
+    auto snapshot = std::make_unique<Snapshot>(readers_, selection_.filter);
+    if (!selection_.last)
+        selection_.last = snapshot->highest_id();
+    snapshot->packages.bind(1, in_package_ ? package_.id - 1 : selection_.after);
+    snapshot->packages.bind(2, *selection_.last);
+    if (selection_.filter)
+        snapshot->packages.bind(3, selection_.filter->value);
+    if (in_package_) {
+        if (!snapshot->packages.step() || snapshot->packages.number(0) != package_.id)
+            throw StoreError("package " + std::to_string(package_.id) + " was deleted while it was read");
+        snapshot->select_items(package_.id, item_);
+    }
+    snapshot_ = std::move(snapshot);
+    return *snapshot_;
+}
+
+bool PackageCursor::next_package() {
+    Snapshot& now = snapshot();
+    in_package_ = now.packages.step();
+    if (!in_package_) {
+        // A statement past its last row would begin anew.
+        selection_.after = *selection_.last;
+        pause();
+        return false;
+    }
+    package_ = package_of_row(now.packages);
+    selection_.after = package_.id;
+    item_ = -1;
+    now.select_items(package_.id, item_);
+    return true;
+}
+
+std::optional<std::string> PackageCursor::next_item() {
+    if (!in_package_)
         return std::nullopt;
-    return read_package(*statement_, at_row_);
+    Statement& items = snapshot().items;
+    in_package_ = items.step();
+    if (!in_package_)
+        return std::nullopt;
+    item_ = items.number(0);
+    return items.text(1);
+}
+
+void PackageCursor::pause() {
+    snapshot_.reset();
 }
 
 PackageStore::PackageStore(const std::string& file) : writer_(open_for_writing(file)), readers_(file) {
-    same_name_.emplace(writer_, "SELECT 1 FROM packages WHERE packageFileName = ?");
+    same_file_name_.emplace(writer_, "SELECT 1 FROM packages WHERE packageFileName = ?");
     insert_package_.emplace(writer_,
                             "INSERT INTO packages (packageFileName, packageName, packageType, os, version,"
                             " size, createdDateTimeUTC, lastModifiedDateTimeUTC, lastValidatedUTC)"
@@ -234,16 +309,17 @@ PackageStore::PackageStore(const std::string& file) : writer_(open_for_writing(f
     delete_package_.emplace(writer_, "DELETE FROM packages WHERE id = ?");
 }
 
+bool PackageStore::is_taken(const NewPackage& package) {
+    same_file_name_->reset();
+    same_file_name_->bind(1, package.packageFileName);
+    return brings_row(*same_file_name_);
+}
+
 std::optional<Package> PackageStore::add(const NewPackage& package) {
     Package record = new_record(package);
     const std::lock_guard<std::mutex> lock(writing_);
     Transaction transaction(writer_);
-    same_name_->reset();
-    same_name_->bind(1, record.packageFileName);
-    const bool taken = same_name_->step();
-    // Left at its row, the statement would keep the transaction from ending.
-    same_name_->reset();
-    if (taken)
+    if (is_taken(package))
         return std::nullopt;
     insert_record(*insert_package_, record);
     record.id = writer_.last_insert_id();
@@ -252,18 +328,8 @@ std::optional<Package> PackageStore::add(const NewPackage& package) {
     return record;
 }
 
-std::optional<Package> PackageStore::find(std::int64_t id) {
-    std::unique_ptr<Database> reader = readers_.take();
-    std::optional<Package> package;
-    {
-        Statement rows(*reader, std::string(SELECT_PACKAGES) + "WHERE p.id = ?" + IN_ORDER);
-        rows.bind(1, id);
-        bool at_row = rows.step();
-        if (at_row)
-            package = read_package(rows, at_row);
-    }
-    readers_.give_back(std::move(reader));
-    return package;
+std::unique_ptr<PackageCursor> PackageStore::find(std::int64_t id) {
+    return std::make_unique<PackageCursor>(readers_, Selection{id - 1, id, std::nullopt});
 }
 
 bool PackageStore::remove(std::int64_t id) {
@@ -281,5 +347,5 @@ bool PackageStore::remove(std::int64_t id) {
 }
 
 std::unique_ptr<PackageCursor> PackageStore::list(const std::optional<Filter>& filter) {
-    return std::make_unique<PackageCursor>(readers_, filter);
+    return std::make_unique<PackageCursor>(readers_, Selection{0, std::nullopt, filter});
 }

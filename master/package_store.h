@@ -17,39 +17,75 @@
 // Lends connections for reading, one per reader at a time, and keeps some for the next.
 class ReaderPool {
   public:
-    explicit ReaderPool(std::string file) : file_(std::move(file)) {}
+    explicit ReaderPool(std::string file);
+
+    struct GiveBack {
+        ReaderPool* pool;
+        void operator()(Database* reader) const { pool->give_back(std::unique_ptr<Database>(reader)); }
+    };
+    using Loan = std::unique_ptr<Database, GiveBack>;
 
     // Throws StoreError.
-    std::unique_ptr<Database> take();
-    void give_back(std::unique_ptr<Database> reader);
+    Loan take();
 
   private:
+    void give_back(std::unique_ptr<Database> reader);
+
     std::string file_;
     std::mutex mutex_;
     std::vector<std::unique_ptr<Database>> idle_;
 };
 
-// The packages in order of ID, as they were when the first was read, however long the reading takes. It holds
-// no more than one package in memory, and writers do not wait for it.
+// Which packages a cursor reads.
+struct Selection {
+    std::int64_t after = 0;           // the IDs above this one
+    std::optional<std::int64_t> last; // up to this one
+    std::optional<Filter> filter;
+};
+
+// Reads packages in order of ID, item by item:
+//
+//     while (cursor.next_package())
+//         while (const auto fileName = cursor.next_item())
+//             ...
+//
+// It reads from a snapshot of the database, which keeps the write-ahead log from being used anew; whoever has
+// to wait for something calls pause() first, which lets go of it. The packages read are those that were there
+// at the first call, less those that were deleted before their turn; each is read whole or fails. All members
+// throw StoreError.
 class PackageCursor {
   public:
-    // Throws StoreError.
-    PackageCursor(ReaderPool& readers, const std::optional<Filter>& filter);
+    PackageCursor(ReaderPool& readers, Selection selection);
     PackageCursor(const PackageCursor&) = delete;
     PackageCursor(PackageCursor&&) = delete;
     PackageCursor& operator=(const PackageCursor&) = delete;
     PackageCursor& operator=(PackageCursor&&) = delete;
     ~PackageCursor();
 
-    // The next package; none after the last. Throws StoreError.
-    std::optional<Package> next();
+    // Goes to the next package; false after the last.
+    bool next_package();
+
+    // The package gone to.
+    const Package& package() const { return package_; }
+
+    // The file name of its next item; none after the last. Fails where the package was deleted during a
+    // pause.
+    std::optional<std::string> next_item();
+
+    // Lets go of the database until the next call, which goes on after what was read.
+    void pause();
 
   private:
+    struct Snapshot;
+
+    Snapshot& snapshot();
+
     ReaderPool& readers_;
-    std::unique_ptr<Database> reader_;
-    std::optional<Statement> statement_;
-    bool started_ = false;
-    bool at_row_ = false;
+    Selection selection_;
+    std::unique_ptr<Snapshot> snapshot_;
+    Package package_;
+    std::int64_t item_ = -1; // the position of the item read last
+    bool in_package_ = false;
 };
 
 // All members may be called from any thread. They throw StoreError, and have changed nothing then.
@@ -59,24 +95,23 @@ class PackageStore {
     explicit PackageStore(const std::string& file);
 
     // Creates a package, with the present time. It is on disk when this returns; its ID is higher than every
-    // earlier one, those of deleted packages included. None when a package of the same file name is there
-    // already.
+    // earlier one, those of deleted packages included. None when there is a package of the same file name.
     std::optional<Package> add(const NewPackage& package);
-
-    // The package `id`, if there is one.
-    std::optional<Package> find(std::int64_t id);
 
     // Deletes the package `id`; false when there is none. It is gone from the disk when this returns.
     bool remove(std::int64_t id);
 
-    // The packages that match `filter`, or all. The store must outlive the cursor.
+    // The package `id` alone; the packages that match `filter`, or all. The store must outlive the cursor.
+    std::unique_ptr<PackageCursor> find(std::int64_t id);
     std::unique_ptr<PackageCursor> list(const std::optional<Filter>& filter);
 
   private:
+    bool is_taken(const NewPackage& package);
+
     std::mutex writing_;
     Database writer_;
     ReaderPool readers_;
-    std::optional<Statement> same_name_;
+    std::optional<Statement> same_file_name_;
     std::optional<Statement> insert_package_;
     std::optional<Statement> insert_item_;
     std::optional<Statement> delete_items_;

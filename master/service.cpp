@@ -6,17 +6,21 @@
 
 #include <memory>
 #include <utility>
+#include <vector>
 
 namespace {
 
 constexpr int UNUSABLE_INPUT = 20;
 constexpr int UNKNOWN_PACKAGE = 227;
-constexpr int SAME_FILE_NAME = 7218;
+constexpr int NAME_TAKEN = 7218;
 constexpr int NO_PACKAGE_ID = 8626;
 constexpr int NOT_UNDERSTOOD = 9103;
 
 // Large enough to keep the overhead per part small, small enough for many slow readers at once.
 constexpr std::size_t PART_SIZE = 64UL * 1024;
+
+// A package that is deleted between two of its parts breaks the answer off, so only a huge one is cut at all.
+constexpr std::size_t PACKAGE_PART_SIZE = 256UL * 1024;
 
 Answer error_answer(int status, int errorCode, const std::string& message, const std::string& contentType) {
     Answer answer;
@@ -40,48 +44,90 @@ bool is_too_long(const ServiceRequest& request) {
     return request.target.size() > LONGEST_TARGET;
 }
 
-// Writes a package list part by part.
-class ListBody {
+// Writes packages part by part, and holds nothing of the database between two parts.
+class PackagesBody {
   public:
-    ListBody(std::unique_ptr<PackageCursor> cursor, std::string repository)
-        : cursor_(std::move(cursor)), repository_(std::move(repository)) {}
+    PackagesBody(std::unique_ptr<PackageCursor> cursor, std::string repository, std::string opening,
+                 std::string closing)
+        : cursor_(std::move(cursor)), repository_(std::move(repository)), opening_(std::move(opening)),
+          closing_(std::move(closing)) {}
 
     bool finished() const { return finished_; }
 
+    // Whether no package was found, once the first part was asked for.
+    bool empty() const { return empty_; }
+
     std::string next_part() {
         std::string part = std::exchange(opening_, "");
-        while (part.size() < PART_SIZE && !finished_)
+        while (!finished_ && part.size() < (in_package_ ? PACKAGE_PART_SIZE : PART_SIZE))
             append_next(part);
+        cursor_->pause();
         return part;
     }
 
   private:
     void append_next(std::string& part) {
-        const std::optional<Package> package = cursor_->next();
-        if (!package) {
-            part += "]}";
+        if (in_package_) {
+            append_item(part);
+        } else if (cursor_->next_package()) {
+            part += empty_ ? "" : ", ";
+            append_package_beginning(part, cursor_->package());
+            empty_ = false;
+            in_package_ = true;
+            separator_ = "";
+        } else {
+            part += closing_;
             finished_ = true;
+        }
+    }
+
+    void append_item(std::string& part) {
+        const std::optional<std::string> fileName = cursor_->next_item();
+        in_package_ = fileName.has_value();
+        if (!in_package_) {
+            append_package_end(part, cursor_->package());
             return;
         }
         part += std::exchange(separator_, ", ");
-        append_package(part, *package, repository_);
+        append_item_path(part, repository_, *fileName);
     }
 
     std::unique_ptr<PackageCursor> cursor_;
     std::string repository_;
-    std::string opening_ = "{\"data\": [";
-    const char* separator_ = "";
+    std::string opening_;
+    std::string closing_;
+    const char* separator_ = ""; // in front of the next item
+    bool empty_ = true;
+    bool in_package_ = false;
     bool finished_ = false;
 };
 
-Answer package_answer(int status, const Package& package, const std::string& repository,
-                      const std::string& contentType) {
+Answer created_answer(const Package& package, const std::vector<PackageItem>& items,
+                      const std::string& repository, const std::string& contentType) {
     Answer answer;
-    answer.status = status;
+    answer.status = 201;
     answer.contentType = contentType;
     answer.body = "{\"data\": ";
-    append_package(answer.body, package, repository);
+    append_package_beginning(answer.body, package);
+    const char* separator = "";
+    for (const PackageItem& item : items) {
+        answer.body += std::exchange(separator, ", ");
+        append_item_path(answer.body, repository, item.fileName);
+    }
+    append_package_end(answer.body, package);
     answer.body += '}';
+    return answer;
+}
+
+// The answer with what the body holds; where it has more than one part, the rest follows as it is sent.
+Answer packages_answer(const std::shared_ptr<PackagesBody>& body, const std::string& contentType) {
+    Answer answer;
+    answer.status = 200;
+    answer.contentType = contentType;
+    // Read before anything is sent, so that a store that fails can still be answered as a failure.
+    answer.body = body->next_part();
+    if (!body->finished())
+        answer.more = [body] { return body->next_part(); };
     return answer;
 }
 
@@ -149,27 +195,23 @@ Answer Service::answer_list(const std::string* query, const std::string& content
     std::optional<Filter> filter;
     if (query != nullptr)
         filter = read_filter_query(*query);
-    const auto list = std::make_shared<ListBody>(store_.list(filter), repository_);
-    Answer answer;
-    answer.status = 200;
-    answer.contentType = contentType;
-    // Read before anything is sent, so that a store that fails can still be answered as a failure.
-    answer.body = list->next_part();
-    if (!list->finished())
-        answer.more = [list] { return list->next_part(); };
-    return answer;
+    const auto list = std::make_shared<PackagesBody>(store_.list(filter), repository_, "{\"data\": [", "]}");
+    return packages_answer(list, contentType);
 }
 
 Answer Service::answer_creation(const std::string& body, const std::string& contentType) {
-    const std::optional<Package> package = store_.add(read_new_package(body));
-    if (!package)
-        return error_answer(409, SAME_FILE_NAME, "a package of this file name is there already", contentType);
-    return package_answer(201, *package, repository_, contentType);
+    const NewPackage package = read_new_package(body);
+    const std::optional<Package> created = store_.add(package);
+    if (!created)
+        return error_answer(409, NAME_TAKEN, "a package of this file name is there already", contentType);
+    // Not read from the store, where it might be gone again, or out of reach.
+    return created_answer(*created, package.packageItems, repository_, contentType);
 }
 
 Answer Service::answer_details(std::int64_t id, const std::string& contentType) {
-    const std::optional<Package> package = store_.find(id);
-    return package ? package_answer(200, *package, repository_, contentType) : unknown_package(contentType);
+    const auto details = std::make_shared<PackagesBody>(store_.find(id), repository_, "{\"data\": ", "}");
+    const Answer answer = packages_answer(details, contentType);
+    return details->empty() ? unknown_package(contentType) : answer;
 }
 
 Answer Service::answer_deletion(std::int64_t id, const std::string& contentType) {

@@ -1,7 +1,8 @@
 // The deployment-package web service: what each request is answered with, whatever carries it.
 //
 // Error codes: 20 what cannot be used (filter, body, size of the request), 227 no such package, 500's and
-// everything that is not understood 9103, 7218 a package of the same file name is there, 8626 no package ID.
+// everything that is not understood 9103, 7218 a package of the same file or item name is there, 8626 no
+// package ID.
 
 #ifndef MASTER_SERVICE_H
 #define MASTER_SERVICE_H

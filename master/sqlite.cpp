@@ -2,8 +2,6 @@
 
 namespace {
 
-constexpr int LOCK_WAIT_MILLISECONDS = 10000;
-
 [[noreturn]] void fail(const std::string& attempt, sqlite3* database) {
     const char* const reason = database == nullptr ? "out of memory" : sqlite3_errmsg(database);
     throw StoreError(attempt + ": " + reason);
@@ -92,8 +90,8 @@ bool Statement::is_null(int index) const {
     return sqlite3_column_type(handle_.get(), index) == SQLITE_NULL;
 }
 
-Transaction::Transaction(Database& database) : database_(database) {
-    database_.execute("BEGIN IMMEDIATE");
+Transaction::Transaction(Database& database, Database::Access access) : database_(database) {
+    database_.execute(access == Database::Access::readWrite ? "BEGIN IMMEDIATE" : "BEGIN");
 }
 
 Transaction::~Transaction() {

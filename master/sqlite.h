@@ -10,6 +10,9 @@
 
 #include <sqlite3.h>
 
+// How long a lock of another process is waited for.
+inline constexpr int LOCK_WAIT_MILLISECONDS = 10000;
+
 // The database refuses or fails; the text says what was attempted and SQLite's own reason.
 class StoreError : public std::runtime_error {
   public:
@@ -21,8 +24,7 @@ class Database {
   public:
     enum class Access { readOnly, readWrite }; // readWrite creates a missing file
 
-    // Opens `file`; throws StoreError when that fails. A lock of another process is waited for up to ten
-    // seconds.
+    // Opens `file`; throws StoreError when that fails.
     Database(const std::string& file, Access access);
 
     // Runs statements that bring no rows that matter. Throws StoreError; statements before the failing one
@@ -74,11 +76,12 @@ class Statement {
     std::unique_ptr<sqlite3_stmt, Finalize> handle_;
 };
 
-// A write transaction, undone when it goes without having been committed.
+// A transaction, undone when it goes without having been committed: for writing, or for reading several times
+// from one and the same state.
 class Transaction {
   public:
-    // Takes the database's write lock; throws StoreError.
-    explicit Transaction(Database& database);
+    // A readWrite one takes the database's write lock. Throws StoreError.
+    explicit Transaction(Database& database, Database::Access access = Database::Access::readWrite);
     Transaction(const Transaction&) = delete;
     Transaction(Transaction&&) = delete;
     Transaction& operator=(const Transaction&) = delete;

@@ -109,6 +109,10 @@ def creation_body(file_name, items=None, type="qvclient", os="redhat_x64", versi
     }
 
 
+def own_items(number, items):
+    return items and [(f"{number}-{name}", size) for name, size in items]
+
+
 class Master:
     """qvmaster on the tree below /usr/ormex, and a client of its own to it.
 
@@ -128,13 +132,14 @@ class Master:
 
     # The service as a process
 
-    def start(self, *words):
-        """Starts the service, with further words of its command line, and returns the line that it prints."""
+    def start(self, *words, under=()):
+        """Starts the service, with further words of its command line, and returns the line that it prints. `under`
+        names a program, with its arguments, that becomes the service."""
         assert self.process is None, "qvmaster runs already"
         standard = ["--db", self.database, "--tls", TLS, "--access-log", self.access_log]
         with open(self.errors, "ab") as errors:
             self.process = subprocess.Popen(
-                [PROGRAMS / "qvmaster", *standard, *words], stdout=subprocess.PIPE, stderr=errors, text=True
+                [*under, PROGRAMS / "qvmaster", *standard, *words], stdout=subprocess.PIPE, stderr=errors, text=True
             )
         line = self.process.stdout.readline()
         if not line:
@@ -208,12 +213,13 @@ class Master:
         assert reply.status == 201, reply
         return reply.json["data"]
 
-    def register_many(self, count, name="qvclient_{}_redhat_x64.sja", **attributes):
-        """Creates `count` packages over one connection, many requests at a time: `name` with 0, 1, ... in it."""
+    def register_many(self, count, name="qvclient_{}_redhat_x64.sja", items=None):
+        """Creates `count` packages over one connection, many requests at a time: `name` with 0, 1, ... in it, and in
+        front of each item's name."""
         with self.open_tls() as connection:
             for first in range(0, count, 100):
                 batch = range(first, min(first + 100, count))
-                bodies = [json.dumps(creation_body(name.format(i), **attributes)).encode() for i in batch]
+                bodies = [json.dumps(creation_body(name.format(i), own_items(i, items))).encode() for i in batch]
                 connection.sendall(b"".join(raw_request("POST", PACKAGES, body) for body in bodies))
                 for answer in read_answers(connection, len(batch)):
                     assert answer.status == 201, answer
@@ -340,6 +346,18 @@ def read_slowly_begun(connection):
     """Reads the rest from a slow_client, at full speed."""
     connection.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4 * 1024 * 1024)
     return read_to_end(connection)
+
+
+def sockets_of(master):
+    """How many sockets the service has open."""
+    directory = f"/proc/{master.process.pid}/fd"
+    count = 0
+    for entry in os.listdir(directory):
+        try:
+            count += os.readlink(f"{directory}/{entry}").startswith("socket:")
+        except FileNotFoundError:  # closed meanwhile
+            pass
+    return count
 
 
 def chunked_body(answer):

@@ -10,7 +10,7 @@ import subprocess
 import threading
 
 from clients import Client
-from scale import milliseconds, now, report, scaled, seed
+from scale import milliseconds, report, scaled, seed
 from record import Record
 from visitor import Visitor
 from world import (
@@ -28,6 +28,7 @@ from world import (
     read_slowly_begun,
     read_to_end,
     slow_client,
+    sockets_of,
 )
 
 import pytest
@@ -92,18 +93,6 @@ def visit(master, actions, first=0):
     asyncio.run(all_of_them())
     record.check_ids()
     return record.latencies
-
-
-def sockets_of(master):
-    """How many sockets the service has open."""
-    folder = f"/proc/{master.process.pid}/fd"
-    count = 0
-    for entry in os.listdir(folder):
-        try:
-            count += os.readlink(f"{folder}/{entry}").startswith("socket:")
-        except FileNotFoundError:  # closed meanwhile
-            pass
-    return count
 
 
 @pytest.fixture

@@ -116,7 +116,6 @@ TEST(PackageObject, HoldsAllElevenMembers) {
     package.id = 7;
     package.packageName = "n\"";
     package.packageFileName = "f";
-    package.packageItemFileNames = {"x", "y\n"};
     package.packageType = "t";
     package.os = "o";
     package.version = "v";
@@ -125,7 +124,11 @@ TEST(PackageObject, HoldsAllElevenMembers) {
     package.lastModifiedDateTimeUTC = "m";
     package.lastValidatedUTC = "l";
     std::string out = "[";
-    append_package(out, package, "/repo");
+    append_package_beginning(out, package);
+    append_item_path(out, "/repo", "x");
+    out += ", ";
+    append_item_path(out, "/repo", "y\n");
+    append_package_end(out, package);
     EXPECT_EQ(
         out,
         R"([{"type": "package", "id": "7", "attributes": {"packageName": "n\"", "packageFileName": "f", )"

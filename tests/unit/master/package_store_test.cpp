@@ -3,6 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <filesystem>
 #include <thread>
 
 namespace {
@@ -14,19 +18,53 @@ NewPackage new_package(const std::string& fileName, const std::string& os = "red
     package.os = os;
     package.version = "8.3";
     package.packageType = "qv";
-    package.packageItems = {{"z", 3}, {"a", 4}};
+    package.packageItems = {{fileName + "-z", 3}, {fileName + "-a", 4}};
     package.size = 7;
     return package;
 }
 
+constexpr std::uintmax_t MIB = 1024UL * 1024;
+
+using Ids = std::vector<std::int64_t>;
+using Names = std::vector<std::string>;
+
+// The file names of the present package's items that are still to be read.
+Names rest_of_items(PackageCursor& cursor) {
+    Names names;
+    while (const auto name = cursor.next_item())
+        names.push_back(*name);
+    return names;
+}
+
+Ids ids_in(PackageStore& store, const std::optional<Filter>& filter = std::nullopt) {
+    Ids found;
+    const auto cursor = store.list(filter);
+    while (cursor->next_package())
+        found.push_back(cursor->package().id);
+    return found;
+}
+
 class PackageStoreTest : public testing::Test {
   protected:
-    std::vector<std::int64_t> ids(const std::optional<Filter>& filter = std::nullopt) {
-        std::vector<std::int64_t> found;
-        const auto cursor = store.list(filter);
-        while (const auto package = cursor->next())
-            found.push_back(package->id);
-        return found;
+    Ids ids(const std::optional<Filter>& filter = std::nullopt) { return ids_in(store, filter); }
+
+    // The most bytes that the write-ahead log takes while a package of a megabyte is added and removed time
+    // and again.
+    std::uintmax_t longest_log_of_changes(int times) {
+        NewPackage large = new_package("large");
+        large.packageItems.assign(1000, {std::string(1000, 'x'), 1});
+        std::uintmax_t longest = 0;
+        for (int i = 0; i < times; ++i) {
+            store.remove(store.add(large)->id);
+            longest = std::max(longest, std::filesystem::file_size(file + "-wal"));
+        }
+        return longest;
+    }
+
+    std::int64_t count_items() {
+        Database database(file, Database::Access::readOnly);
+        Statement items(database, "SELECT count(*) FROM packageItems");
+        return items.step() ? items.number(0) : -1;
     }
 
     TemporaryDirectory directory;
@@ -34,26 +72,28 @@ class PackageStoreTest : public testing::Test {
     PackageStore store{file};
 };
 
-using Ids = std::vector<std::int64_t>;
-
 TEST_F(PackageStoreTest, GivesBackWhatItWasGiven) {
     const std::optional<Package> added = store.add(new_package("dunmarel_a.sja"));
     ASSERT_TRUE(added);
     EXPECT_EQ(added->id, 1);
     EXPECT_EQ(added->packageName, "a");
-    EXPECT_EQ(added->packageItemFileNames, (std::vector<std::string>{"z", "a"}));
     EXPECT_EQ(added->createdDateTimeUTC.size(), std::string("2026-11-20T23:34:00.123Z").size());
-    const std::optional<Package> found = store.find(1);
-    ASSERT_TRUE(found);
+    store.add(new_package("b"));
+    const auto found = store.find(1);
+    ASSERT_TRUE(found->next_package());
     std::string expected;
     std::string actual;
-    append_package(expected, *added, "");
-    append_package(actual, *found, "");
+    for (const auto append : {append_package_beginning, append_package_end}) {
+        append(expected, *added);
+        append(actual, found->package());
+    }
     EXPECT_EQ(actual, expected);
+    EXPECT_EQ(rest_of_items(*found), (Names{"dunmarel_a.sja-z", "dunmarel_a.sja-a"}));
+    EXPECT_FALSE(found->next_package());
 }
 
 TEST_F(PackageStoreTest, HasNoPackageThatWasNotAdded) {
-    EXPECT_FALSE(store.find(1));
+    EXPECT_FALSE(store.find(1)->next_package());
     EXPECT_FALSE(store.remove(1));
     EXPECT_EQ(ids(), Ids());
 }
@@ -69,10 +109,28 @@ TEST_F(PackageStoreTest, RemovesAPackageWithItsItems) {
     store.add(new_package("a"));
     EXPECT_TRUE(store.remove(1));
     EXPECT_FALSE(store.remove(1));
-    Database database(file, Database::Access::readOnly);
-    Statement items(database, "SELECT count(*) FROM packageItems");
-    ASSERT_TRUE(items.step());
-    EXPECT_EQ(items.number(0), 0);
+    EXPECT_EQ(count_items(), 0);
+}
+
+TEST_F(PackageStoreTest, RemovesNothingOfAPackageThatCannotBeRemoved) {
+    store.add(new_package("a"));
+    Database(file, Database::Access::readWrite)
+        .execute("CREATE TRIGGER kept BEFORE DELETE ON packages BEGIN SELECT RAISE(FAIL, 'no'); END");
+    EXPECT_THROW(store.remove(1), StoreError);
+    EXPECT_EQ(count_items(), 2);
+    EXPECT_EQ(ids(), Ids{1});
+}
+
+TEST_F(PackageStoreTest, WaitsForAnotherProcessThatWrites) {
+    Database other(file, Database::Access::readWrite);
+    auto writing = std::make_unique<Transaction>(other);
+    std::thread ending([&writing] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        writing.reset();
+    });
+    EXPECT_NO_THROW(store.add(new_package("a")));
+    ending.join();
+    EXPECT_EQ(ids(), Ids{1});
 }
 
 TEST_F(PackageStoreTest, NeverGivesAnIdTwiceEvenAfterReopening) {
@@ -102,31 +160,103 @@ TEST_F(PackageStoreTest, ListsPackagesWithoutItemsToo) {
     store.add(empty);
     store.add(new_package("b"));
     const auto cursor = store.list(std::nullopt);
-    EXPECT_EQ(cursor->next()->packageItemFileNames, std::vector<std::string>());
-    EXPECT_EQ(cursor->next()->packageItemFileNames, (std::vector<std::string>{"z", "a"}));
-    EXPECT_FALSE(cursor->next());
-    EXPECT_FALSE(cursor->next());
+    EXPECT_TRUE(cursor->next_package());
+    EXPECT_EQ(rest_of_items(*cursor), Names());
+    EXPECT_TRUE(cursor->next_package());
+    EXPECT_EQ(rest_of_items(*cursor), (Names{"b-z", "b-a"}));
+    EXPECT_FALSE(cursor->next_package());
+    EXPECT_FALSE(cursor->next_package());
+    EXPECT_FALSE(cursor->next_item());
 }
 
-TEST_F(PackageStoreTest, GoesOnListingWhatWasThereWhenTheListBegan) {
+TEST_F(PackageStoreTest, ListsOneStateUpToAPauseAndThenWhatIsLeftOfIt) {
+    for (const char* name : {"a", "b", "c", "d"})
+        store.add(new_package(name));
+    const auto cursor = store.list(std::nullopt);
+    EXPECT_TRUE(cursor->next_package());
+    EXPECT_TRUE(store.remove(2));
+    EXPECT_TRUE(cursor->next_package());
+    EXPECT_EQ(cursor->package().id, 2);
+    EXPECT_EQ(rest_of_items(*cursor), (Names{"b-z", "b-a"}));
+    cursor->pause();
+    EXPECT_TRUE(store.remove(3));
+    EXPECT_TRUE(store.add(new_package("e")));
+    EXPECT_TRUE(cursor->next_package());
+    EXPECT_EQ(cursor->package().id, 4);
+    EXPECT_FALSE(cursor->next_package());
+    EXPECT_EQ(ids(), (Ids{1, 4, 5}));
+}
+
+TEST_F(PackageStoreTest, GoesOnWithinAPackageAfterAPauseOrFailsWhereItIsGone) {
+    store.add(new_package("a"));
+    store.add(new_package("b"));
+    for (const bool gone : {false, true}) {
+        const auto cursor = store.list(Filter{FilterField::version, "8.3"});
+        EXPECT_TRUE(cursor->next_package());
+        cursor->pause();
+        EXPECT_EQ(cursor->next_item(), "a-z");
+        cursor->pause();
+        if (gone) {
+            EXPECT_TRUE(store.remove(1));
+            EXPECT_THROW(cursor->next_item(), StoreError);
+        } else {
+            EXPECT_EQ(rest_of_items(*cursor), (Names{"a-a"}));
+            cursor->pause();
+            EXPECT_TRUE(cursor->next_package());
+            EXPECT_EQ(rest_of_items(*cursor), (Names{"b-z", "b-a"}));
+        }
+    }
+}
+
+TEST_F(PackageStoreTest, KeepsItsLogShortBesideAListThatIsPaused) {
     store.add(new_package("a"));
     store.add(new_package("b"));
     const auto cursor = store.list(std::nullopt);
-    EXPECT_EQ(cursor->next()->id, 1);
-    EXPECT_TRUE(store.remove(2));
-    EXPECT_TRUE(store.add(new_package("c")));
-    EXPECT_EQ(cursor->next()->id, 2);
-    EXPECT_FALSE(cursor->next());
-    EXPECT_EQ(ids(), (Ids{1, 3}));
+    EXPECT_TRUE(cursor->next_package());
+    cursor->pause();
+    EXPECT_LT(longest_log_of_changes(15), 10U * MIB);
+    EXPECT_TRUE(cursor->next_package());
+    EXPECT_EQ(cursor->package().id, 2);
 }
 
-TEST_F(PackageStoreTest, ListsInOrderOfIdWithoutSorting) {
+TEST_F(PackageStoreTest, KeepsItsLogShortBesideListsThatNeverCease) {
+    store.add(new_package("a"));
+    std::atomic<bool> done = false;
+    std::vector<std::thread> readers;
+    for (int reader = 0; reader < 8; ++reader)
+        readers.emplace_back([this, &done] {
+            while (!done) {
+                const auto cursor = store.list(std::nullopt);
+                EXPECT_TRUE(cursor->next_package());
+                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            }
+        });
+    EXPECT_LT(longest_log_of_changes(30), 24U * MIB);
+    done = true;
+    for (std::thread& reader : readers)
+        reader.join();
+}
+
+TEST_F(PackageStoreTest, CutsItsLogAfterALargeChange) {
+    NewPackage large = new_package("large");
+    for (char first = 'a'; first <= 't'; ++first)
+        large.packageItems.push_back({first + std::string(MIB, 'x'), 1});
+    store.add(large);
+    EXPECT_GT(std::filesystem::file_size(file + "-wal"), 20U * MIB);
+    store.add(new_package("a"));
+    EXPECT_LE(std::filesystem::file_size(file + "-wal"), 16U * MIB);
+}
+
+TEST_F(PackageStoreTest, ListsInOrderWithoutSorting) {
     Database database(file, Database::Access::readOnly);
-    Statement plan(database,
-                   "EXPLAIN QUERY PLAN SELECT p.id, i.fileName FROM packages p LEFT JOIN packageItems i ON "
-                   "i.packageId = p.id ORDER BY p.id, i.position");
-    while (plan.step())
-        EXPECT_EQ(plan.text(3).find("TEMP B-TREE"), std::string::npos) << plan.text(3);
+    for (const char* query : {"SELECT os FROM packages WHERE id > ? AND id <= ? AND os = ? ORDER BY id",
+                              "SELECT fileName FROM packageItems WHERE packageId = ? AND position > ?"
+                              " ORDER BY position"}) {
+        Statement plan(database, std::string("EXPLAIN QUERY PLAN ") + query);
+        ASSERT_TRUE(plan.step());
+        EXPECT_EQ(plan.text(3).find("SEARCH"), 0U) << plan.text(3);
+        EXPECT_FALSE(plan.step()) << plan.text(3);
+    }
 }
 
 TEST_F(PackageStoreTest, ServesManyThreadsAtOnce) {
@@ -136,7 +266,7 @@ TEST_F(PackageStoreTest, ServesManyThreadsAtOnce) {
         threads.emplace_back([this, client] {
             for (int i = 0; i < 20; ++i) {
                 const auto added = store.add(new_package(std::to_string(client) + "-" + std::to_string(i)));
-                EXPECT_TRUE(store.find(added->id));
+                EXPECT_TRUE(store.find(added->id)->next_package());
                 EXPECT_FALSE(ids().empty());
                 if (i % 2 == 0) {
                     EXPECT_TRUE(store.remove(added->id));
@@ -150,7 +280,7 @@ TEST_F(PackageStoreTest, ServesManyThreadsAtOnce) {
 
 TEST_F(PackageStoreTest, ChangesNothingWhenAnItemCannotBeStored) {
     Database other(file, Database::Access::readWrite);
-    other.execute("CREATE TRIGGER full BEFORE INSERT ON packageItems WHEN NEW.fileName = 'a'"
+    other.execute("CREATE TRIGGER full BEFORE INSERT ON packageItems WHEN NEW.fileName = 'f-a'"
                   " BEGIN SELECT RAISE(FAIL, 'no room'); END");
     EXPECT_THROW(store.add(new_package("f")), StoreError);
     other.execute("DROP TRIGGER full");

@@ -11,11 +11,25 @@ using testing::HasSubstr;
 const char* const ACCEPT = "application/vnd.quorvelle+json;version=6.0";
 const std::string PACKAGES = PACKAGES_PATH;
 
+std::string creation_body(const std::string& fileName, const std::vector<std::string>& items) {
+    std::string body =
+        R"({"data": {"type": "newPackageAttributes", "attributes": {"packageFileName": ")" + fileName +
+        R"(", "packageName": "n", "os": "o", "version": "v", "packageType": "t", "packageItems": [)";
+    for (const std::string& item : items)
+        body += (&item == &items[0] ? "" : ", ") + (R"({"fileName": ")" + item + R"(", "fileSize": 1})");
+    return body + "]}}}";
+}
+
 std::string creation_body(const std::string& fileName) {
-    return R"({"data": {"type": "newPackageAttributes", "attributes": {"packageFileName": ")" + fileName +
-           R"(", "packageName": "n", "os": "o", "version": "v", "packageType": "t", "packageItems": [)"
-           R"({"fileName": ")" +
-           fileName + R"(", "fileSize": 1}]}}})";
+    return creation_body(fileName, {fileName});
+}
+
+// It takes more than a thousand bytes an item in an answer.
+std::string large_creation_body(const std::string& fileName, int items) {
+    std::vector<std::string> names;
+    for (int i = 0; i < items; ++i)
+        names.push_back(fileName + std::string(1000, 'x') + std::to_string(i));
+    return creation_body(fileName, names);
 }
 
 class ServiceTest : public testing::Test {
@@ -132,6 +146,29 @@ TEST_F(ServiceTest, GivesAShortListWholeAndALongOneInParts) {
     EXPECT_THAT(body, testing::StartsWith(small.body.substr(0, small.body.size() - 2) + ", {"));
     EXPECT_THAT(body, testing::EndsWith("}}]}"));
     EXPECT_EQ(large.more(), "");
+}
+
+TEST_F(ServiceTest, GivesAHugePackageInParts) {
+    const std::string created = ask("POST", PACKAGES, large_creation_body("huge", 1000)).body;
+    const Answer details = ask("GET", PACKAGES + "/1");
+    EXPECT_LT(details.body.size(), created.size() / 2);
+    EXPECT_EQ(whole(details), created);
+    const Answer list = ask("GET", PACKAGES);
+    EXPECT_LT(list.body.size(), created.size() / 2);
+    EXPECT_EQ(whole(list), R"({"data": [)" + created.substr(9, created.size() - 10) + "]}");
+}
+
+TEST_F(ServiceTest, LeavesOutOfAListWhatIsDeletedMeanwhileAndBreaksOffWithinAHugePackage) {
+    for (const auto& [name, items] : {std::pair("a", 100), std::pair("b", 100), std::pair("huge", 1000)})
+        ASSERT_EQ(ask("POST", PACKAGES, large_creation_body(name, items)).status, 201);
+    const Answer shortened = ask("GET", PACKAGES);
+    const Answer broken = ask("GET", PACKAGES);
+    EXPECT_THAT(broken.body, testing::EndsWith("}}"));
+    EXPECT_THAT(broken.more(), testing::EndsWith("}}"));
+    EXPECT_THAT(broken.more(), HasSubstr(R"("packageFileName": "huge")"));
+    ASSERT_EQ(ask("DELETE", PACKAGES + "/3").status, 204);
+    EXPECT_THROW(broken.more(), StoreError);
+    EXPECT_EQ(whole(shortened), whole(ask("GET", PACKAGES)));
 }
 
 TEST_F(ServiceTest, AnswersAndReportsAFailureOfTheStore) {
