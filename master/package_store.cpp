@@ -36,6 +36,10 @@ const char* const SCHEMA = R"sql(
     PRAGMA user_version = 1;
 )sql";
 
+// Not unique: databases of earlier versions may hold packages that share an item name, and are served all the
+// same.
+const char* const ITEM_NAME_INDEX = "CREATE INDEX IF NOT EXISTS packageItemNames ON packageItems (fileName)";
+
 // After a commit that leaves so many pages in the write-ahead log, they are copied into the database; where
 // there are too many, because readers that follow upon each other never let the log begin anew, those reading
 // now are waited for.
@@ -98,6 +102,7 @@ void prepare_schema(Database& database) {
         throw StoreError("the database belongs to another program");
     if (pragma(database, "user_version") != SCHEMA_VERSION)
         throw StoreError("the database comes from another version of qvmaster");
+    database.execute(ITEM_NAME_INDEX);
     transaction.commit();
 }
 
@@ -299,6 +304,7 @@ void PackageCursor::pause() {
 
 PackageStore::PackageStore(const std::string& file) : writer_(open_for_writing(file)), readers_(file) {
     same_file_name_.emplace(writer_, "SELECT 1 FROM packages WHERE packageFileName = ?");
+    same_item_name_.emplace(writer_, "SELECT 1 FROM packageItems WHERE fileName = ?");
     insert_package_.emplace(writer_,
                             "INSERT INTO packages (packageFileName, packageName, packageType, os, version,"
                             " size, createdDateTimeUTC, lastModifiedDateTimeUTC, lastValidatedUTC)"
@@ -312,7 +318,14 @@ PackageStore::PackageStore(const std::string& file) : writer_(open_for_writing(f
 bool PackageStore::is_taken(const NewPackage& package) {
     same_file_name_->reset();
     same_file_name_->bind(1, package.packageFileName);
-    return brings_row(*same_file_name_);
+    if (brings_row(*same_file_name_))
+        return true;
+    return std::any_of(package.packageItems.begin(), package.packageItems.end(),
+                       [this](const PackageItem& item) {
+                           same_item_name_->reset();
+                           same_item_name_->bind(1, item.fileName);
+                           return brings_row(*same_item_name_);
+                       });
 }
 
 std::optional<Package> PackageStore::add(const NewPackage& package) {

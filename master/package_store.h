@@ -95,7 +95,8 @@ class PackageStore {
     explicit PackageStore(const std::string& file);
 
     // Creates a package, with the present time. It is on disk when this returns; its ID is higher than every
-    // earlier one, those of deleted packages included. None when there is a package of the same file name.
+    // earlier one, those of deleted packages included. None when there is a package of the same file name, or
+    // one that has an item of the same name: all items lie in one directory.
     std::optional<Package> add(const NewPackage& package);
 
     // Deletes the package `id`; false when there is none. It is gone from the disk when this returns.
@@ -112,6 +113,7 @@ class PackageStore {
     Database writer_;
     ReaderPool readers_;
     std::optional<Statement> same_file_name_;
+    std::optional<Statement> same_item_name_;
     std::optional<Statement> insert_package_;
     std::optional<Statement> insert_item_;
     std::optional<Statement> delete_items_;

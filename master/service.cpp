@@ -203,7 +203,9 @@ Answer Service::answer_creation(const std::string& body, const std::string& cont
     const NewPackage package = read_new_package(body);
     const std::optional<Package> created = store_.add(package);
     if (!created)
-        return error_answer(409, NAME_TAKEN, "a package of this file name is there already", contentType);
+        return error_answer(409, NAME_TAKEN,
+                            "a package of this file name, or with an item of such a name, is there",
+                            contentType);
     // Not read from the store, where it might be gone again, or out of reach.
     return created_answer(*created, package.packageItems, repository_, contentType);
 }

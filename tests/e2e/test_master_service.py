@@ -76,6 +76,14 @@ def test_a_second_package_of_the_same_file_name_is_refused_and_the_first_stays(m
     assert master.get().json == {"data": [first]}
 
 
+def test_an_item_name_that_another_package_has_is_refused_until_that_is_deleted(master):
+    bundle = master.register("bundle.sja", [("inner_a.sja", 5), ("inner_b.sja", 7)])
+    assert master.post(creation_body("inner_b.sja")).error == (409, SAME_NAME)
+    assert master.get().json == {"data": [bundle]}
+    master.delete(1)
+    assert master.register("inner_b.sja")["id"] == "2"
+
+
 def test_a_file_name_is_free_again_after_its_package_was_deleted(master):
     master.register(NAME)
     master.delete(1)

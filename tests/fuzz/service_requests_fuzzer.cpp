@@ -86,6 +86,16 @@ bool matches(const NewPackage& package, const Filter& filter) {
     return false;
 }
 
+bool share_a_name(const NewPackage& one, const NewPackage& other) {
+    const auto is_in_other = [&other](const PackageItem& item) {
+        return std::any_of(
+            other.packageItems.begin(), other.packageItems.end(),
+            [&item](const PackageItem& candidate) { return candidate.fileName == item.fileName; });
+    };
+    return one.packageFileName == other.packageFileName ||
+           std::any_of(one.packageItems.begin(), one.packageItems.end(), is_in_other);
+}
+
 std::string body_of(Answer& answer) {
     std::string body = answer.body;
     if (answer.more)
@@ -224,9 +234,9 @@ void Checker::check_creation(const ServiceRequest& request, const Answer& answer
     if (!package)
         return;
     const bool taken = std::any_of(packages_.begin(), packages_.end(), [&package](const auto& other) {
-        return other.second.packageFileName == package->packageFileName;
+        return share_a_name(other.second, *package);
     });
-    require(answer.status == (taken ? 409 : 201), "a file name is created once");
+    require(answer.status == (taken ? 409 : 201), "the names of a package's file and items are its own");
     if (taken)
         return;
     const json_document document = parse(body);

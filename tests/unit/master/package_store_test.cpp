@@ -105,6 +105,65 @@ TEST_F(PackageStoreTest, RefusesASecondPackageOfTheSameFileName) {
     EXPECT_EQ(ids(), (Ids{1, 2}));
 }
 
+TEST_F(PackageStoreTest, RefusesAnItemNameThatAnotherPackageHas) {
+    const auto with_items = [](const std::string& fileName, const std::vector<PackageItem>& items) {
+        NewPackage package = new_package(fileName);
+        package.packageItems = items;
+        return package;
+    };
+    // Of an archive that holds a name twice, the later file stays.
+    EXPECT_TRUE(store.add(with_items("bundle", {{"x", 1}, {"y", 1}, {"x", 2}})));
+    EXPECT_TRUE(store.add(with_items("single", {{"single", 1}})));
+    EXPECT_FALSE(store.add(with_items("x", {{"x", 1}})));
+    EXPECT_FALSE(store.add(with_items("other", {{"z", 1}, {"y", 1}})));
+    EXPECT_FALSE(store.add(with_items("other", {{"z", 1}, {"single", 1}})));
+    EXPECT_EQ(count_items(), 4);
+    EXPECT_TRUE(store.add(with_items("y", {{"Y", 1}, {"z", 1}})));
+    EXPECT_TRUE(store.remove(1));
+    EXPECT_TRUE(store.add(with_items("x", {{"x", 1}})));
+    EXPECT_EQ(ids(), (Ids{2, 3, 4}));
+}
+
+TEST_F(PackageStoreTest, LetsOnlyOneOfManyThreadsHaveAnItemName) {
+    std::atomic<int> added = 0;
+    std::vector<std::thread> threads;
+    for (int client = 0; client < 8; ++client)
+        threads.emplace_back([this, client, &added] {
+            NewPackage package = new_package(std::to_string(client));
+            package.packageItems.push_back({"shared", 1});
+            added += store.add(package) ? 1 : 0;
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(added, 1);
+    EXPECT_EQ(count_items(), 3);
+}
+
+TEST_F(PackageStoreTest, OpensAndServesADatabaseOfBeforeInWhichPackagesShareAnItemName) {
+    store.add(new_package("a"));
+    Database before(file, Database::Access::readWrite);
+    before.execute("DROP INDEX packageItemNames;"
+                   "INSERT INTO packages SELECT 2, 'b', 'b', 'qv', 'o', 'v', 1, 't', 't', 't';"
+                   "INSERT INTO packageItems VALUES (2, 0, 'a-z', 1)");
+    PackageStore reopened(file);
+    EXPECT_EQ(ids(), (Ids{1, 2}));
+    NewPackage third = new_package("c");
+    third.packageItems = {{"a-z", 1}};
+    EXPECT_FALSE(reopened.add(third));
+    EXPECT_TRUE(reopened.remove(1));
+    EXPECT_FALSE(reopened.add(third));
+    EXPECT_TRUE(reopened.remove(2));
+    EXPECT_TRUE(reopened.add(third));
+}
+
+TEST_F(PackageStoreTest, LooksItemNamesUpInAnIndex) {
+    Database database(file, Database::Access::readOnly);
+    Statement plan(database, "EXPLAIN QUERY PLAN SELECT 1 FROM packageItems WHERE fileName = ?");
+    ASSERT_TRUE(plan.step());
+    EXPECT_NE(plan.text(3).find("SEARCH packageItems USING COVERING INDEX"), std::string::npos)
+        << plan.text(3);
+}
+
 TEST_F(PackageStoreTest, RemovesAPackageWithItsItems) {
     store.add(new_package("a"));
     EXPECT_TRUE(store.remove(1));

@@ -74,6 +74,7 @@ TEST_F(ServiceTest, AnswersEveryKindOfRequestWithItsStatusAndErrorCode) {
         {"POST", PACKAGES, "", 400, 20},
         {"POST", PACKAGES, ok, 201, 0},
         {"POST", PACKAGES, ok, 409, 7218},
+        {"POST", PACKAGES, creation_body("other", {"b", "a"}), 409, 7218},
         {"GET", PACKAGES + "/1", "", 200, 0},
         {"DELETE", PACKAGES + "/1", "", 204, 0},
         {"POST", PACKAGES + "?x", ok, 201, 0},
