@@ -88,7 +88,8 @@ class PackageCursor {
     bool in_package_ = false;
 };
 
-// All members may be called from any thread. They throw StoreError, and have changed nothing then.
+// All members may be called from any thread. They throw StoreError, and have changed nothing then; where that
+// cannot be known, they end the process (see Transaction::commit).
 class PackageStore {
   public:
     // Opens `file`, creates it when it is missing, and checks that it is whole.

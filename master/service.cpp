@@ -102,8 +102,10 @@ class PackagesBody {
     bool finished_ = false;
 };
 
+// Ends the process where there is no memory for it: a package that is there must not be answered as a
+// failure.
 Answer created_answer(const Package& package, const std::vector<PackageItem>& items,
-                      const std::string& repository, const std::string& contentType) {
+                      const std::string& repository, const std::string& contentType) noexcept {
     Answer answer;
     answer.status = 201;
     answer.contentType = contentType;

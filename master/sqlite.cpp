@@ -1,5 +1,9 @@
 #include "master/sqlite.h"
 
+#include "master/problem.h"
+
+#include <cstdlib>
+
 namespace {
 
 [[noreturn]] void fail(const std::string& attempt, sqlite3* database) {
@@ -12,6 +16,13 @@ int open_flags(Database::Access access) {
     if (access == Database::Access::readOnly)
         return flags | SQLITE_OPEN_READONLY;
     return flags | SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+}
+
+// Whether a commit that fails so cannot have written its last log record, the one that makes all others
+// count. After any other failure, that of a flush above all, the record may be in the log, and would be found
+// at the next start.
+bool is_surely_undone(int result) {
+    return result == SQLITE_FULL || result == SQLITE_IOERR_WRITE || (result & 0xff) == SQLITE_BUSY;
 }
 
 } // namespace
@@ -101,6 +112,13 @@ Transaction::~Transaction() {
 }
 
 void Transaction::commit() {
-    database_.execute("COMMIT");
+    const int result = sqlite3_exec(database_.handle(), "COMMIT", nullptr, nullptr, nullptr);
+    if (result != SQLITE_OK && !is_surely_undone(result)) {
+        report_problem(std::string("stopped, for it is not known whether a change is on disk: ") +
+                       sqlite3_errmsg(database_.handle()));
+        std::_Exit(EXIT_FAILURE);
+    }
+    if (result != SQLITE_OK)
+        fail("the database cannot keep a change", database_.handle());
     open_ = false;
 }

@@ -88,7 +88,9 @@ class Transaction {
     Transaction& operator=(Transaction&&) = delete;
     ~Transaction();
 
-    // The changes are on disk when this returns. Throws StoreError; nothing has changed then.
+    // The changes are on disk when this returns. Throws StoreError when they are not there and never will be;
+    // where that cannot be known, as after a failed flush, it ends the process with status 1 and a line on
+    // standard error, for a change must not come back that was reported as failed.
     void commit();
 
   private:

@@ -9,6 +9,7 @@ import re
 import pytest
 from campaign import SCENARIOS
 from packages import BUNDLE, INNER, SINGLE
+from world import await_that
 
 NAMED_FILE = re.compile(r"[0-9]+<([^>]*)>")
 
@@ -124,3 +125,23 @@ def test_an_archive_is_on_the_disk_before_its_summary_is_printed(order, name):
     calls, scenario = order(name)
     folder_flushed = check_file(calls, scenario.output.name, scenario.output.parent)
     in_order(folder_flushed, calls.only("write", "1<"))
+
+
+def test_the_service_has_a_change_on_the_disk_before_it_acknowledges_it(idle_master, report):
+    strace = ["strace", "-D", "-f", "-qq", "-y", "-o", report, "-e", "trace=pwrite64,fdatasync,fsync,write,exit_group"]
+    idle_master.start(under=strace)
+    idle_master.register("a.sja")
+    assert idle_master.delete(1).status == 204
+    assert idle_master.stop() == 0
+    await_that(lambda: "exit_group" in report.read_text(), "strace sees the service end")
+    changes, flushed = 0, None
+    for line in report.read_text().splitlines():
+        if re.search(r" pwrite64\([0-9]+<[^>]*-wal>", line):
+            flushed = False
+        elif re.search(r" f(data)?sync\([0-9]+<[^>]*-wal>", line):
+            flushed = True
+        elif re.search(r' write\([0-9]+<[^>]*qvmaster.requests>', line):
+            changes += 1
+            assert flushed is True, f"change {changes} is not flushed"
+            flushed = None
+    assert changes == 2

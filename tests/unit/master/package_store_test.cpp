@@ -9,6 +9,31 @@
 #include <filesystem>
 #include <thread>
 
+#include <cerrno>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+
+// What the disk does to the database from now on.
+bool failing_flush = false;
+bool full_disk = false;
+std::atomic<int> flushes = 0;
+
+} // namespace
+
+// These stand in for the C library's, which SQLite calls.
+extern "C" int fdatasync(int descriptor) {
+    ++flushes;
+    errno = EIO;
+    return failing_flush ? -1 : static_cast<int>(syscall(SYS_fdatasync, descriptor));
+}
+
+extern "C" ssize_t pwrite64(int descriptor, const void* bytes, size_t size, off64_t offset) {
+    errno = ENOSPC;
+    return full_disk ? -1 : syscall(SYS_pwrite64, descriptor, bytes, size, offset);
+}
+
 namespace {
 
 NewPackage new_package(const std::string& fileName, const std::string& os = "redhat_x64") {
@@ -47,6 +72,15 @@ Ids ids_in(PackageStore& store, const std::optional<Filter>& filter = std::nullo
 class PackageStoreTest : public testing::Test {
   protected:
     Ids ids(const std::optional<Filter>& filter = std::nullopt) { return ids_in(store, filter); }
+
+    // What a start would find now if the process were killed.
+    Ids ids_after_a_kill() const {
+        TemporaryDirectory copies;
+        for (const char* part : {"", "-wal"})
+            std::filesystem::copy_file(file + part, copies.path("db") + part);
+        PackageStore found(copies.path("db"));
+        return ids_in(found);
+    }
 
     // The most bytes that the write-ahead log takes while a package of a megabyte is added and removed time
     // and again.
@@ -345,6 +379,40 @@ TEST_F(PackageStoreTest, ChangesNothingWhenAnItemCannotBeStored) {
     other.execute("DROP TRIGGER full");
     EXPECT_EQ(ids(), Ids());
     EXPECT_EQ(store.add(new_package("f"))->id, 1);
+}
+
+TEST_F(PackageStoreTest, ChangesNothingWhenTheDiskIsFull) {
+    full_disk = true;
+    EXPECT_THROW(store.add(new_package("a")), StoreError);
+    full_disk = false;
+    EXPECT_EQ(ids_after_a_kill(), Ids());
+    EXPECT_EQ(store.add(new_package("a"))->id, 1);
+    EXPECT_EQ(ids_after_a_kill(), Ids{1});
+}
+
+TEST_F(PackageStoreTest, IsOnDiskWhenAChangeReturns) {
+    store.add(new_package("a"));
+    const int before = flushes;
+    store.add(new_package("b"));
+    EXPECT_EQ(flushes, before + 1);
+    store.remove(1);
+    EXPECT_EQ(flushes, before + 2);
+}
+
+// The record of the change is in the log then, and a start would find it.
+TEST_F(PackageStoreTest, EndsTheProcessWhenAChangeMayOrMayNotLast) {
+    const auto change_with_failing_flush = [this](bool removal) {
+        PackageStore other(file);
+        failing_flush = true;
+        if (removal)
+            other.remove(1);
+        else
+            other.add(new_package("b"));
+    };
+    store.add(new_package("a"));
+    for (const bool removal : {false, true})
+        EXPECT_EXIT(change_with_failing_flush(removal), testing::ExitedWithCode(1),
+                    "^qvmaster: stopped, for it is not known whether a change is on disk: disk I/O error\n$");
 }
 
 TEST(PackageStoreFile, OfAnotherProgramIsRefused) {
