@@ -171,8 +171,8 @@ def test_a_slow_reader_gets_what_stays_of_the_list_and_holds_up_nobody(master):
 
 def test_a_client_that_stops_reading_is_dropped(idle_master):
     idle_master.start("--patience", "1")
-    idle_master.register_many(1000, name="{}.sja", items=LONG_ITEMS)
     alone = sockets_of(idle_master)
+    idle_master.register_many(1000, name="{}.sja", items=LONG_ITEMS)
     with slow_client(idle_master) as client:
         client.sendall(raw_request("GET", PACKAGES))
         beginning = client.recv(1000)
