@@ -26,11 +26,6 @@ std::string behind_links(const std::string& path) {
     return place.string();
 }
 
-bool is_same_file(const struct stat& file, FILE* stream) {
-    struct stat other = {};
-    return fstat(fileno(stream), &other) == 0 && other.st_dev == file.st_dev && other.st_ino == file.st_ino;
-}
-
 FILE* stream_for(int descriptor) {
     // The stream closes a descriptor of its own: the original is still needed for flushing and placing the
     // file.
@@ -45,14 +40,17 @@ FILE* stream_for(int descriptor) {
 
 bool entry_file::open(const std::string& path, FILE* archive) {
     // Opening what is there already meets every reason for which "wb" fails, a folder of that name among
-    // them.
-    FileDescriptor existing(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
+    // them. A pipe that nobody reads is one more: there is no waiting for its reader.
+    FileDescriptor existing(::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK));
     if (!existing.is_open() && errno != ENOENT)
         return false;
     struct stat file = {};
-    if (existing.is_open() && (fstat(existing.get(), &file) != 0 || is_same_file(file, archive)))
+    if (existing.is_open() && (fstat(existing.get(), &file) != 0 || is_file_of(archive, file)))
         return false;
     if (existing.is_open() && !S_ISREG(file.st_mode)) {
+        // A reader that is slow is waited for.
+        if (fcntl(existing.get(), F_SETFL, 0) != 0)
+            return false;
         special_ = std::move(existing);
     } else {
         pending_.emplace(behind_links(path), PendingFile::Neighbours::any);

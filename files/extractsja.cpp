@@ -163,7 +163,7 @@ block_info* get_blocks(FILE* archive, std::uint64_t base) {
 
 stat_array* stat_archive(const char* path) {
     try {
-        const file_stream archive(std::fopen(path, "rbe"));
+        const file_stream archive(open_to_read(path));
         if (!archive)
             return nullptr;
         const block_list last = walk_archive(archive.get());

@@ -3,6 +3,7 @@
 #ifndef FILES_FILE_STREAM_H
 #define FILES_FILE_STREAM_H
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -10,7 +11,10 @@
 #include <memory>
 #include <vector>
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 struct close_stream {
     void operator()(FILE* stream) const {
@@ -20,6 +24,28 @@ struct close_stream {
 };
 
 using file_stream = std::unique_ptr<FILE, close_stream>;
+
+// Opens `path` for reading, like fopen with "rbe", but never waits for the writer of a pipe: a pipe is not
+// opened, and errno is EINVAL.
+inline FILE* open_to_read(const char* path) {
+    const int file = ::open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    if (file < 0)
+        return nullptr;
+    struct stat status = {};
+    const bool pipe = fstat(file, &status) != 0 || S_ISFIFO(status.st_mode);
+    FILE* stream = pipe ? nullptr : fdopen(file, "rb");
+    if (stream == nullptr) {
+        ::close(file);
+        errno = EINVAL;
+    }
+    return stream;
+}
+
+// Whether `file` is the state of the file that the stream reads or writes.
+inline bool is_file_of(FILE* stream, const struct stat& file) {
+    struct stat other = {};
+    return fstat(fileno(stream), &other) == 0 && other.st_dev == file.st_dev && other.st_ino == file.st_ino;
+}
 
 // Package files are read and written in chunks of 4096 bytes. A buffer of this many bytes behind the stream
 // keeps the number of system calls low without making the chunks larger.

@@ -90,7 +90,7 @@ std::int64_t get_filesize(FILE* stream) {
 
 RSA* get_pubkey(const char* path) {
     key_ptr key(RSA_new());
-    const file_stream file(std::fopen(path, "re"));
+    const file_stream file(open_to_read(path));
     if (!key || !file)
         return nullptr;
     const std::int64_t size = get_filesize(file.get());

@@ -19,9 +19,9 @@ struct byte_sequence {
 std::int64_t get_filesize(FILE* stream);
 
 // Reads an RSA public key from the PEM file at `path`. The caller releases it with free_pubkey or RSA_free.
-// Null when the file cannot be opened or read, is empty or larger than 65535 bytes. A file that holds no
-// readable key, or an encrypted one (nobody is asked for a passphrase), gives an empty key, which fails every
-// verification.
+// Null when the file cannot be opened or read, is a pipe, is empty or larger than 65535 bytes. A file that
+// holds no readable key, or an encrypted one (nobody is asked for a passphrase), gives an empty key, which
+// fails every verification.
 RSA* get_pubkey(const char* path);
 
 // The `length` bytes from `offset` on. Null on failure, and then the stream has been closed.

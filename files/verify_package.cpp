@@ -34,7 +34,7 @@ std::string without_quotes(std::string path) {
 int verify_with_key(const char* path, RSA* key) {
     const std::string unquoted = without_quotes(path);
     logmsg(4, "Public key found. Proceeding with verification", function_tag);
-    const buffered_stream archive(std::fopen(unquoted.c_str(), "rbe"));
+    const buffered_stream archive(open_to_read(unquoted.c_str()));
     if (!archive) {
         logmsgf(16, function_tag, "Could not open SJA file at path [%s].", unquoted.c_str());
         return 7235;

@@ -25,6 +25,7 @@ def refused(status, text, announced=True):
 INVALID_SIGNATURE = refused(7236, "The Dunmarel package signature is invalid.")
 NO_PUBLIC_KEY = refused(
     7237, "Input package file verification failed. The public key was not found at the expected location.")
+NOT_OPENED = refused(7235, "Input package file verification failed. Could not open package file.")
 NOT_COPIED = refused(7214, "Failed to copy the specified file. Could not copy package to repository.")
 NOT_EXTRACTED = refused(7252, "The attempt to extract a package was unsuccessful.")
 NO_FILE = refused(7225, "A required file or directory was not found. Input file path does not exist.", announced=False)
@@ -113,6 +114,20 @@ def test_a_path_in_double_quotes_is_verified_without_them(qvrepo, master, tmp_pa
     assert outcome.status == 7265 & 0xFF, "the quoted name has no known type"
 
 
+@pytest.mark.parametrize("pipe", ["package", "key"])
+def test_a_pipe_is_not_waited_for(qvrepo, untouched, tmp_path, pipe):
+    package = make_single(tmp_path)
+    replaced = package if pipe == "package" else PUBLIC_KEY
+    content = replaced.read_bytes()
+    replaced.unlink()
+    os.mkfifo(replaced)
+    try:
+        assert qvrepo("-add", package) == (NOT_OPENED if pipe == "package" else NO_PUBLIC_KEY)
+    finally:
+        replaced.unlink()
+        replaced.write_bytes(content)
+
+
 def test_the_log_of_a_whole_add(qvrepo, master, tmp_path, log_records):
     package = make_single(tmp_path)
     assert qvrepo("-add", package) == added(1)
@@ -175,8 +190,7 @@ class TestRefusedFiles:
 
     def test_a_path_that_is_there_only_with_its_quotes(self, qvrepo, tmp_path, log_records):
         quoted = make_single(tmp_path, f'"{SINGLE}"')
-        assert qvrepo("-add", quoted) == refused(
-            7235, "Input package file verification failed. Could not open package file.")
+        assert qvrepo("-add", quoted) == NOT_OPENED
         assert (16, "QvRepoHelper::verifySja", f"Could not open SJA file at path [{tmp_path / SINGLE}].") in log_records()
 
     def test_an_unsigned_archive(self, qvrepo, tmp_path):

@@ -6,6 +6,8 @@
 
 #include <limits>
 
+#include <sys/stat.h>
+
 using ::testing::ElementsAre;
 
 namespace {
@@ -52,6 +54,11 @@ TEST_F(ArchiveListing, FailsOnWhatIsNoArchive) {
     EXPECT_THAT(list(""), ElementsAre("none"));
     EXPECT_THAT(list("JAN"), ElementsAre("none"));
     EXPECT_THAT(list("some text that is long enough"), ElementsAre("none"));
+}
+
+TEST_F(ArchiveListing, FailsOnAPipeAndDoesNotWaitForItsWriter) {
+    ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
+    EXPECT_EQ(stat_archive(path_.c_str()), nullptr);
 }
 
 TEST_F(ArchiveListing, FailsOnAnArchiveWithoutEntries) {

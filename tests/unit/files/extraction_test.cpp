@@ -5,9 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <thread>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -31,6 +33,32 @@ class Extraction : public ::testing::Test {
         struct stat file = {};
         EXPECT_EQ(lstat(path.c_str(), &file), 0) << path;
         return file.st_mode & 07777;
+    }
+
+    // Makes a pipe among the extracted files and opens it as its reader.
+    int open_pipe(const std::string& name) const {
+        EXPECT_EQ(mkfifo(in_out(name).c_str(), 0600), 0);
+        return open(in_out(name).c_str(),
+                    O_RDWR); // so that waiting for the writer is not the end of the file
+    }
+
+    // Reads `size` bytes of a pipe, or fewer when none come for ten seconds, and returns how many. The last
+    // five are left in `tail`.
+    static std::uint64_t drain(int pipe, std::uint64_t size, std::string* tail = nullptr) {
+        std::vector<char> bytes(1U << 20U);
+        std::string last;
+        std::uint64_t received = 0;
+        pollfd ready = {pipe, POLLIN, 0};
+        while (received < size && poll(&ready, 1, 10000) == 1) {
+            const ssize_t count =
+                read(pipe, bytes.data(), std::min<std::uint64_t>(size - received, bytes.size()));
+            received += static_cast<std::uint64_t>(count);
+            last.append(bytes.data(), static_cast<std::size_t>(count));
+            last.erase(0, last.size() - std::min<std::size_t>(last.size(), 5));
+        }
+        if (tail != nullptr)
+            *tail = last;
+        return received;
     }
 
     TemporaryDirectory directory_;
@@ -231,6 +259,26 @@ TEST_F(Extraction, WritesIntoAPipeThatHasTheName) {
     EXPECT_TRUE(std::filesystem::is_fifo(in_out("pipe")));
 }
 
+TEST_F(Extraction, FailsOnAPipeWithoutAReaderAndDoesNotWaitForOne) {
+    const std::string bytes = sja_bytes({{"pipe", "nobody reads"}});
+    ASSERT_EQ(mkfifo(in_out("pipe").c_str(), 0600), 0);
+    EXPECT_EQ(extract(bytes), 0);
+    EXPECT_EQ(read_file(archive_), bytes);
+}
+
+TEST_F(Extraction, WaitsForTheReaderOfAPipeThatIsFull) {
+    const int reader = open_pipe("pipe");
+    std::uint64_t received = 0;
+    std::thread late_reader([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        received = drain(reader, 300000);
+    });
+    EXPECT_EQ(extract(sja_bytes({{"pipe", std::string(300000, 'p')}})), 1);
+    late_reader.join();
+    close(reader);
+    EXPECT_EQ(received, 300000U);
+}
+
 TEST_F(Extraction, RefusesToWriteOverTheArchiveItself) {
     const std::string bytes = sja_bytes({{"one", "1"}, {"a.sja", "2"}});
     archive_ = in_out("a.sja");
@@ -263,24 +311,14 @@ TEST_F(Extraction, CopiesEntriesOfMoreThan2GiB) {
     write_sparse_file(archive_, 4 + 12 + size);
     overwrite_at(archive_, 0, "JANK" + sja_entry_header("b", size));
     overwrite_at(archive_, 4 + 12 + size - 4, "end.");
-    ASSERT_EQ(mkfifo(in_out("b").c_str(), 0600), 0);
+    const int pipe = open_pipe("b");
 
     std::uint64_t received = 0;
     std::string tail;
-    std::thread reader([&] {
-        std::vector<char> buffer(1U << 20U);
-        const int pipe = open(in_out("b").c_str(), O_RDONLY);
-        for (ssize_t count; (count = read(pipe, buffer.data(), buffer.size())) > 0;) {
-            received += static_cast<std::uint64_t>(count);
-            tail.append(buffer.data(), static_cast<std::size_t>(count));
-            tail.erase(0, tail.size() - std::min<std::size_t>(tail.size(), 5));
-        }
-        close(pipe);
-    });
+    std::thread reader([&] { received = drain(pipe, size, &tail); });
     EXPECT_EQ(do_extract(archive_.c_str(), out_.c_str()), 1);
-    // A reader that still waits for a writer ends here.
-    close(open(in_out("b").c_str(), O_WRONLY | O_NONBLOCK));
     reader.join();
+    close(pipe);
     EXPECT_EQ(received, size);
     EXPECT_EQ(tail, std::string("\0end.", 5));
 }

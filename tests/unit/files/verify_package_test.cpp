@@ -11,6 +11,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 using ::testing::ElementsAre;
 
 namespace {
@@ -129,6 +131,20 @@ TEST_F(PackageVerification, OpensAQuotedPathWithoutItsQuotes) {
     flip_byte(path_, 0);
     EXPECT_EQ(QvRepoHelper::verifySja(quoted.c_str()), 7236);
     EXPECT_EQ(log_.records().back(), invalid());
+}
+
+TEST_F(PackageVerification, Reports7235ForAPipeAndDoesNotWaitForItsWriter) {
+    std::filesystem::remove(path_);
+    ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
+    EXPECT_EQ(verify(), 7235);
+    EXPECT_EQ(log_.records().back(), record(16, "Could not open SJA file at path [" + path_ + "]."));
+}
+
+TEST_F(PackageVerification, Reports7237ForAKeyThatIsAPipeAndDoesNotWaitForItsWriter) {
+    std::filesystem::remove(ProductRoot::key_file());
+    ASSERT_EQ(mkfifo(ProductRoot::key_file().c_str(), 0600), 0);
+    EXPECT_EQ(verify(), 7237);
+    EXPECT_THAT(log_.records(), ElementsAre(trying(), no_key()));
 }
 
 TEST_F(PackageVerification, Reports7235ForAPackageThatCannotBeOpened) {
