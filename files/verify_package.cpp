@@ -8,7 +8,10 @@
 #include "seam/T.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <memory>
+
+#include <sys/stat.h>
 
 namespace {
 
@@ -31,6 +34,22 @@ std::string without_quotes(std::string path) {
     return path;
 }
 
+int refuse_signature(const char* path) {
+    logmsgf(16, function_tag, "Signature invalid for SJA file [%s].", path);
+    return 7236;
+}
+
+// Whether there is nothing at `path` that could be copied instead of the `verified` file, or what is there is
+// signed, too. Callers copy the path with its quotes.
+bool is_verified_too(const char* path, FILE* verified, RSA* key) {
+    const buffered_stream archive(open_to_read(path));
+    if (!archive)
+        return errno == ENOENT || errno == ENOTDIR;
+    struct stat file = {};
+    return fstat(fileno(archive.get()), &file) == 0 &&
+           (is_file_of(verified, file) || sja_verify_hash(archive.get(), key));
+}
+
 int verify_with_key(const char* path, RSA* key) {
     const std::string unquoted = without_quotes(path);
     logmsg(4, "Public key found. Proceeding with verification", function_tag);
@@ -39,10 +58,10 @@ int verify_with_key(const char* path, RSA* key) {
         logmsgf(16, function_tag, "Could not open SJA file at path [%s].", unquoted.c_str());
         return 7235;
     }
-    if (!sja_verify_hash(archive.get(), key)) {
-        logmsgf(16, function_tag, "Signature invalid for SJA file [%s].", unquoted.c_str());
-        return 7236;
-    }
+    if (!sja_verify_hash(archive.get(), key))
+        return refuse_signature(unquoted.c_str());
+    if (unquoted != path && !is_verified_too(path, archive.get(), key))
+        return refuse_signature(path);
     logmsgf(4, function_tag, "Signature of SJA file [%s] is verified.", path);
     return 0;
 }

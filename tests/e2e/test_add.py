@@ -114,6 +114,20 @@ def test_a_path_in_double_quotes_is_verified_without_them(qvrepo, master, tmp_pa
     assert outcome.status == 7265 & 0xFF, "the quoted name has no known type"
 
 
+@pytest.mark.parametrize("make", [make_single, make_bundle])
+@pytest.mark.parametrize("quoted", ['x"/{}', '"x"/{}', 'x/"{}', 'x/{}"'])
+def test_an_unsigned_file_does_not_get_in_beside_a_signed_one_without_its_quotes(
+        qvrepo, untouched, tmp_path, log_records, make, quoted):
+    (tmp_path / "x").mkdir()
+    package = make(tmp_path / "x")
+    unsigned = tmp_path / quoted.format(package.name)
+    unsigned.parent.mkdir(exist_ok=True)
+    unsigned.write_bytes(package.read_bytes())
+    flip_byte(unsigned, -1)
+    assert qvrepo("-add", unsigned) == INVALID_SIGNATURE
+    assert (16, "QvRepoHelper::verifySja", f"Signature invalid for SJA file [{unsigned}].") in log_records()
+
+
 @pytest.mark.parametrize("pipe", ["package", "key"])
 def test_a_pipe_is_not_waited_for(qvrepo, untouched, tmp_path, pipe):
     package = make_single(tmp_path)

@@ -133,6 +133,52 @@ TEST_F(PackageVerification, OpensAQuotedPathWithoutItsQuotes) {
     EXPECT_EQ(log_.records().back(), invalid());
 }
 
+TEST_F(PackageVerification, ChecksTheFileUnderAQuotedPathToo) {
+    std::filesystem::create_directory(directory_.path("x"));
+    std::filesystem::create_directory(directory_.path("x\""));
+    std::filesystem::copy(path_, directory_.path("x/pack.sja"));
+    for (const char* name : {"x\"/pack.sja", "pa\"ck.sja", "\"pack.sja\""}) {
+        const std::string quoted = directory_.path(name);
+        write_file(quoted, std::string(600, 'u'));
+        EXPECT_EQ(QvRepoHelper::verifySja(quoted.c_str()), 7236) << name;
+        EXPECT_EQ(log_.records().back(), record(16, "Signature invalid for SJA file [" + quoted + "]."));
+
+        write_file(quoted, read_file(path_));
+        EXPECT_EQ(QvRepoHelper::verifySja(quoted.c_str()), 0) << name;
+        EXPECT_EQ(log_.records().back(), record(4, "Signature of SJA file [" + quoted + "] is verified."));
+    }
+}
+
+TEST_F(PackageVerification, KeepsAnUnsignedFileUnderAQuotedPathOutOfTheRepository) {
+    std::filesystem::create_directory(directory_.path("x\""));
+    const std::string quoted = directory_.path("x\"/pack.sja");
+    std::filesystem::create_directory(directory_.path("x"));
+    std::filesystem::copy(path_, directory_.path("x/pack.sja"));
+    write_file(quoted, sja_bytes({{"inner.sja", "unsigned"}}));
+    std::string destination;
+    EXPECT_EQ(QvRepoHelper::copySja(quoted.c_str()), 7236);
+    EXPECT_EQ(QvRepoHelper::copySja(quoted.c_str(), destination, ""), 7236);
+    EXPECT_EQ(QvRepoHelper::extractSja(quoted.c_str()), 7236);
+    EXPECT_THAT(root_.repository_names(), ElementsAre());
+}
+
+TEST_F(PackageVerification, ChecksAFileOnceThatHasBothAQuotedPathAndTheOneWithoutQuotes) {
+    const std::string quoted = directory_.path("\"pack.sja");
+    std::filesystem::create_symlink("pack.sja", quoted);
+    EXPECT_EQ(QvRepoHelper::verifySja(quoted.c_str()), 0);
+    std::filesystem::remove(path_);
+    EXPECT_EQ(QvRepoHelper::verifySja(quoted.c_str()), 7225) << "a link to nowhere";
+}
+
+TEST_F(PackageVerification, RefusesAQuotedPathToWhatHasNoSignature) {
+    const std::string quoted = directory_.path("pack.sja\"");
+    std::filesystem::create_directory(quoted);
+    EXPECT_EQ(QvRepoHelper::verifySja(quoted.c_str()), 7236);
+    std::filesystem::remove(quoted);
+    ASSERT_EQ(mkfifo(quoted.c_str(), 0600), 0);
+    EXPECT_EQ(QvRepoHelper::verifySja(quoted.c_str()), 7236);
+}
+
 TEST_F(PackageVerification, Reports7235ForAPipeAndDoesNotWaitForItsWriter) {
     std::filesystem::remove(path_);
     ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
