@@ -53,7 +53,7 @@ bool entry_file::open(const std::string& path, FILE* archive) {
             return false;
         special_ = std::move(existing);
     } else {
-        pending_.emplace(behind_links(path), PendingFile::Neighbours::any);
+        pending_.emplace(behind_links(path));
         if (pending_->open(0666) != 0)
             return false;
     }

@@ -9,8 +9,8 @@
 // name last; the folder is flushed after. A file that has the name already keeps it until then; a symbolic
 // link of that name is replaced, not followed. The copy's mode is the source's permission bits without the
 // set-id bits, less the process's mask. A failure leaves nothing behind, except that a copy that has taken an
-// earlier file's place stays when the folder cannot be flushed. A kill may leave a hidden ".NAME.part", which
-// the next copy to that name removes.
+// earlier file's place stays when the folder cannot be flushed. A kill may leave a hidden temporary file,
+// which the next copy to that name removes (platform/pending_file.h).
 int fileCOPY(const char* from, const char* to);
 
 // Removes the file `path`. Returns 0 or an errno (EINVAL for a null path).

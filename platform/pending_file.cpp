@@ -1,31 +1,72 @@
 #include "platform/pending_file.h"
 
 #include <cerrno>
+#include <cinttypes>
 #include <climits>
+#include <cstdio>
+#include <ctime>
+#include <dirent.h>
 #include <fcntl.h>
+#include <memory>
+#include <string_view>
 #include <sys/file.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
-std::string folder_of(const std::string& path) {
+// A temporary name ends in ".<16 hex digits>.part".
+constexpr std::string_view ENDING = ".part";
+constexpr std::size_t DIGITS = 16;
+constexpr std::size_t TAIL = 1 + DIGITS + ENDING.size();
+
+// One try is enough, unless somebody takes or locks every name at once.
+constexpr int MAX_TRIES = 100;
+
+// The start of 2000, in seconds: older than any file that a writer can have left.
+constexpr std::time_t FIRST_TIME = 946684800;
+
+struct close_directory {
+    void operator()(DIR* directory) const { closedir(directory); }
+};
+
+// What the temporary names of a file have before their digits; the name is cut so that all fits.
+std::string temporary_head(const std::string& name) {
+    return "." + name.substr(0, NAME_MAX - 1 - TAIL);
+}
+
+bool is_temporary_name(std::string_view name) {
+    if (name.size() < TAIL || name.front() != '.')
+        return false;
+    name.remove_prefix(name.size() - TAIL);
+    return name.front() == '.' && name.find_first_not_of("0123456789abcdef", 1) == 1 + DIGITS &&
+           name.substr(1 + DIGITS) == ENDING;
+}
+
+bool has_name(int file, int folder, const char* name) {
+    struct stat opened = {};
+    struct stat named = {};
+    return fstat(file, &opened) == 0 && fstatat(folder, name, &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+}
+
+} // namespace
+
+std::string directory_of(const std::string& path) {
     const std::size_t slash = path.rfind('/');
     if (slash == std::string::npos)
         return ".";
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-std::string temporary_name_of(const std::string& name) {
-    static const std::string ending = ".part";
-    return "." + name.substr(0, NAME_MAX - 1 - ending.size()) + ending;
+int flush_directory(int directory) {
+    return fsync(directory) == 0 || errno == EINVAL ? 0
+                                                    : errno; // EINVAL: this file system does not flush them
 }
 
-} // namespace
-
-PendingFile::PendingFile(const std::string& path, Neighbours neighbours)
-    : folder_path_(folder_of(path)), name_(path.substr(path.rfind('/') + 1)),
-      temporary_name_(temporary_name_of(name_)), neighbours_(neighbours) {}
+PendingFile::PendingFile(const std::string& path)
+    : folder_path_(directory_of(path)), name_(path.substr(path.rfind('/') + 1)) {}
 
 PendingFile::~PendingFile() {
     remove_temporary();
@@ -37,58 +78,81 @@ int PendingFile::open(mode_t mode) {
     folder_ = FileDescriptor(::open(folder_path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder_.is_open())
         return errno;
+    remove_left_files();
     file_ = FileDescriptor(openat(folder_.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, mode));
-    if (file_.is_open())
+    if (file_.is_open()) {
+        // Before the file can have a name: nobody ever sees it unlocked.
+        static_cast<void>(lock());
         return 0;
+    }
     // EISDIR and EINVAL are how file systems answer that do not know the flag at all.
-    if (errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL)
-        return open_temporary(mode);
-    return errno;
-}
-
-int PendingFile::open_temporary(mode_t mode) {
-    free_temporary_name();
-    file_ = FileDescriptor(openat(folder_.get(), temporary_name_.c_str(),
-                                  O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
-    has_temporary_name_ = file_.is_open();
-    return has_temporary_name_ ? 0 : errno;
+    if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)
+        return errno;
+    return take_temporary_name([this, mode] {
+        file_ = FileDescriptor(openat(folder_.get(), temporary_name_.c_str(),
+                                      O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+        if (!file_.is_open())
+            return errno;
+        // Up to here another writer of this name may have taken the file for one that was left.
+        if (lock() && has_name(file_.get(), folder_.get(), temporary_name_.c_str()))
+            return 0;
+        remove_temporary();
+        return EEXIST;
+    });
 }
 
 int PendingFile::commit() {
+    // A file that is called like a temporary one for good, as an archive's entry may be, is told apart by its
+    // time.
+    const timespec before_all[2] = {};
+    if (is_temporary_name(name_) && futimens(file_.get(), before_all) != 0)
+        return errno;
     if (fsync(file_.get()) != 0)
         return errno;
-    const int error = take_name();
+    int error = take_name();
     if (error != 0)
         return error;
-    if (fsync(folder_.get()) == 0 || errno == EINVAL) // EINVAL: this file system does not flush folders
-        return 0;
-    const int flush_error = errno;
+    error = flush_directory(folder_.get());
     // Where an earlier file is gone, the new one is whole and better than none.
-    if (!replaces_)
+    if (error != 0 && !replaces_ && has_name(file_.get(), folder_.get(), name_.c_str()))
         unlinkat(folder_.get(), name_.c_str(), 0);
-    return flush_error;
+    return error;
 }
 
 int PendingFile::take_name() {
-    if (!has_temporary_name_) {
-        if (neighbours_ == Neighbours::known)
-            free_temporary_name();
+    if (temporary_name_.empty()) {
         int error = link_as(name_);
         if (error != EEXIST)
             return error;
-        // No call gives a nameless file a name that is taken, so it takes the temporary one first.
-        free_temporary_name();
-        error = link_as(temporary_name_);
+        // No call gives a nameless file a name that is taken, so it takes a temporary one first.
+        error = take_temporary_name([this] { return link_as(temporary_name_); });
         if (error != 0)
             return error;
-        has_temporary_name_ = true;
     }
     struct stat earlier = {};
     replaces_ = fstatat(folder_.get(), name_.c_str(), &earlier, AT_SYMLINK_NOFOLLOW) == 0;
     if (renameat(folder_.get(), temporary_name_.c_str(), folder_.get(), name_.c_str()) != 0)
         return errno;
-    has_temporary_name_ = false;
+    temporary_name_.clear();
     return 0;
+}
+
+// Lets `take` try new temporary names while it returns EEXIST. Returns 0 or an errno.
+template <typename Take>
+int PendingFile::take_temporary_name(const Take& take) {
+    int error = EEXIST;
+    for (int i = 0; i < MAX_TRIES && error == EEXIST; ++i) {
+        std::uint64_t number = 0;
+        if (getrandom(&number, sizeof number, 0) != sizeof number)
+            return errno;
+        char tail[TAIL + 1];
+        std::snprintf(tail, sizeof tail, ".%016" PRIx64 "%s", number, ENDING.data());
+        temporary_name_ = temporary_head(name_) + tail;
+        error = take();
+    }
+    if (error != 0)
+        temporary_name_.clear();
+    return error;
 }
 
 int PendingFile::link_as(const std::string& name) const {
@@ -102,16 +166,36 @@ int PendingFile::link_as(const std::string& name) const {
                                                                                                     : errno;
 }
 
-// Removes what a killed writer left, and keeps the name from others until this file is done. A file system
-// without locks leaves two writers of one name unprotected from each other.
-void PendingFile::free_temporary_name() const {
-    while (flock(folder_.get(), LOCK_EX) != 0 && errno == EINTR) {
+// False when another process has locked the file. A file system without locks leaves it unlocked, and no file
+// there counts as left.
+bool PendingFile::lock() const {
+    return flock(file_.get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+}
+
+// Removes what killed writers of this name left.
+void PendingFile::remove_left_files() const {
+    const std::unique_ptr<DIR, close_directory> folder(opendir(folder_path_.c_str()));
+    const std::string head = temporary_head(name_);
+    while (const dirent* entry = folder ? readdir(folder.get()) : nullptr) {
+        const std::string_view name = entry->d_name;
+        if (is_temporary_name(name) && name.substr(0, name.size() - TAIL) == head)
+            remove_if_left(entry->d_name);
     }
-    unlinkat(folder_.get(), temporary_name_.c_str(), 0);
+}
+
+void PendingFile::remove_if_left(const char* temporary_name) const {
+    const FileDescriptor file(
+        openat(folder_.get(), temporary_name, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC));
+    struct stat status = {};
+    // A shared lock, as a network's file system may want a file open for writing for the other kind.
+    if (file.is_open() && fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) &&
+        status.st_uid == geteuid() && status.st_nlink == 1 && status.st_mtime >= FIRST_TIME &&
+        flock(file.get(), LOCK_SH | LOCK_NB) == 0 && has_name(file.get(), folder_.get(), temporary_name))
+        unlinkat(folder_.get(), temporary_name, 0);
 }
 
 void PendingFile::remove_temporary() {
-    if (has_temporary_name_)
+    if (!temporary_name_.empty() && has_name(file_.get(), folder_.get(), temporary_name_.c_str()))
         unlinkat(folder_.get(), temporary_name_.c_str(), 0);
-    has_temporary_name_ = false;
+    temporary_name_.clear();
 }

@@ -9,20 +9,16 @@
 #include <sys/types.h>
 
 // The bytes go to a nameless file, which vanishes with the process that writes it. Where the file system has
-// none, and for the moment in which an earlier file is replaced, the file bears the temporary name
-// ".NAME.part" in the same folder. Only a kill leaves that name behind, and the next pending file for NAME
-// removes it; it is hidden and ends in ".part", so nobody takes it for the file itself. While the temporary
-// name may be in use the folder is locked (flock), so that two writers of one name do not take it from each
-// other.
+// none, and for the moment in which an earlier file is replaced, the file bears a temporary name in the same
+// directory, ".NAME.<16 random hex digits>.part", that nobody else has. It is hidden and ends in ".part", so
+// nobody takes it for the file itself. The writer holds a lock (flock) on its own file, never on anything
+// else, and waits for none: only a kill leaves a temporary name with a file that nobody has locked, and the
+// next pending file for NAME removes it. What no writer of this user can have left stays: a file that is
+// locked, belongs to another user or has a second name, and everything that is not a regular file.
 class PendingFile {
   public:
-    // What else is put into the folder: files whose names nobody mistakes for the temporary one, or files of
-    // any name.
-    enum class Neighbours { known, any };
-
-    // For the file `path`; touches nothing yet. Among `any` neighbours a file that bears the temporary name
-    // is removed only when the name is needed.
-    explicit PendingFile(const std::string& path, Neighbours neighbours = Neighbours::known);
+    // For the file `path`; touches nothing yet.
+    explicit PendingFile(const std::string& path);
 
     PendingFile(const PendingFile&) = delete;
     PendingFile& operator=(const PendingFile&) = delete;
@@ -44,20 +40,27 @@ class PendingFile {
     int commit();
 
   private:
-    int open_temporary(mode_t mode);
+    template <typename Take>
+    int take_temporary_name(const Take& take);
     int take_name();
     int link_as(const std::string& name) const;
-    void free_temporary_name() const;
+    bool lock() const;
+    void remove_left_files() const;
+    void remove_if_left(const char* temporary_name) const;
     void remove_temporary();
 
     std::string folder_path_;
     std::string name_;
-    std::string temporary_name_;
-    Neighbours neighbours_;
+    std::string temporary_name_; // empty while the file bears none
     FileDescriptor folder_;
     FileDescriptor file_;
-    bool has_temporary_name_ = false;
     bool replaces_ = false; // whether another file had the name
 };
+
+// The directory of the file `path`; "." for a path without one.
+std::string directory_of(const std::string& path);
+
+// Flushes an open directory. Returns 0, also where the file system does not flush directories, or an errno.
+int flush_directory(int directory);
 
 #endif

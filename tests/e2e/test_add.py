@@ -1,5 +1,6 @@
 """-add: what reaches the service, the repository and the user."""
 
+import fcntl
 import json
 import os
 import shutil
@@ -140,6 +141,18 @@ def test_a_pipe_is_not_waited_for(qvrepo, untouched, tmp_path, pipe):
     finally:
         replaced.unlink()
         replaced.write_bytes(content)
+
+
+@pytest.mark.parametrize("make", [make_single, make_bundle])
+def test_a_lock_on_the_repository_is_not_waited_for(qvrepo, master, repository, tmp_path, make):
+    directory = os.open(REPOSITORY, os.O_RDONLY)
+    try:
+        fcntl.flock(directory, fcntl.LOCK_EX)
+        for number in (1, 2):
+            assert qvrepo("-add", make(tmp_path)) == added(number), "the second over earlier files"
+            assert master.delete(number).status == 204
+    finally:
+        os.close(directory)
 
 
 def test_the_log_of_a_whole_add(qvrepo, master, tmp_path, log_records):

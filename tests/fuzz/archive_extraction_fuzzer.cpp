@@ -118,13 +118,6 @@ std::string data_of(const ModelEntry& entry, const std::string& archive) {
     return data;
 }
 
-// The name that a file bears while it replaces an earlier one; whatever has it already goes.
-std::string temporary_place_of(const std::string& place) {
-    constexpr std::size_t LONGEST = 249;
-    const std::size_t name = place.rfind('/') + 1;
-    return place.substr(0, name) + "." + place.substr(name, LONGEST) + ".part";
-}
-
 struct Expectation {
     bool success = false;
     Files files;
@@ -143,8 +136,6 @@ Expectation expected_of(const World& world, const std::string& bytes) {
             expected.success = false;
             break;
         }
-        if (files.count(*place) != 0)
-            files.erase(temporary_place_of(*place));
         files[*place] = {data_of(entry, archive), entry.mode & 07777U};
         archive.resize(entry.offset);
     }

@@ -100,10 +100,17 @@ TEST_F(Extraction, LeavesTheFirstOfTwoEntriesOfOneName) {
 }
 
 TEST_F(Extraction, LeavesAFileThatIsNamedLikeAnUnfinishedOne) {
-    EXPECT_EQ(extract(sja_bytes({{"x", "12345"}, {".x.part", "part"}})), 1);
-    EXPECT_THAT(directory_.names(), ElementsAre("out/", "out/.x.part", "out/x"));
-    EXPECT_EQ(contents("x"), "12345");
-    EXPECT_EQ(contents(".x.part"), "part");
+    const std::string name = ".x.0123456789abcdef.part";
+    for (const bool earlier : {false, true}) {
+        if (earlier)
+            write_file(in_out("x"), "earlier");
+        EXPECT_EQ(extract(sja_bytes({{"x", "12345"}, {name, "part"}})), 1);
+        EXPECT_THAT(directory_.names(), ElementsAre("out/", "out/" + name, "out/x"));
+        EXPECT_EQ(contents("x"), "12345");
+        EXPECT_EQ(contents(name), "part");
+    }
+    EXPECT_EQ(extract(sja_bytes({{"x", "of another archive"}})), 1);
+    EXPECT_EQ(contents(name), "part");
 }
 
 TEST_F(Extraction, SetsTheLow12BitsOfTheStoredModeWhateverTheMask) {

@@ -10,6 +10,8 @@
 #include <csignal>
 #include <fcntl.h>
 #include <memory>
+#include <set>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -53,6 +55,14 @@ mode_t mode_of(const std::string& path) {
     return status.st_mode & 07777U;
 }
 
+// Whether `text` is ".NAME.<16 hex digits>.part".
+bool is_temporary_name_of(const std::string& name, const std::string& text) {
+    const std::size_t digits = name.size() + 2;
+    return text.size() == digits + 16 + 5 && text.substr(0, digits) == "." + name + "." &&
+           text.find_first_not_of("0123456789abcdef", digits) == digits + 16 &&
+           text.substr(digits + 16) == ".part";
+}
+
 class FileCopy : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -83,6 +93,23 @@ class FileCopy : public ::testing::Test {
         int status = 0;
         waitpid(child, &status, 0);
         ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
+    }
+
+    // Copies in a process of its own, which the prepared fault stops, and does `action` meanwhile. Returns
+    // what the copy returned.
+    template <typename Action>
+    int copy_around(const Action& action) const {
+        const pid_t child = fork();
+        if (child == 0)
+            _exit(copy());
+        int status = 0;
+        EXPECT_EQ(waitpid(child, &status, WUNTRACED), child);
+        EXPECT_TRUE(WIFSTOPPED(status)) << status;
+        faults().reset();
+        action();
+        kill(child, SIGCONT);
+        waitpid(child, &status, 0);
+        return WEXITSTATUS(status);
     }
 
     TemporaryDirectory folder_;
@@ -235,7 +262,8 @@ TEST_F(FileCopy, OntoAFolderFails) {
 TEST_F(FileCopy, OntoAFolderRightBelowTheRootFailsThereAndLeavesNothing) {
     const int error = fileCOPY(from_.c_str(), "/usr");
     EXPECT_TRUE(error == EISDIR || error == EACCES || error == EROFS) << error;
-    EXPECT_FALSE(std::filesystem::exists("/.usr.part"));
+    for (const auto& entry : std::filesystem::directory_iterator("/"))
+        EXPECT_NE(entry.path().filename().string().rfind(".usr.", 0), 0U) << entry.path();
 }
 
 TEST_F(FileCopy, OfANullPathFails) {
@@ -410,13 +438,6 @@ TEST_F(FileCopy, GoesOnAfterASignal) {
     EXPECT_TRUE(read_file(to_) == long_text());
 }
 
-TEST_F(NamedFileCopy, GoesOnWaitingForItsTurnAfterASignal) {
-    faults().fail_next("flock", EINTR);
-    EXPECT_EQ(copy(), 0);
-    EXPECT_EQ(faults().count("flock"), 2);
-    EXPECT_TRUE(read_file(to_) == long_text());
-}
-
 TEST_F(NamedFileCopy, GoesOnWhereTheFileSystemHasNoLocks) {
     faults().fail_always("flock", ENOLCK);
     EXPECT_EQ(copy(), 0);
@@ -455,7 +476,9 @@ TEST_F(FileCopy, KilledBetweenTheTwoNamesLeavesAHiddenOneThatTheNextCopyRemoves)
     write_file(to_, "earlier");
     faults().kill_at("renameat");
     copy_until_killed();
-    EXPECT_EQ(repository(), (Names{".package.sja.part", "package.sja"}));
+    const Names left = repository();
+    ASSERT_EQ(left.size(), 2U);
+    EXPECT_TRUE(is_temporary_name_of("package.sja", left[0])) << left[0];
     EXPECT_EQ(read_file(to_), "earlier");
 
     faults().reset();
@@ -466,25 +489,151 @@ TEST_F(FileCopy, KilledBetweenTheTwoNamesLeavesAHiddenOneThatTheNextCopyRemoves)
 }
 
 TEST_F(NamedFileCopy, KilledWhileItWritesLeavesAHiddenNameThatTheNextCopyRemoves) {
+    for (const char* call : {"flock", "copy_file_range"}) {
+        faults().kill_at(call);
+        copy_until_killed();
+        const Names left = repository();
+        ASSERT_EQ(left.size(), 1U) << call;
+        EXPECT_TRUE(is_temporary_name_of("package.sja", left[0])) << left[0];
+        faults().reset();
+        faults().unknown_open_flags = O_TMPFILE & ~O_DIRECTORY;
+        EXPECT_EQ(copy(), 0) << call;
+        EXPECT_EQ(repository(), Names{"package.sja"}) << call;
+        EXPECT_TRUE(read_file(to_) == long_text()) << call;
+        std::filesystem::remove(to_);
+    }
+}
+
+// A long name is cut in its temporary form.
+TEST_F(NamedFileCopy, KilledLeavesAHiddenNameOfTheLongestNames) {
+    to_ = folder_.path("repo/" + std::string(255, 'n'));
     faults().kill_at("copy_file_range");
     copy_until_killed();
-    EXPECT_EQ(repository(), Names{".package.sja.part"});
+    ASSERT_EQ(repository().size(), 1U);
+    EXPECT_TRUE(is_temporary_name_of(std::string(232, 'n'), repository()[0])) << repository()[0];
     faults().reset();
-    faults().unknown_open_flags = O_TMPFILE & ~O_DIRECTORY;
+    EXPECT_EQ(copy(), 0);
+    EXPECT_EQ(repository(), Names{std::string(255, 'n')});
+}
+
+TEST_F(FileCopy, NeverTakesTheSameTemporaryNameTwice) {
+    write_file(to_, "earlier");
+    std::set<std::string> names;
+    for (int i = 0; i < 8; ++i) {
+        faults().reset();
+        faults().kill_at("renameat");
+        copy_until_killed();
+        names.insert(repository()[0]);
+        std::filesystem::remove(folder_.path("repo/" + repository()[0]));
+    }
+    EXPECT_EQ(names.size(), 8U);
+}
+
+// What is not a killed copy's stays: only a file that its writer could have left goes.
+TEST_F(FileCopy, RemovesTheLeftFileOfItsOwnNameAndNothingElse) {
+    const auto in_repository = [this](const std::string& name) { return folder_.path("repo/" + name); };
+    const std::string digits = ".0123456789abcde";
+    const Names others = {".other.sja" + digits + "f.part",
+                          ".package.sja" + digits + ".part",
+                          ".package.sja" + digits + "ff.part",
+                          ".package.sja" + digits + "F.part",
+                          ".package.sja" + digits + "g.part",
+                          ".package.sja" + digits + "f.part1",
+                          ".package.sja.part",
+                          "package.sja" + digits + "f.part",
+                          ".package.sja0" + digits + "f.part",
+                          "x.package.sja" + digits + "f.part"};
+    for (const std::string& name : others)
+        write_file(in_repository(name), "another's");
+    std::filesystem::create_directory(in_repository(".package.sja" + digits + "0.part"));
+    std::filesystem::create_symlink("nowhere", in_repository(".package.sja" + digits + "1.part"));
+    ASSERT_EQ(mkfifo(in_repository(".package.sja" + digits + "2.part").c_str(), 0600), 0);
+    write_file(in_repository(".package.sja" + digits + "3.part"), "has two names");
+    std::filesystem::create_hard_link(in_repository(".package.sja" + digits + "3.part"),
+                                      in_repository("second"));
+    const FileDescriptor locked(
+        open(in_repository(".package.sja" + digits + "5.part").c_str(), O_RDWR | O_CREAT, 0600));
+    ASSERT_EQ(flock(locked.get(), LOCK_EX), 0);
+    Names kept = repository();
+    write_file(in_repository(".package.sja" + digits + "f.part"), "a killed copy's");
+
+    EXPECT_EQ(copy(), 0);
+    kept.push_back("package.sja");
+    std::sort(kept.begin(), kept.end());
+    EXPECT_EQ(repository(), kept);
+}
+
+TEST_F(FileCopy, RemovesNoLeftFileOfAnotherUser) {
+    const std::string left = ".package.sja.0123456789abcdef.part";
+    write_file(folder_.path("repo/" + left), "another user's");
+    faults().effective_user = geteuid() + 1;
+    EXPECT_EQ(copy(), 0);
+    EXPECT_EQ(repository(), (Names{left, "package.sja"}));
+}
+
+TEST_F(FileCopy, KeepsAFileThatWasCopiedUnderANameLikeATemporaryOne) {
+    const std::string name = ".package.sja.0123456789abcdef.part";
+    ASSERT_EQ(fileCOPY(from_.c_str(), folder_.path("repo/" + name).c_str()), 0);
+    EXPECT_EQ(copy(), 0);
+    EXPECT_EQ(copy(), 0);
+    EXPECT_EQ(repository(), (Names{name, "package.sja"}));
+}
+
+TEST_F(FileCopy, KeepsTheTemporaryFileOfACopyThatIsUnderWay) {
+    for (const int unknown_flags : {0, O_TMPFILE & ~O_DIRECTORY}) {
+        write_file(to_, "earlier");
+        faults().unknown_open_flags = unknown_flags;
+        faults().stop_at("renameat");
+        EXPECT_EQ(copy_around([this] {
+                      EXPECT_EQ(copy(), 0);
+                      EXPECT_EQ(repository().size(), 2U);
+                  }),
+                  0);
+        EXPECT_EQ(repository(), Names{"package.sja"});
+        EXPECT_TRUE(read_file(to_) == long_text());
+    }
+}
+
+TEST_F(FileCopy, ThatFailsKeepsAnotherFileThatTookItsTemporaryName) {
+    write_file(to_, "earlier");
+    faults().stop_at("renameat", EIO);
+    Names with_another;
+    EXPECT_EQ(copy_around([&] {
+                  with_another = repository();
+                  std::filesystem::remove(folder_.path("repo/" + with_another[0]));
+                  write_file(folder_.path("repo/" + with_another[0]), "another's");
+              }),
+              EIO);
+    EXPECT_EQ(repository(), with_another);
+}
+
+TEST_F(FileCopy, WhoseFolderCannotBeFlushedKeepsAFileThatReplacedIt) {
+    faults().stop_at("fsync", EIO, 1);
+    EXPECT_EQ(copy_around([this] { EXPECT_EQ(copy(), 0); }), EIO);
+    EXPECT_EQ(repository(), Names{"package.sja"});
+}
+
+// A process that looks for left files may hold the new one for a moment, and removes it then.
+TEST_F(NamedFileCopy, TakesAnotherNameWhenItsNewFileIsTakenForALeftOne) {
+    faults().fail_next("flock", EWOULDBLOCK);
     EXPECT_EQ(copy(), 0);
     EXPECT_EQ(repository(), Names{"package.sja"});
     EXPECT_TRUE(read_file(to_) == long_text());
 }
 
-TEST_F(FileCopy, DoesNotFollowALinkUnderTheTemporaryName) {
-    write_file(folder_.path("target"), "untouched");
+TEST_F(NamedFileCopy, WhoseEveryFileIsTakenForALeftOneEndsAndLeavesNothing) {
+    faults().fail_always("flock", EWOULDBLOCK);
+    EXPECT_EQ(copy(), EEXIST);
+    EXPECT_EQ(repository(), Names{});
+}
+
+TEST_F(FileCopy, DoesNotWaitForALockOnItsFolder) {
+    const FileDescriptor folder(open(folder_.path("repo").c_str(), O_RDONLY | O_DIRECTORY));
+    ASSERT_EQ(flock(folder.get(), LOCK_EX), 0);
     for (const int unknown_flags : {0, O_TMPFILE & ~O_DIRECTORY}) {
         faults().unknown_open_flags = unknown_flags;
-        write_file(to_, "earlier");
-        std::filesystem::create_symlink(folder_.path("target"), folder_.path("repo/.package.sja.part"));
         EXPECT_EQ(copy(), 0);
-        EXPECT_EQ(read_file(folder_.path("target")), "untouched");
-        EXPECT_EQ(repository(), Names{"package.sja"});
+        EXPECT_EQ(copy(), 0) << "over an earlier file";
     }
 }
 

@@ -29,8 +29,10 @@ bool SystemFaults::fails(const std::string& call) {
         --fault.times;
     if (fault.error == KILL)
         static_cast<void>(raise(SIGKILL));
+    if (fault.stops)
+        static_cast<void>(raise(SIGSTOP));
     errno = fault.error;
-    return true;
+    return fault.error != 0;
 }
 
 SystemFaults& faults() {

@@ -21,6 +21,11 @@ class SystemFaults {
     void fail_always(const std::string& call, int error) { faults_[call] = {error, 0, -1}; }
     // The process is killed as it enters `call`, after `passed` calls that go well.
     void kill_at(const std::string& call, int passed = 0) { faults_[call] = {KILL, passed, 1}; }
+    // The process is stopped as it enters `call`, after `passed` calls that go well. When it is told to go
+    // on, the call fails with `error`, or goes well where that is 0.
+    void stop_at(const std::string& call, int error = 0, int passed = 0) {
+        faults_[call] = {error, passed, 1, true};
+    }
 
     // The flags of openat that fail, as on a file system that does not know them, and how.
     int unknown_open_flags = 0;
@@ -51,6 +56,7 @@ class SystemFaults {
         int error;
         int passed;
         int times;
+        bool stops = false;
     };
     std::map<std::string, Fault> faults_;
     std::map<std::string, int> counts_;
