@@ -48,7 +48,8 @@ int copySja(const char* source, std::string& destination, std::string name);
 int copySja(const char* source);
 
 // Extracts the envelope `source` into the repository, by way of a temporary copy there that is gone
-// afterwards. Returns 0, 7252 (extraction failed; files extracted before stay) or the code of copySja.
+// afterwards. Returns 0, 7252 (extraction failed; files extracted before stay) or the code of copySja. While
+// another process extracts a temporary copy of that name, that copy is left alone (7252).
 int extractSja(const char* source);
 
 // Checks the signature of the package file `path` against the package-signing public key. Returns 0, 7225 (no

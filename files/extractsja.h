@@ -65,7 +65,8 @@ stat_array* stat_archive(const char* path);
 block_info* extract_block(FILE* archive, block_info* block, const char* directory);
 
 // Extracts the archive at `path` into the existing `directory` and deletes it. 1 on success; 0 on failure,
-// with the archive left holding the entries that were not written out.
+// with the archive left holding the entries that were not written out. Fails, with nothing changed, while
+// another process extracts the archive; a file that takes its name meanwhile is not deleted.
 int do_extract(const char* path, const char* directory);
 
 // high * 256 + low.

@@ -4,11 +4,16 @@
 #include "platform/debug_log.h"
 #include "platform/file_ops.h"
 #include "platform/paths.h"
+#include "platform/regular_file.h"
 #include "seam/T.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <limits>
 #include <memory>
+
+#include <sys/file.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -65,18 +70,35 @@ bool repository_exists() {
     return false;
 }
 
-int copy_to(const char* source, const std::string& destination) {
-    const int result = T::fileCOPY(source, destination.c_str());
-    // Logged before the result is looked at; readers of the log know it as the trace of the attempt.
-    logmsgf(4, copy_tag, "Copied package file [%s] to [%s].", source, destination.c_str());
-    if (result == 0)
+int status_of_copy(int error, const char* source) {
+    if (error == 0)
         return 0;
     logmsgf(16, copy_tag, "Unable to copy package file [%s] to [%s].", source, REPOSITORY_DIRECTORY);
     return 7214;
 }
 
+int copy_to(const char* source, const std::string& destination) {
+    const int result = T::fileCOPY(source, destination.c_str());
+    // Logged before the result is looked at; readers of the log know it as the trace of the attempt.
+    logmsgf(4, copy_tag, "Copied package file [%s] to [%s].", source, destination.c_str());
+    return status_of_copy(result, source);
+}
+
+int refuse_extraction(const char* source) {
+    logmsgf(16, extract_tag, "Failed extracting [%s] to directory [%s]", source, REPOSITORY_DIRECTORY);
+    return 7252;
+}
+
+// Whether another process extracts the temporary copy `path`.
+bool is_in_use(const std::string& path) {
+    FileDescriptor file;
+    struct stat status = {};
+    return open_regular_file(path.c_str(), file, status) == 0 && flock(file.get(), LOCK_SH | LOCK_NB) != 0 &&
+           errno == EWOULDBLOCK;
+}
+
 void delete_temporary(const std::string& path) {
-    if (T::fileDELETE(path.c_str()) != 0)
+    if (is_in_use(path) || T::fileDELETE(path.c_str()) != 0)
         logmsgf(16, extract_tag, "Could not delete temporary package file [%s].", path.c_str());
 }
 
@@ -100,7 +122,8 @@ int QvRepoHelper::copySja(const char* source, std::string& destination, std::str
     if (sameFile(source, destination)) {
         logmsgf(4, copy_tag, "[%s] to [%s] are the same file, no file copy necessary.", source,
                 destination.c_str());
-        return 0;
+        // Whoever put the file there need not have brought it to the disk.
+        return status_of_copy(flush_file(destination.c_str()), source);
     }
     if (fits)
         return copy_to(source, destination);
@@ -123,8 +146,14 @@ int QvRepoHelper::copySja(const char* source) {
 }
 
 int QvRepoHelper::extractSja(const char* source) {
+    if (is_in_use(place_in_repository(source, "tmp_")))
+        return refuse_extraction(source);
     std::string temporary;
-    if (const int code = T::copySja(source, temporary, "tmp_"); code != 0) {
+    // A copy that others could open is one that they could lock, and nobody could extract it.
+    const mode_t mask = umask(077);
+    const int code = T::copySja(source, temporary, "tmp_");
+    umask(mask);
+    if (code != 0) {
         logmsgf(16, extract_tag,
                 "Failed to copy the input sja file to repository. Error code returned from copySja %d.",
                 code);
@@ -140,7 +169,7 @@ int QvRepoHelper::extractSja(const char* source) {
         logmsgf(4, extract_tag, "Successfully extracted [%s] to [%s].", source, REPOSITORY_DIRECTORY);
         return 0;
     }
-    logmsgf(16, extract_tag, "Failed extracting [%s] to directory [%s]", source, REPOSITORY_DIRECTORY);
+    const int status = refuse_extraction(source);
     delete_temporary(temporary);
-    return 7252;
+    return status;
 }

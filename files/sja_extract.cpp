@@ -5,12 +5,16 @@
 #include "files/extractsja.h"
 #include "files/file_stream.h"
 #include "files/sja_log.h"
+#include "platform/file_ops.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <new>
 #include <utility>
 #include <vector>
 
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 unsigned char extractsja_error = 0;
@@ -89,9 +93,23 @@ void cut_off(FILE* archive, std::uint64_t offset) {
         return;
 }
 
+// Locks the archive for as long as its stream is open; false when another process extracts it. Where the file
+// system has no locks, nobody is kept out.
+bool claim(FILE* archive) {
+    return flock(fileno(archive), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+}
+
+// Removes the archive, unless another file has taken its name meanwhile.
+void remove_archive(FILE* archive, const char* path) {
+    struct stat named = {};
+    if (stat(path, &named) == 0 && is_file_of(archive, named) && std::remove(path) == 0)
+        // Not tested: what comes back without it after a power failure is an archive without entries.
+        static_cast<void>(flush_directory_of(path));
+}
+
 bool extract_all(const char* path, const char* directory) {
     buffered_stream archive(std::fopen(path, "rb+e"));
-    if (!archive)
+    if (!archive || !claim(archive.get()))
         return false;
     block_list blocks = walk_archive(archive.get());
     if (!blocks)
@@ -102,8 +120,8 @@ bool extract_all(const char* path, const char* directory) {
         block = extract_block(stream, block, directory);
     if (extractsja_error != 0)
         return false;
+    remove_archive(stream, path); // while it is still locked
     static_cast<void>(std::fclose(stream));
-    static_cast<void>(std::remove(path));
     return true;
 }
 

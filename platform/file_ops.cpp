@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <linux/fs.h>
 #include <string_view>
 #include <sys/ioctl.h>
@@ -90,6 +91,20 @@ int fileCOPY(const char* from, const char* to) {
     if (error == 0)
         error = destination.commit();
     return error;
+}
+
+int flush_file(const char* path) {
+    FileDescriptor file;
+    struct stat status {};
+    const int error = open_regular_file(path, file, status);
+    if (error != 0)
+        return error;
+    return fsync(file.get()) == 0 ? flush_directory_of(path) : errno;
+}
+
+int flush_directory_of(const char* path) {
+    const FileDescriptor directory(open(directory_of(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return directory.is_open() ? flush_directory(directory.get()) : errno;
 }
 
 int fileDELETE(const char* path) {

@@ -13,6 +13,12 @@
 // which the next copy to that name removes (platform/pending_file.h).
 int fileCOPY(const char* from, const char* to);
 
+// Flushes the regular file `path` and the directory that holds its name to the disk. Returns 0 or an errno.
+int flush_file(const char* path);
+
+// Flushes the directory that holds the name `path`. Returns 0 or an errno.
+int flush_directory_of(const char* path);
+
 // Removes the file `path`. Returns 0 or an errno (EINVAL for a null path).
 int fileDELETE(const char* path);
 

@@ -36,11 +36,12 @@ PLACES = ("/repo", "/output", "<socket:", "<TCP:")
 
 def cannot_fail(call):
     """Whether an error of this call would show what no kernel does. strace answers in the kernel's stead: a descriptor
-    whose closing fails stays open, and a folder's lock with it, for which the program then waits; a close that really
-    fails closes all the same. And the flags of a descriptor can always be read and set."""
+    whose closing fails stays open, and the lock on a temporary copy with it, which the program then takes for another
+    process's; a close that really fails closes all the same. And the flags of a descriptor can always be read and
+    set."""
     if call.name == "fcntl":
         return "F_DUPFD" not in call.text
-    return call.name == "close" and call.text.split(">")[0].endswith(("/repo", "/output"))
+    return call.name == "close" and "/repo/tmp_" in call.text.split(">")[0]
 
 
 def kills_at_changing_calls(calls):

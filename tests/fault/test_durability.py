@@ -8,8 +8,9 @@ import re
 
 import pytest
 from campaign import SCENARIOS
-from packages import BUNDLE, INNER, SINGLE
-from world import await_that
+from injector import trace
+from packages import BUNDLE, INNER, SINGLE, make_single
+from world import PROGRAMS, REPOSITORY, await_that
 
 NAMED_FILE = re.compile(r"[0-9]+<([^>]*)>")
 
@@ -80,14 +81,18 @@ def order(master, tmp_path, report):
     return trace
 
 
-REPOSITORY = "/usr/ormex/var/global/repo"
-
-
 @pytest.mark.parametrize("name", ["add a single package", "add a single package over an earlier file"])
 def test_a_copied_package_is_on_the_disk_before_success_is_told(order, name):
     calls, _ = order(name)
     folder_flushed = check_file(calls, SINGLE, REPOSITORY)
     in_order(folder_flushed, calls.only("write", "1<", "Successfully added"))
+
+
+def test_a_package_of_the_repository_itself_is_on_the_disk_before_success_is_told(tree, master, report):
+    package = make_single(REPOSITORY)
+    calls = Order(trace([PROGRAMS / "qvrepo", "-add", package], report))
+    in_order(calls.only("fsync", f"<{package}>"), calls.only("fsync", f"<{REPOSITORY}>"),
+             calls.only("write", "1<", "Successfully added"))
 
 
 @pytest.mark.parametrize("name", [
@@ -99,7 +104,9 @@ def test_an_extracted_file_is_on_the_disk_before_it_is_cut_off_the_archive(order
     first = check_file(calls, INNER[0], REPOSITORY)
     cuts = calls.all("ftruncate", f"/tmp_{BUNDLE}")
     removed = calls.only("unlink", f"/tmp_{BUNDLE}")
-    in_order(copied, second, cuts[0], first, cuts[1], removed, calls.only("write", "1<", "Successfully added"))
+    removal_flushed = calls.first_after(removed, "fsync", f"<{REPOSITORY}>")
+    in_order(copied, second, cuts[0], first, cuts[1], removed, removal_flushed,
+             calls.only("write", "1<", "Successfully added"))
 
 
 @pytest.mark.parametrize("name", ["add a single package", "add a bundle"])

@@ -5,7 +5,7 @@ import re
 
 import pytest
 from campaign import SCENARIOS
-from injector import Fault
+from injector import Fault, run_with_a_stop
 from packages import BUNDLE, INNER, SINGLE
 from scenarios import ADDING, EARLIER, EXISTS, NOT_FOUND, digest, digests
 from world import PACKAGES, REPOSITORY
@@ -153,6 +153,22 @@ def test_a_kill_before_an_earlier_file_is_replaced_leaves_a_hidden_file_until_th
     assert digests(REPOSITORY)[SINGLE] == digest(EARLIER)
     assert add.again() == []
     assert names() == [SINGLE]
+
+
+def test_a_bundle_is_refused_while_another_process_extracts_its_temporary_copy(scenario, master, qvrepo, report):
+    add = scenario("add a bundle")
+    cut = calls_to(add, "ftruncate", TEMPORARY)[0]
+    add.reset()
+
+    def add_again():
+        assert master.delete(add.registered()[0]).status == 204
+        assert qvrepo("-add", add.package) == NOT_EXTRACTED
+        assert add.registered() == []
+        assert names() == sorted([INNER[1], TEMPORARY])
+
+    run = run_with_a_stop(add.words(), report, cut, add_again)
+    assert (run.stderr, run.status) == ("", 0)
+    assert digests(REPOSITORY) == add.wanted
 
 
 # Once wrong

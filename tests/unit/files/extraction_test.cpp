@@ -10,6 +10,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -284,6 +285,33 @@ TEST_F(Extraction, WaitsForTheReaderOfAPipeThatIsFull) {
     late_reader.join();
     close(reader);
     EXPECT_EQ(received, 300000U);
+}
+
+TEST_F(Extraction, FailsWhileAnotherProcessExtractsTheArchive) {
+    const std::string bytes = sja_bytes({{"one", "1"}});
+    write_file(archive_, bytes);
+    const int other = open(archive_.c_str(), O_RDONLY);
+    ASSERT_EQ(flock(other, LOCK_EX), 0);
+    EXPECT_EQ(do_extract(archive_.c_str(), out_.c_str()), 0);
+    EXPECT_THAT(directory_.names(), ElementsAre("a.sja", "out/"));
+    EXPECT_EQ(read_file(archive_), bytes);
+    close(other);
+    EXPECT_EQ(do_extract(archive_.c_str(), out_.c_str()), 1);
+}
+
+TEST_F(Extraction, KeepsAnotherFileThatTookTheArchivesName) {
+    // While the only entry goes into a pipe that cannot hold it, another archive is put in place.
+    const int reader = open_pipe("pipe");
+    write_file(directory_.path("b.sja"), "another archive");
+    std::thread other([&] {
+        drain(reader, 1);
+        std::filesystem::rename(directory_.path("b.sja"), archive_);
+        drain(reader, 299999);
+    });
+    EXPECT_EQ(extract(sja_bytes({{"pipe", std::string(300000, 'p')}})), 1);
+    other.join();
+    close(reader);
+    EXPECT_EQ(read_file(archive_), "another archive");
 }
 
 TEST_F(Extraction, RefusesToWriteOverTheArchiveItself) {

@@ -2,6 +2,8 @@
 
 #include "files/QvRepoHelper.h"
 
+#include "platform/file_descriptor.h"
+#include "tests/support/child_process.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/product_root.h"
 #include "tests/support/real_helpers.h"
@@ -12,6 +14,10 @@
 
 #include <cerrno>
 #include <limits>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -189,6 +195,19 @@ TEST_F(PackageCopy, CopiesNothingWhenThePackageIsInTheRepository) {
     EXPECT_EQ(read_file(in_repo_), "the package");
 }
 
+TEST_F(PackageCopy, OfAPackageInTheRepositoryThatCannotBeBroughtToTheDiskReports7214) {
+    source_ = in_repo_;
+    write_file(source_, "the package");
+    const int result = with_failing_syscall(SYS_fsync, EIO, [this] {
+        return copy_as("") == 7214 &&
+                       log_.records().back() ==
+                           copying(16, "Unable to copy package file [" + source_ + "] to [" + REPO + "].")
+                   ? 7
+                   : 8;
+    });
+    EXPECT_EQ(result, 7);
+}
+
 TEST_F(PackageCopy, CopiesNothingThatIsInTheRepositoryEvenWithoutSpace) {
     source_ = in_repo_;
     write_file(source_, "the package");
@@ -319,4 +338,54 @@ TEST_F(PackageCopy, OfAnEnvelopeThatFailsEarlyTriesToRemoveTheEmptyPath) {
         EXPECT_EQ(records.back(), extracting(16, "Could not delete temporary package file []."));
         EXPECT_EQ(seam().calls.back(), "fileDELETE()");
     }
+}
+
+TEST_F(PackageCopy, OfAnEnvelopeReplacesATemporaryCopyThatAKillLeft) {
+    write_file(ProductRoot::in_repository("tmp_pack.sja"), "left");
+    write_file(source_, sja_bytes({{"one.sja", "1"}}));
+    EXPECT_EQ(extract(), 0);
+    EXPECT_THAT(root_.repository_names(), ElementsAre("one.sja"));
+}
+
+TEST_F(PackageCopy, OfAnEnvelopeReports7252WhileAnotherProcessExtractsItsTemporaryCopy) {
+    const std::string temporary = ProductRoot::in_repository("tmp_pack.sja");
+    write_file(temporary, "another's");
+    write_file(source_, sja_bytes({{"one.sja", "1"}}));
+    const FileDescriptor other(open(temporary.c_str(), O_RDONLY));
+    ASSERT_EQ(flock(other.get(), LOCK_EX), 0);
+    EXPECT_EQ(extract(), 7252);
+    EXPECT_THAT(log_.records(), ElementsAre(extracting(16, "Failed extracting [" + source_ +
+                                                               "] to directory [" + REPO + "]")));
+    EXPECT_THAT(seam().calls, IsEmpty());
+    EXPECT_EQ(read_file(temporary), "another's");
+    EXPECT_THAT(root_.repository_names(), ElementsAre("tmp_pack.sja"));
+}
+
+// The other one began between the copy and the extraction.
+TEST_F(PackageCopy, OfAnEnvelopeLeavesATemporaryCopyThatAnotherProcessExtracts) {
+    FileDescriptor other;
+    write_file(source_, sja_bytes({{"one.sja", "1"}}));
+    seam().do_extract = [&other](const char* archive, const char* directory) {
+        other = FileDescriptor(open(archive, O_RDONLY));
+        EXPECT_EQ(flock(other.get(), LOCK_EX), 0);
+        return do_extract(archive, directory);
+    };
+    EXPECT_EQ(extract(), 7252);
+    EXPECT_THAT(root_.repository_names(), ElementsAre("tmp_pack.sja"));
+    EXPECT_EQ(log_.records().back(), extracting(16, std::string("Could not delete temporary package file [") +
+                                                        REPO + "/tmp_pack.sja]."));
+}
+
+// Else whoever may read it could lock it, and no envelope of that name could be added.
+TEST_F(PackageCopy, OfAnEnvelopeCanBeOpenedByNobodyElse) {
+    write_file(source_, sja_bytes({{"one.sja", "1"}}));
+    struct stat status = {};
+    seam().do_extract = [&status](const char* archive, const char* directory) {
+        EXPECT_EQ(stat(archive, &status), 0);
+        return do_extract(archive, directory);
+    };
+    const mode_t mask = umask(022);
+    EXPECT_EQ(extract(), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0600U);
+    EXPECT_EQ(umask(mask), 022U) << "the mask is as it was";
 }

@@ -660,6 +660,21 @@ TEST_F(NamedFileCopy, ByManyProcessesAtOnceEndsWithOneWholeFile) {
     EXPECT_EQ(repository(), Names{"package.sja"});
 }
 
+TEST_F(FileCopy, BringsAFileToTheDiskThatIsInPlaceAlready) {
+    EXPECT_EQ(flush_file(from_.c_str()), 0);
+    EXPECT_EQ(faults().count("fsync"), 2);
+    for (const int passed : {0, 1}) {
+        faults().reset();
+        faults().fail_next("fsync", EIO, passed);
+        EXPECT_EQ(flush_file(from_.c_str()), EIO) << passed;
+    }
+    faults().reset();
+    faults().fail_next("fsync", EINVAL, 1);
+    EXPECT_EQ(flush_file(from_.c_str()), 0) << "folders are not flushed here";
+    EXPECT_EQ(flush_file(folder_.path("missing").c_str()), ENOENT);
+    EXPECT_EQ(flush_file(folder_.path().c_str()), EISDIR);
+}
+
 TEST(FileDelete, RemovesTheFileAndNothingElse) {
     const TemporaryDirectory folder;
     write_file(folder.path("a"), "");
