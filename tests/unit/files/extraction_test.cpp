@@ -314,6 +314,21 @@ TEST_F(Extraction, KeepsAnotherFileThatTookTheArchivesName) {
     EXPECT_EQ(read_file(archive_), "another archive");
 }
 
+TEST_F(Extraction, TakesADirectoryOf1024BytesAndNoLongerOne) {
+    const std::string bytes = sja_bytes({{"one", "1"}});
+    for (const std::size_t length : {1024U, 1025U}) {
+        std::string deep = out_;
+        while (deep.size() < length)
+            deep += "/" + std::string(std::min<std::size_t>(length - deep.size() - 1, 200), 'd');
+        // No component may be empty.
+        ASSERT_NE(deep.back(), '/');
+        std::filesystem::create_directories(deep);
+        write_file(archive_, bytes);
+        EXPECT_EQ(do_extract(archive_.c_str(), deep.c_str()), length == 1024 ? 1 : 0) << length;
+        EXPECT_EQ(std::filesystem::exists(deep + "/one"), length == 1024) << length;
+    }
+}
+
 TEST_F(Extraction, RefusesToWriteOverTheArchiveItself) {
     const std::string bytes = sja_bytes({{"one", "1"}, {"a.sja", "2"}});
     archive_ = in_out("a.sja");

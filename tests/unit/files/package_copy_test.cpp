@@ -148,9 +148,14 @@ TEST_F(PackageCopy, NeedsTheRequiredSpaceAndNotMore) {
         {0, 1000, 33.333333F, 0, "3000", "45"},
         {0, 1000, 30.0F, 0, "3333", "49"},
         {0, 10, 100.0F, 0, "10", "0"},
+        // A package of 4 GiB and more.
+        {std::uint64_t{5000} << 20, 5150, 51.5F, 0, "10000", "5150"},
+        {std::uint64_t{5001} << 20, 5150, 51.5F, 7214, "10000", "5151"},
         // The share in single precision: double precision would come to just below these figures.
         {0, 100000000, 50.0F, 0, "200000000", "3000000"},
         {0, 5000000, 0.5F, 7214, "1000000000", "15000000"},
+        // So is the sum, which here is a tie between two such numbers: double precision would give 8388609.
+        {std::uint64_t{2} << 20, 559240500, 100.0F, 0, "559240500", "8388610"},
     };
     for (const auto& c : cases) {
         write_sparse_file(source_, c.size);

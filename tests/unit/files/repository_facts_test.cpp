@@ -1,10 +1,13 @@
 #include "files/QvRepoHelper.h"
 
 #include "tests/support/sja_builder.h"
+#include "tests/support/small_volume.h"
 
 #include <gtest/gtest.h>
 
 #include <sstream>
+
+#include <sys/stat.h>
 
 TEST(SameFile, ComparesDeviceAndInode) {
     const TemporaryDirectory directory;
@@ -24,6 +27,19 @@ TEST(SameFile, ComparesDeviceAndInode) {
     EXPECT_FALSE(QvRepoHelper::sameFile(directory.path("missing"), file));
     EXPECT_FALSE(QvRepoHelper::sameFile(directory.path("missing"), directory.path("missing")));
     EXPECT_FALSE(QvRepoHelper::sameFile(directory.path("dangling"), directory.path("dangling")));
+}
+
+TEST(SameFile, TellsFilesOfOneNumberOnTwoDevicesApart) {
+    const SmallVolume first("size=64k");
+    const SmallVolume second("size=64k");
+    struct stat files[2] = {};
+    int i = 0;
+    for (const SmallVolume* volume : {&first, &second}) {
+        write_file(volume->path("file"), "x");
+        ASSERT_EQ(stat(volume->path("file").c_str(), &files[i++]), 0);
+    }
+    ASSERT_EQ(files[0].st_ino, files[1].st_ino);
+    EXPECT_FALSE(QvRepoHelper::sameFile(first.path("file"), second.path("file")));
 }
 
 TEST(FileSize, IsInBytesAndZeroForWhatCannotBeExamined) {
