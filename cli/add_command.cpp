@@ -36,8 +36,8 @@ int render_body(const char* path, std::string& body) {
     }
 }
 
-int register_package(const std::string& masterServer, const std::string& body, std::string& response) {
-    const int code = send_single_request(masterServer, PACKAGES_URI, CURL_REQUEST_POST, body, response, 201);
+int register_package(QVClientCURL& client, const std::string& body) {
+    const int code = send_request(client, PACKAGES_URI, CURL_REQUEST_POST, body, 201);
     if (code != 0)
         logmsgf(16, FUNCTION,
                 "Failed to add deployment package metadata. Error code returned from curlSendRequest: %d.",
@@ -46,8 +46,7 @@ int register_package(const std::string& masterServer, const std::string& body, s
 }
 
 // Takes the registration back after the files did not reach the repository, which failed with `status`.
-void remove_stale_metadata(const std::string& masterServer, const std::string& id, int status,
-                           std::string& response) {
+void remove_stale_metadata(const std::string& masterServer, const std::string& id, int status) {
     // The wording is the same when a copy failed: other tools look for this line.
     logmsgf(16, FUNCTION,
             "Failed to extract deployment package items to the repository. Error code returned from "
@@ -55,8 +54,8 @@ void remove_stale_metadata(const std::string& masterServer, const std::string& i
             status);
     logmsg(4, "Deleting the stale package metadata.", FUNCTION);
     // 404 is what is expected here: any other answer, a plain success too, is logged as a failed clean-up.
-    const int code =
-        send_single_request(masterServer, package_uri(id), CURL_REQUEST_DELETE, "", response, 404);
+    QVClientCURL client = master_server_client(masterServer);
+    const int code = send_request(client, package_uri(id), CURL_REQUEST_DELETE, "", 404);
     if (code != 0)
         logmsgf(16, FUNCTION,
                 "Package was not added into the repository, but qvrepo failed to remove its metadata. Status "
@@ -67,7 +66,7 @@ void remove_stale_metadata(const std::string& masterServer, const std::string& i
 
 // Brings the files of the registered package into the repository. `reached` receives the status of the last
 // step that was completed, also when one throws.
-int place_files(const char* path, const std::string& masterServer, std::string& response, int& reached,
+int place_files(const char* path, const std::string& masterServer, const std::string& response, int& reached,
                 std::ostream& out) {
     QvRepoPackage package(response);
     const std::string id = package.id;
@@ -75,7 +74,7 @@ int place_files(const char* path, const std::string& masterServer, std::string& 
     if (reached == 0)
         report_success(id, out);
     else
-        remove_stale_metadata(masterServer, id, reached, response);
+        remove_stale_metadata(masterServer, id, reached);
     return reached;
 }
 
@@ -101,12 +100,12 @@ int addPackagesCmd(int argc, const char** argv, std::ostream& out) {
     std::string body;
     if (const int status = render_body(path, body); status != 0)
         return status;
-    std::string response;
-    if (const int status = register_package(masterServer, body, response); status != 0)
+    QVClientCURL client = master_server_client(masterServer);
+    if (const int status = register_package(client, body); status != 0)
         return status;
     int reached = 0;
     try {
-        return place_files(path, masterServer, response, reached, out);
+        return place_files(path, masterServer, client.responseBody, reached, out);
     } catch (int status) {
         // The line tells how far the command got, not what was thrown; that is what main reports.
         logmsgf(16, FUNCTION,

@@ -19,8 +19,8 @@ namespace {
 
 constexpr const char* FUNCTION = "deletePackageCmd";
 
-int fetch_package(QVClientCURL& client, const std::string& uri, const char* typedId, std::string& response) {
-    const int code = curlSendRequest(client, uri, CURL_REQUEST_GET, "", response, 200);
+int fetch_package(QVClientCURL& client, const std::string& uri, const char* typedId) {
+    const int code = send_request(client, uri, CURL_REQUEST_GET, "", 200);
     if (code == 0)
         return 0;
     logmsgf(16, FUNCTION,
@@ -52,9 +52,8 @@ bool confirmed(const std::string& id, std::ostream& out, std::istream& in) {
     return T::confirmAction(msg_E + id + " [y/n]? (n) ", out, in) != 0;
 }
 
-int delete_metadata(QVClientCURL& client, const std::string& uri, const char* typedId,
-                    std::string& response) {
-    const int code = curlSendRequest(client, uri, CURL_REQUEST_DELETE, "", response, 204);
+int delete_metadata(QVClientCURL& client, const std::string& uri, const char* typedId) {
+    const int code = send_request(client, uri, CURL_REQUEST_DELETE, "", 204);
     if (code != 0) {
         logmsgf(2, FUNCTION,
                 "Failed to delete deployment package ID: %s from the repository. Error code returned from "
@@ -91,18 +90,17 @@ int deletePackageCmd(int argc, const char** argv, std::ostream& out, std::istrea
 
     const std::string uri = package_uri(id);
     QVClientCURL client = master_server_client(masterServer);
-    std::string& response = client.responseBody; // read where it is: a long answer is not held twice
-    if (const int status = fetch_package(client, uri, typedId, response); status != 0)
+    if (const int status = fetch_package(client, uri, typedId); status != 0)
         return status;
     std::vector<std::string> itemPaths;
-    if (const int status = read_item_paths(response, itemPaths); status != 0)
+    if (const int status = read_item_paths(client.responseBody, itemPaths); status != 0)
         return status;
 
     if (!confirmed(id, out, in)) {
         logmsgf(4, FUNCTION, "qvrepo operation aborted. Package ID [%s] has not been deleted.", typedId);
         return STATUS_DELETE_CANCELED;
     }
-    if (const int status = delete_metadata(client, uri, typedId, response); status != 0)
+    if (const int status = delete_metadata(client, uri, typedId); status != 0)
         return status;
     // The registration is gone, so files that stay behind do not make the deletion a failure.
     if (T::deletePackageItems(itemPaths) == 0)

@@ -14,9 +14,8 @@ namespace {
 
 constexpr const char* FUNCTION = "getPackageDetailsCmd";
 
-int fetch_package(const std::string& masterServer, const std::string& id, const char* typedId,
-                  std::string& response) {
-    const int code = send_single_request(masterServer, package_uri(id), CURL_REQUEST_GET, "", response, 200);
+int fetch_package(QVClientCURL& client, const std::string& id, const char* typedId) {
+    const int code = send_request(client, package_uri(id), CURL_REQUEST_GET, "", 200);
     if (code == 0)
         return 0;
     logmsgf(
@@ -56,8 +55,8 @@ int getPackageDetailsCmd(int argc, const char** argv, std::ostream& out) {
     std::string id;
     if (!validatePackageId(argv[0], id))
         return STATUS_INVALID_PACKAGE_ID;
-    std::string response;
-    if (const int status = fetch_package(masterServer, id, argv[0], response); status != 0)
+    QVClientCURL client = master_server_client(masterServer);
+    if (const int status = fetch_package(client, id, argv[0]); status != 0)
         return status;
-    return print_package(response, out);
+    return print_package(client.responseBody, out);
 }

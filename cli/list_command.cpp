@@ -35,8 +35,8 @@ std::string packages_uri(const std::string& filter) {
 
 // Level 2 for both failures below, not 16: the user is told by main, the log only needs the detail.
 
-int request_packages(const std::string& masterServer, const std::string& uri, std::string& response) {
-    const int code = send_single_request(masterServer, uri, CURL_REQUEST_GET, "", response, 200);
+int request_packages(QVClientCURL& client, const std::string& uri) {
+    const int code = send_request(client, uri, CURL_REQUEST_GET, "", 200);
     if (code != 0)
         logmsgf(
             2, FUNCTION,
@@ -55,12 +55,10 @@ int read_packages(const std::string& response, std::vector<QvRepoPackage>& packa
     return status;
 }
 
-int fetch_packages(const std::string& masterServer, const std::string& uri,
-                   std::vector<QvRepoPackage>& packages) {
-    std::string response;
-    if (const int status = request_packages(masterServer, uri, response); status != 0)
+int fetch_packages(QVClientCURL& client, const std::string& uri, std::vector<QvRepoPackage>& packages) {
+    if (const int status = request_packages(client, uri); status != 0)
         return status;
-    if (const int status = read_packages(response, packages); status != 0)
+    if (const int status = read_packages(client.responseBody, packages); status != 0)
         return status;
     logmsg(4, "Successfully retrieved deployment package list from the repository.", FUNCTION);
     return 0;
@@ -85,8 +83,9 @@ int listPackagesCmd(int argc, const char** argv, std::ostream& out) {
     const std::string uri = packages_uri(filter);
     if (!repository_exists(FUNCTION))
         return STATUS_NO_REPOSITORY;
+    QVClientCURL client = master_server_client(masterServer);
     std::vector<QvRepoPackage> packages;
-    if (const int status = fetch_packages(masterServer, uri, packages); status != 0)
+    if (const int status = fetch_packages(client, uri, packages); status != 0)
         return status;
     if (packages.empty())
         report_empty_repository(out);

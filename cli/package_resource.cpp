@@ -5,8 +5,6 @@
 #include "platform/paths.h"
 #include "seam/T.h"
 
-#include <utility>
-
 namespace {
 
 constexpr int WEB_SERVICE_PORT = 1556;
@@ -45,13 +43,9 @@ QVClientCURL master_server_client(const std::string& masterServer) {
             0};
 }
 
-int send_single_request(const std::string& masterServer, const std::string& uri, curl_request_type type,
-                        const std::string& body, std::string& response, long expectedHttpCode) {
-    QVClientCURL client = master_server_client(masterServer);
-    // Received where the client holds it and then taken from there: a long answer is not held twice.
-    const int code = curlSendRequest(client, uri, type, body, client.responseBody, expectedHttpCode);
-    response = std::move(client.responseBody);
-    return code;
+int send_request(QVClientCURL& client, const std::string& uri, curl_request_type type,
+                 const std::string& body, long expectedHttpCode) {
+    return curlSendRequest(client, uri, type, body, client.responseBody, expectedHttpCode);
 }
 
 bool repository_exists(const char* function) {

@@ -18,10 +18,9 @@ std::string package_uri(const std::string& id);
 // A client for the master server's web service. Nothing is sent yet.
 QVClientCURL master_server_client(const std::string& masterServer);
 
-// curlSendRequest with a client that serves this one request. `response` receives the answer's body, or is
-// emptied when there was no exchange.
-int send_single_request(const std::string& masterServer, const std::string& uri, curl_request_type type,
-                        const std::string& body, std::string& response, long expectedHttpCode);
+// curlSendRequest, with the answer's body read where the client holds it: a long answer is not held twice.
+int send_request(QVClientCURL& client, const std::string& uri, curl_request_type type,
+                 const std::string& body, long expectedHttpCode);
 
 // Whether the repository directory exists; logs it under `function` when it does not.
 bool repository_exists(const char* function);

@@ -44,6 +44,18 @@ class CommandWorld : public testing::Test {
     std::ostringstream out_;
 };
 
+// What is printed, and how many clients there were when the last of it was.
+class ClientsWhilePrinting : public std::stringbuf {
+  public:
+    int clients = 0;
+
+  protected:
+    std::streamsize xsputn(const char* text, std::streamsize length) override {
+        clients = service().alive;
+        return std::stringbuf::xsputn(text, length);
+    }
+};
+
 // The records that curlSendRequest writes for one exchange with the answer's code as expected.
 std::vector<LogRecord> exchange_records(const std::string& uri, const std::string& requestBody,
                                         const std::string& responseBody, long code, long expected);

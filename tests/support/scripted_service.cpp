@@ -2,6 +2,8 @@
 
 #include "platform/QVClientCURL.h"
 
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 ScriptedService& service() {
@@ -54,7 +56,7 @@ QVClientCURL::QVClientCURL(const std::string& host, int port, cert_type certific
     EXPECT_FALSE(flag2 || flag3 || flag4 || flag5);
     EXPECT_EQ(number, 0);
     ++service().clients;
-    ++service().alive;
+    service().most_alive = std::max(service().most_alive, ++service().alive);
 }
 
 QVClientCURL::~QVClientCURL() {

@@ -41,6 +41,7 @@ struct ScriptedService {
     long connectTimeout = 0;
     int clients = 0; // made so far
     int alive = 0;   // not destroyed yet
+    int most_alive = 0;
 
     void reset() { *this = ScriptedService(); }
 };

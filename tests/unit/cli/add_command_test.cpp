@@ -81,6 +81,17 @@ TEST_F(Add, VerifiesRegistersAndCopiesASinglePackage) {
                    {4, ADD, "Successfully added deployment package ID: 12 to the repository."}}));
 }
 
+TEST_F(Add, HoldsItsClientToTheEndAndASecondOneForTheCleanUp) {
+    seam().copySja = [](const char*) {
+        EXPECT_EQ(service().alive, 1);
+        return 7214;
+    };
+    answer(201, single("12"));
+    answer_error(404, 227);
+    EXPECT_EQ(add({PACKAGE}), 7214);
+    EXPECT_EQ(service().most_alive, 2);
+}
+
 TEST_F(Add, ExtractsABundle) {
     seam().extractSja = [](const char*) { return 0; };
     answer(201, bundle("12"));

@@ -59,6 +59,15 @@ TEST_F(Details, LogsTheSuccessBeforeItPrintsAndReturnsTheStatusThatThePrinterThr
                       "returned from QvRepoPackage: 5."}));
 }
 
+TEST_F(Details, HoldsItsClientUntilAllIsPrinted) {
+    ClientsWhilePrinting printed;
+    std::ostream out(&printed);
+    const char* id = "7";
+    answer(200, PackageJson().response());
+    EXPECT_EQ(getPackageDetailsCmd(1, &id, out), 0);
+    EXPECT_EQ(printed.clients, 1);
+}
+
 TEST_F(Details, WithoutExactlyOneWordPrintsTheHelpAndSendsNothing) {
     for (const auto& words : std::vector<std::vector<const char*>>{{}, {"7", "8"}}) {
         out_.str("");

@@ -33,6 +33,14 @@ TEST_F(List, AloneAsksForAllPackagesAndPrintsTheTable) {
                                         std::vector<LogRecord>{{4, LIST, RETRIEVED}}));
 }
 
+TEST_F(List, HoldsItsClientUntilAllIsPrinted) {
+    ClientsWhilePrinting printed;
+    std::ostream out(&printed);
+    answer(200, PackageJson().list());
+    EXPECT_EQ(listPackagesCmd(0, nullptr, out), 0);
+    EXPECT_EQ(printed.clients, 1);
+}
+
 struct FilterCase {
     const char *option, *value, *uri;
 };
