@@ -8,6 +8,7 @@
 #include "model/QvRepoAddInfo.h"
 #include "model/QvRepoPackage.h"
 #include "platform/debug_log.h"
+#include "platform/interruption.h"
 #include "seam/T.h"
 
 #include <ostream>
@@ -100,6 +101,8 @@ int addPackagesCmd(int argc, const char** argv, std::ostream& out) {
     std::string body;
     if (const int status = render_body(path, body); status != 0)
         return status;
+    // From here on a signal takes effect after the files are in place or the registration is taken back.
+    const DeferredSignals deferred;
     QVClientCURL client = master_server_client(masterServer);
     if (const int status = register_package(client, body); status != 0)
         return status;

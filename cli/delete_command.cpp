@@ -9,6 +9,7 @@
 #include "cli/status.h"
 #include "model/QvRepoPackage.h"
 #include "platform/debug_log.h"
+#include "platform/interruption.h"
 #include "seam/T.h"
 
 #include <ostream>
@@ -100,6 +101,8 @@ int deletePackageCmd(int argc, const char** argv, std::ostream& out, std::istrea
         logmsgf(4, FUNCTION, "qvrepo operation aborted. Package ID [%s] has not been deleted.", typedId);
         return STATUS_DELETE_CANCELED;
     }
+    // From here on a signal takes effect after the files are deleted, too.
+    const DeferredSignals deferred;
     if (const int status = delete_metadata(client, uri, typedId); status != 0)
         return status;
     // The registration is gone, so files that stay behind do not make the deletion a failure.

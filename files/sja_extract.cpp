@@ -6,6 +6,7 @@
 #include "files/file_stream.h"
 #include "files/sja_log.h"
 #include "platform/file_ops.h"
+#include "platform/interruption.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -43,7 +44,7 @@ std::string entry_path(FILE* archive, const block_info& block, const char* direc
 // its full size, and what is missing is filled with what the buffer holds.
 bool copy_data(FILE* archive, FILE* file, std::uint64_t size) {
     std::vector<char> buffer(CHUNK_SIZE);
-    while (size > 0) {
+    while (size > 0 && !interruption_noted()) {
         const std::size_t chunk = std::min(size, CHUNK_SIZE);
         // The chunk is written whole however much of it was read.
         const bool read = read_up_to(archive, buffer.data(), chunk);
@@ -53,7 +54,7 @@ bool copy_data(FILE* archive, FILE* file, std::uint64_t size) {
         size -= chunk;
     }
     // An error of before counts, too: the entry's name may have met it.
-    return std::ferror(archive) == 0;
+    return !interruption_noted() && std::ferror(archive) == 0;
 }
 
 bool write_entry(FILE* archive, const block_info& block, const char* directory) {

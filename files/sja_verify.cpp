@@ -4,6 +4,7 @@
 #include "files/sja_verify.h"
 
 #include "files/file_stream.h"
+#include "platform/interruption.h"
 
 #include <memory>
 #include <vector>
@@ -122,7 +123,8 @@ byte_sequence* calc_sha_512(FILE* stream, std::uint64_t first, std::uint64_t end
     std::vector<unsigned char> buffer(CHUNK_SIZE);
     while (first != end) {
         const std::size_t chunk = end - first < CHUNK_SIZE ? end - first : CHUNK_SIZE;
-        if (!read_up_to(stream, buffer.data(), chunk) || SHA512_Update(&context, buffer.data(), chunk) == 0)
+        if (interruption_noted() || !read_up_to(stream, buffer.data(), chunk) ||
+            SHA512_Update(&context, buffer.data(), chunk) == 0)
             return nullptr;
         first += chunk;
     }

@@ -1,5 +1,6 @@
 #include "platform/file_ops.h"
 
+#include "platform/interruption.h"
 #include "platform/pending_file.h"
 #include "platform/regular_file.h"
 
@@ -18,7 +19,7 @@ namespace {
 constexpr mode_t PERMISSION_BITS = S_IRWXU | S_IRWXG | S_IRWXO;
 constexpr std::size_t BUFFER_SIZE = std::size_t{256} * 1024;
 // The most that one call moves: large enough to cost nothing, small enough for a signal to get through.
-constexpr std::size_t KERNEL_COPY_SIZE = std::size_t{1} << 30U;
+constexpr std::size_t KERNEL_COPY_SIZE = std::size_t{1} << 24U;
 
 int write_all(int file, const char* bytes, std::size_t count) {
     while (count > 0) {
@@ -36,7 +37,7 @@ int write_all(int file, const char* bytes, std::size_t count) {
 // Copies from where both files stand to the end of the source.
 int copy_through_buffer(int from, int to) {
     std::vector<char> buffer(BUFFER_SIZE);
-    for (;;) {
+    while (!interruption_noted()) {
         const ssize_t count = read(from, buffer.data(), buffer.size());
         if (count < 0 && errno == EINTR)
             continue;
@@ -46,6 +47,7 @@ int copy_through_buffer(int from, int to) {
         if (error != 0)
             return error;
     }
+    return EINTR;
 }
 
 // Moves both files on by what the kernel is able to copy by itself, which may be nothing.
@@ -53,7 +55,7 @@ void copy_inside_kernel(int from, int to) {
     ssize_t copied = 0;
     do {
         copied = copy_file_range(from, nullptr, to, nullptr, KERNEL_COPY_SIZE, 0);
-    } while (copied > 0 || (copied < 0 && errno == EINTR));
+    } while (!interruption_noted() && (copied > 0 || (copied < 0 && errno == EINTR)));
 }
 
 int copy_bytes(int from, int to) {

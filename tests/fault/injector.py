@@ -64,17 +64,22 @@ class Call(NamedTuple):
 
 
 class Fault(NamedTuple):
-    """What happens to the call `name` with this `number`: it fails with `error`, or the program is killed instead of
-    it where `error` is None. With `files`, only the calls on these files are counted, in whichever thread."""
+    """What happens to the call `name` with this `number`: it fails with `error`, or the program gets `signal` on
+    entering it where `error` is None. With `files`, only the calls on these files are counted, in whichever thread."""
 
     name: str
     number: int
     error: str = None
     files: tuple = ()
+    signal: str = "KILL"
+
+    @property
+    def is_kill(self):
+        return self.error is None and self.signal == "KILL"
 
     def __str__(self):
         where = " of the name look-up" if self.files else ""
-        return f"{self.error or 'killed'} at {self.name} #{self.number}{where}"
+        return f"{self.error or self.signal} at {self.name} #{self.number}{where}"
 
 
 class Run(NamedTuple):
@@ -92,7 +97,7 @@ def strace_words(fault, report):
     words = ["strace", "-qq", "-y", "-o", report, "-e", f"trace={fault.name}"]
     if fault.files:
         words += ["-f", *(word for file in fault.files for word in ("-P", file))]
-    action = f"error={fault.error}" if fault.error else "signal=KILL"
+    action = f"error={fault.error}" if fault.error else f"signal={fault.signal}"
     return [*words, "-e", f"inject={fault.name}:{action}:when={fault.number}"]
 
 
@@ -126,8 +131,9 @@ def run(words, report, fault=None, stdin="", refuse_nameless=False):
         return Run(ended.stdout, ended.stderr, ended.returncode, False, "")
     ended = execute([*strace_words(fault, report), *words], stdin, refuse_nameless)
     hit = [line for line in report.read_text(errors="replace").splitlines() if "(INJECTED)" in line]
-    killed = fault.error is None and ended.returncode == -signal.SIGKILL
-    return Run(ended.stdout, ended.stderr, ended.returncode, killed or bool(hit), hit[0] if hit else "")
+    killed = fault.is_kill and ended.returncode == -signal.SIGKILL
+    signaled = f"--- SIG{fault.signal} " in report.read_text(errors="replace")
+    return Run(ended.stdout, ended.stderr, ended.returncode, killed or signaled or bool(hit), hit[0] if hit else "")
 
 
 def run_with_a_stop(words, report, call, action):

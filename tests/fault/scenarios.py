@@ -6,6 +6,7 @@ complaints, and in what state it left the world. Then the same program is run ag
 
 import hashlib
 import re
+import signal
 import sqlite3
 import subprocess
 import time
@@ -108,7 +109,7 @@ class Scenario:
         """Complaints about temporary files. A kill may leave one, and so does a removal that fails itself, or one whose
         file cannot be examined: it may be another's."""
         left = [name for name in files if is_temporary(name)]
-        excused = fault.error is None or fault.name in ("newfstatat", "unlink", "unlinkat")
+        excused = fault.is_kill or fault.name in ("newfstatat", "unlink", "unlinkat")
         return [] if excused or not left else [f"temporary files left: {left}"]
 
 
@@ -137,6 +138,10 @@ class RepositoryScenario(Scenario):
             (verdict,) = database.execute("PRAGMA integrity_check").fetchone()
         database.close()
         return [] if verdict == "ok" else [f"the service's database: {verdict}"]
+
+    def wrong_death(self, run, fault):
+        died = run.status == -getattr(signal, f"SIG{fault.signal}") and run.stderr == ""
+        return [] if died else [f"did not end by SIG{fault.signal} without a word: {run}"]
 
     def wrong_ending(self, run):
         if run.status == 0:
@@ -179,7 +184,9 @@ class AddPackage(RepositoryScenario):
         complete = all(files.get(name) == found for name, found in self.wanted.items())
         complaints = self.damaged() + self.not_whole(files) + self.leftovers(files, fault)
         if fault.error is None:
-            complaints += [] if run.status < 0 else [f"survived: {run}"]
+            complaints += self.wrong_death(run, fault)
+            if not fault.is_kill and bool(ids) != complete:
+                complaints.append(f"ended half-way: {ids} {sorted(files)}")
         else:
             complaints += self.wrong_ending(run)
             complaints += self.inconsistency(run, fault, files, ids, complete)
@@ -251,7 +258,9 @@ class DeletePackage(RepositoryScenario):
         if ids and len(files) != 2:
             complaints.append(f"the package is listed with {sorted(files)}")
         if fault.error is None:
-            complaints += [] if run.status < 0 else [f"survived: {run}"]
+            complaints += self.wrong_death(run, fault)
+            if not fault.is_kill and len(files) != 2 * len(ids):
+                complaints.append(f"ended half-way: {ids} {sorted(files)}")
         else:
             complaints += self.wrong_ending(run)
             if run.status == 0 and (ids or (files and fault.name != "unlink")):

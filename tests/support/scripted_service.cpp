@@ -3,6 +3,7 @@
 #include "platform/QVClientCURL.h"
 
 #include <algorithm>
+#include <csignal>
 
 #include <gtest/gtest.h>
 
@@ -31,6 +32,8 @@ struct QVClientCURL::Transfer {
         }
         const ScriptedAnswer answer = service().answers.front();
         service().answers.pop_front();
+        if (answer.raised != 0)
+            static_cast<void>(std::raise(answer.raised));
         if (answer.thrown != 0)
             throw answer.thrown;
         if (answer.result == 0) {

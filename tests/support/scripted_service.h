@@ -28,6 +28,7 @@ struct ScriptedAnswer {
     std::string body;
     int result = 0; // of the client: not 0 means that no exchange took place
     int thrown = 0; // a status that the client throws instead
+    int raised = 0; // a signal that arrives while the service works
 };
 
 struct ScriptedService {

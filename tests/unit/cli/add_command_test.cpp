@@ -1,7 +1,11 @@
 #include "cli/commands.h"
 #include "model/QvRepoPackage.h"
+#include "platform/interruption.h"
+#include "tests/support/child_process.h"
 #include "tests/support/command_world.h"
 #include "tests/support/flush_record.h"
+
+#include <csignal>
 
 namespace {
 
@@ -264,6 +268,56 @@ TEST_F(Add, ReportsTheIdThatTheServiceAssigned) {
     EXPECT_EQ(add({PACKAGE}), 0);
     EXPECT_EQ(out_.str(),
               ANNOUNCEMENT + "Successfully added deployment package ID: a strange id to the repository.\n");
+}
+
+// Signals
+
+class InterruptedAdd : public Add {
+  protected:
+    void SetUp() override {
+        Add::SetUp();
+        seam().copySja = [](const char*) { return interruption_noted() ? 7214 : 0; };
+    }
+
+    // Adds a package in a process of its own; how that ended, 128 + the signal.
+    int ending(const std::vector<ScriptedAnswer>& answers) {
+        return in_child([this, &answers] {
+            service().answers.assign(answers.begin(), answers.end());
+            return add({PACKAGE});
+        });
+    }
+
+    std::vector<std::string> log_texts() const {
+        std::vector<std::string> texts;
+        for (const LogRecord& record : records_after_startup())
+            texts.push_back(record.text);
+        return texts;
+    }
+};
+
+TEST_F(InterruptedAdd, BeforeTheRegistrationEndsAtOnce) {
+    seam().verifySja = [](const char*) { return std::raise(SIGTERM); };
+    EXPECT_EQ(ending({}), 128 + SIGTERM);
+    EXPECT_THAT(records_after_startup(), IsEmpty());
+}
+
+TEST_F(InterruptedAdd, DuringTheRegistrationReadsItsAnswerTakesItBackAndEndsByTheSignal) {
+    for (int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        const std::string gone = R"({"errorCode": 227, "errorMessage": "x"})";
+        EXPECT_EQ(ending({{201, single("12"), 0, 0, signal}, {404, gone}}), 128 + signal);
+        EXPECT_EQ(last_records(5),
+                  (std::vector<LogRecord>{{4, ADD, "Deleting the stale package metadata."}} +
+                   exchange_records("quorvelle/deployment/packages/12", "", gone, 404, 404) +
+                   std::vector<LogRecord>{
+                       {16, "DeferredSignals", "qvrepo ends by signal " + std::to_string(signal) + "."}}));
+    }
+}
+
+TEST_F(InterruptedAdd, AfterItsFilesAreInPlaceTellsItsSuccessFirst) {
+    seam().copySja = [](const char*) { return std::raise(SIGTERM); };
+    EXPECT_EQ(ending({{201, single("12")}}), 128 + SIGTERM);
+    EXPECT_THAT(log_texts(),
+                testing::Contains("Successfully added deployment package ID: 12 to the repository."));
 }
 
 } // namespace

@@ -1,5 +1,8 @@
 #include "cli/commands.h"
+#include "tests/support/child_process.h"
 #include "tests/support/command_world.h"
+
+#include <csignal>
 
 namespace {
 
@@ -182,6 +185,40 @@ TEST_F(Delete, OfAPackageWithoutItemsDeletesNoFiles) {
     answer(204, "");
     EXPECT_EQ(remove({"7"}), 0);
     EXPECT_EQ(calls_after_startup().back(), "deletePackageItems()");
+}
+
+TEST_F(Delete, InterruptedAtTheQuestionEndsAtOnce) {
+    seam().confirmAction = [](const std::string&, std::ostream&, std::istream&) {
+        return std::raise(SIGTERM) + 1;
+    };
+    const int ending = in_child([this] {
+        answer(200, package_);
+        return remove({"7"});
+    });
+    EXPECT_EQ(ending, 128 + SIGTERM);
+    EXPECT_EQ(log_.records().back().text,
+              "Successfully retrieved deployment package details from the repository.");
+}
+
+TEST_F(Delete, InterruptedWhileTheMetadataIsDeletedDeletesTheFilesFirst) {
+    seam().deletePackageItems = [](std::vector<std::string>) { return 0; };
+    for (int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        const int ending = in_child([this, signal] {
+            answer(200, package_);
+            service().answers.push_back({204, "", 0, 0, signal});
+            return remove({"7"});
+        });
+        EXPECT_EQ(ending, 128 + signal);
+        const std::vector<LogRecord> records = log_.records();
+        EXPECT_THAT(
+            std::vector<LogRecord>(records.end() - 3, records.end()),
+            ElementsAre(
+                LogRecord{16, DELETE,
+                          "Package metadata has been deleted, but one or more package file items "
+                          "have not been deleted. "},
+                LogRecord{4, DELETE, "Package ID 7 has been deleted from the repository."},
+                LogRecord{16, "DeferredSignals", "qvrepo ends by signal " + std::to_string(signal) + "."}));
+    }
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // Extraction when the system itself fails: whatever happens, no half file has an entry's name, and no entry
 // is cut off the archive before its file is in place.
 
+#include "platform/interruption.h"
 #include "tests/support/child_process.h"
 #include "tests/support/small_volume.h"
 #include "tests/unit/files/archive_files.h"
@@ -67,6 +68,22 @@ TEST_F(ExtractionFailure, ByAKillInTheMiddleLeavesNoHalfFile) {
     EXPECT_THAT(directory_.names(), ElementsAre("a.sja", "out/", "out/large", "out/small"));
     EXPECT_EQ(read_file(out_ + "/large"), "the earlier file");
     EXPECT_EQ(read_file(archive_), sja_bytes({{"large", std::string(600000, 'l')}}));
+}
+
+TEST_F(ExtractionFailure, ByAnInterruptionLeavesTheEntriesThatAreLeftInTheArchive) {
+    for (const std::string& bytes : {bytes_, sja_bytes({{"empty", ""}})}) {
+        write_file(archive_, bytes);
+        const int result = in_child([this] {
+            const DeferredSignals deferred;
+            static_cast<void>(std::raise(SIGTERM));
+            if (extract() != 0 || extractsja_error != 1)
+                _exit(1);
+            return 0;
+        });
+        EXPECT_EQ(result, 128 + SIGTERM);
+        EXPECT_THAT(directory_.names(), ElementsAre("a.sja", "out/"));
+        EXPECT_EQ(read_file(archive_), bytes);
+    }
 }
 
 TEST_F(ExtractionFailure, OfAWriteLeavesNoHalfFile) {

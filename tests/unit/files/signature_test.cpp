@@ -3,6 +3,7 @@
 #include "files/sja_verify.h"
 
 #include "files/file_stream.h"
+#include "platform/interruption.h"
 #include "tests/support/child_process.h"
 #include "tests/support/signing_key.h"
 #include "tests/support/sja_builder.h"
@@ -10,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <csignal>
 #include <memory>
 #include <optional>
 
@@ -317,6 +319,19 @@ TEST_F(Signature, KeyFilesWithoutAReadableKeyGiveAKeyThatFailsEveryVerification)
         EXPECT_EQ(RSA_get0_n(key.get()), nullptr) << c.what;
         EXPECT_FALSE(verifies(c.text)) << c.what;
     }
+}
+
+TEST_F(Signature, OfAProgramThatIsInterruptedIsNotCheckedToTheEnd) {
+    write_file(path_, SigningKey::publisher().signed_bytes(package_));
+    EXPECT_TRUE(verifies());
+    const int result = in_child([this] {
+        const DeferredSignals deferred;
+        static_cast<void>(std::raise(SIGTERM));
+        if (verifies())
+            _exit(1);
+        return 0;
+    });
+    EXPECT_EQ(result, 128 + SIGTERM);
 }
 
 TEST_F(Signature, IsCheckedWithTheSameMemoryForEverySize) {

@@ -1,6 +1,8 @@
 #include "platform/file_ops.h"
 
 #include "platform/file_descriptor.h"
+#include "platform/interruption.h"
+#include "tests/support/child_process.h"
 #include "tests/support/temporary_directory.h"
 #include "tests/unit/platform/system_faults.h"
 
@@ -414,6 +416,21 @@ TEST_F(FileCopy, GoesThroughABufferWhereTheKernelDoesNotCopy) {
         faults().fail_always("copy_file_range", error);
         EXPECT_EQ(copy(), 0) << error;
         EXPECT_TRUE(read_file(to_) == long_text()) << error;
+    }
+}
+
+TEST_F(FileCopy, IsGivenUpAtTheNextPieceWhenTheProgramIsInterrupted) {
+    for (const std::string call : {"copy_file_range", "read"}) {
+        const int result = in_child([this, &call] {
+            const DeferredSignals deferred;
+            faults().copy_limit = 100;
+            faults().signal_at(call, SIGTERM);
+            if (copy() != EINTR || faults().count(call) != 1)
+                _exit(1);
+            return 0;
+        });
+        EXPECT_EQ(result, 128 + SIGTERM) << call;
+        EXPECT_EQ(repository(), Names{});
     }
 }
 

@@ -15,6 +15,8 @@
 
 bool SystemFaults::fails(const std::string& call) {
     ++counts_[call];
+    if (const auto signal = signals_.extract(call))
+        static_cast<void>(raise(signal.mapped()));
     const auto found = faults_.find(call);
     if (found == faults_.end())
         return false;

@@ -26,6 +26,8 @@ class SystemFaults {
     void stop_at(const std::string& call, int error = 0, int passed = 0) {
         faults_[call] = {error, passed, 1, true};
     }
+    // `signal` arrives as the process enters `call`, which goes well.
+    void signal_at(const std::string& call, int signal) { signals_[call] = signal; }
 
     // The flags of openat that fail, as on a file system that does not know them, and how.
     int unknown_open_flags = 0;
@@ -60,6 +62,7 @@ class SystemFaults {
     };
     std::map<std::string, Fault> faults_;
     std::map<std::string, int> counts_;
+    std::map<std::string, int> signals_;
 };
 
 // The one that the wrappers ask. Reset it when a test is over.
