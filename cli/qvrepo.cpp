@@ -5,6 +5,7 @@
 #include "platform/message_catalog.h"
 #include "platform/standard_streams.h"
 
+#include <csignal>
 #include <cstdint>
 
 #include <sys/stat.h>
@@ -23,6 +24,8 @@ void look_up_locale() {
 int main(int argc, char** argv) {
     occupy_standard_streams();
     umask(022);
+    // A file that grows past a limit is an error of its write, not the program's end.
+    static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     look_up_locale();
     return run_command(argc, argv);
 }

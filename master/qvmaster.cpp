@@ -105,6 +105,8 @@ int run(const Words& words) {
 } // namespace
 
 int main(int argc, char** argv) {
+    // A file that grows past a limit is an error of its write, not the program's end.
+    static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     try {
         CLI::App app(
             "Deployment-package web service of a master server, for evaluation, development and tests.",

@@ -13,6 +13,7 @@
 #include "publisher/refusal.h"
 #include "publisher/signer.h"
 
+#include <csignal>
 #include <functional>
 #include <iostream>
 #include <string>
@@ -219,6 +220,8 @@ int parse_and_run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     occupy_standard_streams();
+    // A file that grows past a limit is an error of its write, not the program's end.
+    static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     try {
         return parse_and_run(argc, argv);
     } catch (const std::exception& failure) {

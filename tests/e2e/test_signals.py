@@ -1,17 +1,18 @@
-"""Ctrl-C, a lost terminal, a stopped session, a reader that went away: an add is complete or takes
+"""Ctrl-C, a lost terminal, a stopped session, a reader that went away, a limit on file sizes: an add is complete or takes
 itself back, a deletion is completed."""
 
 import json
 import os
 import pty
+import resource
 import signal
 import subprocess
 import time
 
 import pytest
-from packages import INNER, SINGLE, make_bundle, make_single
+from packages import INNER, SIGNING_KEY, SINGLE, make_bundle, make_single
 from scripted_service import ScriptedService, answer
-from world import PACKAGES, PATIENCE, PROGRAMS, REPOSITORY
+from world import PACKAGES, PATIENCE, PROGRAMS, REPOSITORY, ROOT
 
 ADDING = "Adding package to the repository. This may take a few minutes...\n"
 PROMPT = "qvrepo: delete package ID 1 [y/n]? (n) "
@@ -22,6 +23,9 @@ REGISTERED = answer(201, json.dumps({"data": {"id": "12", "attributes": {
     "packageType": "qvclient", "os": "redhat_x64", "version": "8.3", "size": 1, "createdDateTimeUTC": "",
     "lastModifiedDateTimeUTC": "", "lastValidatedUTC": ""}}}))
 GONE = answer(404, '{"errorCode": 227, "errorMessage": "gone"}')
+
+# Bytes, fewer than the packages have that meet this limit.
+LITTLE = 100_000
 
 
 def begin(*words, **how):
@@ -128,3 +132,39 @@ def test_a_deletion_ended_at_its_question_changes_nothing(bundle, repository, ki
     process.send_signal(kind)
     assert ending(process) == ("", "", -kind)
     assert (len(bundle.packages()), repository()) == (1, sorted(INNER))
+
+
+# A limit on the size of files
+
+
+def limited():
+    resource.setrlimit(resource.RLIMIT_FSIZE, (LITTLE, LITTLE))
+
+
+def test_an_add_that_a_size_limit_stops_takes_its_registration_back(master, repository, tmp_path):
+    stdout, stderr, status = ending(begin("-add", make_single(tmp_path, data=b"x" * 2 * LITTLE), preexec_fn=limited))
+    assert (stdout, stderr, status) == (
+        ADDING, "Error: Failed to copy the specified file. Could not copy package to repository.\n", 7214 & 0xFF)
+    assert (master.packages(), repository()) == ([], [])
+
+
+def test_a_log_that_has_reached_a_size_limit_ends_nothing(qvrepo, master):
+    qvrepo("-list")
+    (log,) = (ROOT / "quorvelle/logs/qvrepo").iterdir()
+    os.truncate(log, LITTLE)
+    assert ending(begin("-list", preexec_fn=limited)) == ("0 deployment packages in the repository.\n", "", 0)
+
+
+def test_sjapack_tells_of_a_size_limit_and_leaves_no_archive(tmp_path):
+    (tmp_path / "payload").write_bytes(b"x" * 2 * LITTLE)
+    created = subprocess.run([PROGRAMS / "sjapack", "create", "out.sja", "payload", "--key", SIGNING_KEY], cwd=tmp_path,
+                             capture_output=True, text=True, preexec_fn=limited, check=False)
+    assert (created.stdout, created.stderr, created.returncode) == (
+        "", "sjapack: cannot write out.sja: File too large\n", 1)
+    assert not (tmp_path / "out.sja").exists()
+
+
+def test_the_service_outlives_a_size_limit(master):
+    resource.prlimit(master.process.pid, resource.RLIMIT_FSIZE, (0, 0))
+    assert master.get().status == 200
+    master.problems()
