@@ -22,8 +22,8 @@ void look_up_locale() {
 } // namespace
 
 int main(int argc, char** argv) {
-    occupy_standard_streams();
     umask(022);
+    occupy_standard_streams();
     // A file that grows past a limit is an error of its write, not the program's end.
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     look_up_locale();

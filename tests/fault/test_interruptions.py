@@ -16,3 +16,8 @@ def test_a_signal_leaves_a_package_and_its_files_or_neither(master, tmp_path, re
     campaign.suffer_all(Fault(call.name, call.number, signal=("INT", "TERM", "HUP")[number % 3])
                         for number, call in enumerate(calls))
     campaign.finish(f"{name}, signals")
+
+
+def test_the_mask_is_set_before_the_program_does_anything_else(master, tmp_path, report):
+    names = [call.name for call in SCENARIOS["add a single package"](master, tmp_path, report).trace()]
+    assert names.index("umask") < names.index("fcntl")
