@@ -27,10 +27,11 @@ FIRST, SECOND, EARLIER = b"first " * 50000, b"second " * 60000, b"earlier " * 10
 
 def known_lines():
     """The lines that qvrepo has for its statuses: {status: line}."""
-    table = (SOURCES / "cli/status.cpp").read_text().split("STATUS_TEXTS = {{")[1].split("}};")[0]
-    rows = re.findall(r'\{(\d+), "TqlRpo\d+N",\s*"([^"]*)"\}', table)
+    texts = dict(re.findall(r'\{"(TqlRpo\d+N)",\s*"([^"]*)"\}', (SOURCES / "cli/messages.cpp").read_text()))
+    table = (SOURCES / "cli/status.cpp").read_text().split("STATUS_MESSAGES = {{")[1].split("}};")[0]
+    rows = re.findall(r'\{(\d+), "(TqlRpo\d+N)"\}', table)
     assert len(rows) == table.count("TqlRpo"), "a row of the status table was not understood"
-    return {int(code): f"Error: {text}\n" for code, text in rows}
+    return {int(code): f"Error: {texts[message]}\n" for code, message in rows}
 
 
 LINES = known_lines()
