@@ -36,7 +36,7 @@ void check_line(int status) {
     require((line.compare(0, 7, "Error: ") == 0) == (status != STATUS_DELETE_CANCELED),
             "every status but a deletion called off is an error");
     bool known = false;
-    for (const status_text& row : STATUS_TEXTS)
+    for (const status_message& row : STATUS_MESSAGES)
         known = known || row.code == status;
     require(known == (line.find("with status [" + std::to_string(status) + "]") == std::string::npos),
             "a status without a text of its own is shown as its number");
