@@ -4,6 +4,7 @@
 #include "files/file_stream.h"
 #include "files/sja_verify.h"
 #include "platform/debug_log.h"
+#include "platform/interruption.h"
 #include "platform/paths.h"
 #include "seam/T.h"
 
@@ -35,7 +36,9 @@ std::string without_quotes(std::string path) {
 }
 
 int refuse_signature(const char* path) {
-    logmsgf(16, function_tag, "Signature invalid for SJA file [%s].", path);
+    // An interrupted check says nothing about the package.
+    if (!interruption_noted())
+        logmsgf(16, function_tag, "Signature invalid for SJA file [%s].", path);
     return 7236;
 }
 

@@ -2,6 +2,8 @@
 
 #include "files/QvRepoHelper.h"
 
+#include "platform/interruption.h"
+#include "tests/support/child_process.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/product_root.h"
 #include "tests/support/real_helpers.h"
@@ -32,6 +34,8 @@ class PackageVerification : public ::testing::Test {
     LogRecord found() const { return record(4, "Public key found. Proceeding with verification"); }
     LogRecord no_key() const { return record(16, "Public key [" + ProductRoot::key_file() + "] not found."); }
     LogRecord invalid() const { return record(16, "Signature invalid for SJA file [" + path_ + "]."); }
+
+    static LogRecord record_of_the_signal() { return {16, "DeferredSignals", "qvrepo ends by signal 2."}; }
 
     int verify() const { return QvRepoHelper::verifySja(path_.c_str()); }
 
@@ -103,6 +107,18 @@ TEST_F(PackageVerification, Reports7236ForAChangedPackage) {
     flip_byte(path_, std::filesystem::file_size(path_) - 1);
     EXPECT_EQ(verify(), 7236);
     EXPECT_THAT(log_.records(), ElementsAre(trying(), found(), invalid()));
+}
+
+TEST_F(PackageVerification, CallsNoSignatureInvalidWhenItIsInterrupted) {
+    const int ending = in_child([this] {
+        const DeferredSignals deferred;
+        static_cast<void>(std::raise(SIGINT));
+        if (verify() != 7236)
+            _exit(1);
+        return 0;
+    });
+    EXPECT_EQ(ending, 128 + SIGINT);
+    EXPECT_THAT(log_.records(), ElementsAre(trying(), found(), record_of_the_signal()));
 }
 
 TEST_F(PackageVerification, Reports7236ForAnUnsignedPackage) {
