@@ -1,6 +1,6 @@
 #include "platform/master_config.h"
 
-#include "platform/host_role.h"
+#include "platform/local_host.h"
 #include "platform/paths.h"
 #include "platform/regular_file.h"
 

@@ -1,4 +1,4 @@
-#include "platform/host_role.h"
+#include "platform/local_host.h"
 
 #include <algorithm>
 #include <cstring>

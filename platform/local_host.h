@@ -1,7 +1,7 @@
 // Which names are this machine's.
 
-#ifndef PLATFORM_HOST_ROLE_H
-#define PLATFORM_HOST_ROLE_H
+#ifndef PLATFORM_LOCAL_HOST_H
+#define PLATFORM_LOCAL_HOST_H
 
 #include <string>
 
