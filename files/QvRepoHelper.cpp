@@ -5,6 +5,7 @@
 #include "model/QvRepoPackage.h"
 #include "platform/debug_log.h"
 #include "platform/file_ops.h"
+#include "platform/handle.h"
 #include "seam/T.h"
 
 #include <cstdlib>
@@ -13,10 +14,6 @@
 #include <ostream>
 
 namespace {
-
-struct release_listing {
-    void operator()(stat_array* listing) const { free_stat_array(listing); }
-};
 
 void append_envelope_items(const stat_array& listing, std::vector<QvRepoPackageItem>& items) {
     // The count is read as a 32-bit number here, so a longer listing has no items.
@@ -61,7 +58,7 @@ int readSjaContents(const char* path, std::vector<QvRepoPackageItem>& items) {
                 path);
         return 7225;
     }
-    const std::unique_ptr<stat_array, release_listing> listing(T::stat_archive(path));
+    const std::unique_ptr<stat_array, Release<free_stat_array>> listing(T::stat_archive(path));
     if (!listing) {
         logmsgf(16, function, "Failed to stat sja file [%s].", path);
         return 7215;

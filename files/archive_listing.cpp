@@ -14,21 +14,14 @@
 namespace {
 
 constexpr char file_header[4] = {'J', 'A', 'N', 'K'};
-constexpr std::uint64_t SIGNATURE_SIZE = 512;
 // Nearer to the largest offset, filling a stream's buffer is an error and not the end of the file, and the
 // stream would remember it.
 constexpr std::uint64_t LARGEST_OFFSET = std::numeric_limits<off_t>::max() - STREAM_BUFFER_SIZE;
 constexpr std::size_t FIRST_CAPACITY = 16;
 constexpr std::size_t SLOT_SIZE = sizeof(void*);
 
-struct release_stat_entry {
-    void operator()(stat_entry* entry) const { free_stat_entry(entry); }
-};
-struct release_stat_array {
-    void operator()(stat_array* listing) const { free_stat_array(listing); }
-};
-using entry_ptr = std::unique_ptr<stat_entry, release_stat_entry>;
-using listing_ptr = std::unique_ptr<stat_array, release_stat_array>;
+using EntryPtr = std::unique_ptr<stat_entry, Release<free_stat_entry>>;
+using ListingPtr = std::unique_ptr<stat_array, Release<free_stat_array>>;
 
 bool read_whole(FILE* stream, void* buffer, std::size_t length) {
     return std::fread(buffer, 1, length, stream) == length && std::ferror(stream) == 0;
@@ -83,8 +76,8 @@ walk walk_blocks(FILE* archive, std::uint64_t base) {
 }
 
 // The listed entry of `block`; null when its name cannot be read whole.
-entry_ptr read_entry(FILE* archive, const block_info& block) {
-    entry_ptr entry(new stat_entry());
+EntryPtr read_entry(FILE* archive, const block_info& block) {
+    EntryPtr entry(new stat_entry());
     const std::uint64_t name_offset = block.offset + ENTRY_HEADER_SIZE;
     entry->data_offset = name_offset + block.name_length;
     entry->name = new char[block.name_length + 1U]();
@@ -97,8 +90,8 @@ entry_ptr read_entry(FILE* archive, const block_info& block) {
     return entry;
 }
 
-listing_ptr new_listing() {
-    listing_ptr listing(new stat_array());
+ListingPtr new_listing() {
+    ListingPtr listing(new stat_array());
     listing->entries = new stat_entry*[FIRST_CAPACITY]();
     return listing;
 }
@@ -115,11 +108,11 @@ void grow(stat_array& listing, std::size_t capacity) {
     listing.entries = larger;
 }
 
-listing_ptr list_blocks(FILE* archive, const block_info* last) {
-    listing_ptr listing = new_listing();
+ListingPtr list_blocks(FILE* archive, const block_info* last) {
+    ListingPtr listing = new_listing();
     std::size_t capacity = FIRST_CAPACITY;
     for (const block_info* block = last; block != nullptr; block = block->next) {
-        entry_ptr entry = read_entry(archive, *block);
+        EntryPtr entry = read_entry(archive, *block);
         if (!entry)
             return nullptr;
         const stat_entry& listed = *entry;

@@ -4,6 +4,7 @@
 #define FILES_BLOCK_LIST_H
 
 #include "files/extractsja.h"
+#include "platform/handle.h"
 
 #include <cstddef>
 #include <memory>
@@ -11,12 +12,8 @@
 // An entry's name begins this many bytes behind the entry's first byte.
 inline constexpr std::uint64_t ENTRY_HEADER_SIZE = 11;
 
-struct release_block_list {
-    void operator()(block_info* last) const { free_block_list(last); }
-};
-
 // Owns a block and all that follow it.
-using block_list = std::unique_ptr<block_info, release_block_list>;
+using block_list = std::unique_ptr<block_info, Release<free_block_list>>;
 
 // The blocks of the archive, whichever form it has; empty when it is no archive, holds no entry or cannot be
 // read to its end. Throws std::bad_alloc.

@@ -11,8 +11,12 @@
 #ifndef FILES_EXTRACTSJA_H
 #define FILES_EXTRACTSJA_H
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
+
+// The size of the signature block in bytes.
+inline constexpr std::size_t SIGNATURE_SIZE = 512;
 
 // One entry as the walk found it. The list runs from the last entry of the archive to the first.
 struct block_info {

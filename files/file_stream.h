@@ -3,6 +3,8 @@
 #ifndef FILES_FILE_STREAM_H
 #define FILES_FILE_STREAM_H
 
+#include "platform/handle.h"
+
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -16,14 +18,8 @@
 #include <sys/types.h>
 #include <unistd.h>
 
-struct close_stream {
-    void operator()(FILE* stream) const {
-        // Streams that were written are closed by hand, where the result counts.
-        static_cast<void>(std::fclose(stream));
-    }
-};
-
-using file_stream = std::unique_ptr<FILE, close_stream>;
+// Streams that were written are closed by hand, where the result counts.
+using file_stream = std::unique_ptr<FILE, Release<std::fclose>>;
 
 // Opens `path` for reading, like fopen with "rbe", but never waits for the writer of a pipe: a pipe is not
 // opened, and errno is EINVAL.

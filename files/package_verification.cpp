@@ -4,6 +4,7 @@
 #include "files/file_stream.h"
 #include "files/sja_verify.h"
 #include "platform/debug_log.h"
+#include "platform/handle.h"
 #include "platform/interruption.h"
 #include "platform/paths.h"
 #include "seam/T.h"
@@ -18,16 +19,13 @@ namespace {
 
 constexpr const char* function_tag = "QvRepoHelper::verifySja";
 
-struct release_pubkey {
-    void operator()(RSA* key) const { free_pubkey(key); }
-};
-using pubkey_ptr = std::unique_ptr<RSA, release_pubkey>;
+using PublicKeyPtr = std::unique_ptr<RSA, Release<free_pubkey>>;
 
-pubkey_ptr installed_key(const std::string& key_path) {
+PublicKeyPtr installed_key(const std::string& key_path) {
     if (!T::pathExists(key_path.c_str()))
         return nullptr;
     logmsgf(4, function_tag, "Trying to get Pubkey [%s]", key_path.c_str());
-    return pubkey_ptr(get_pubkey(key_path.c_str()));
+    return PublicKeyPtr(get_pubkey(key_path.c_str()));
 }
 
 std::string without_quotes(std::string path) {
@@ -78,7 +76,7 @@ int QvRepoHelper::verifySja(const char* path) {
         return 7225;
     }
     const std::string key_path = std::string(PACKAGE_KEY_DIRECTORY) + "/pubkey.pem";
-    const pubkey_ptr key = installed_key(key_path);
+    const PublicKeyPtr key = installed_key(key_path);
     if (!key) {
         logmsgf(16, function_tag, "Public key [%s] not found.", key_path.c_str());
         return 7237;

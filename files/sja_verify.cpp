@@ -3,7 +3,9 @@
 
 #include "files/sja_verify.h"
 
+#include "files/extractsja.h"
 #include "files/file_stream.h"
+#include "platform/handle.h"
 #include "platform/interruption.h"
 
 #include <memory>
@@ -20,25 +22,14 @@
 
 namespace {
 
-constexpr std::uint16_t SIGNATURE_SIZE = 512;
 constexpr std::size_t CHUNK_SIZE = 4096;
 constexpr std::int64_t LARGEST_KEY_FILE = 0xFFFF;
 
-struct release_bio {
-    void operator()(BIO* bio) const { BIO_free(bio); }
-};
-struct release_key {
-    void operator()(RSA* key) const { RSA_free(key); }
-};
-struct release_byte_sequence {
-    void operator()(byte_sequence* sequence) const { free_byte_sequence(sequence); }
-};
-using bio_ptr = std::unique_ptr<BIO, release_bio>;
-using key_ptr = std::unique_ptr<RSA, release_key>;
-using sequence_ptr = std::unique_ptr<byte_sequence, release_byte_sequence>;
+using KeyPtr = std::unique_ptr<RSA, Release<RSA_free>>;
+using SequencePtr = std::unique_ptr<byte_sequence, Release<free_byte_sequence>>;
 
-sequence_ptr new_sequence(std::uint32_t length) {
-    sequence_ptr sequence(new byte_sequence());
+SequencePtr new_sequence(std::uint32_t length) {
+    SequencePtr sequence(new byte_sequence());
     sequence->data = new unsigned char[length]();
     sequence->length = length;
     return sequence;
@@ -50,8 +41,8 @@ int no_passphrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*data*
 }
 
 // Puts the key that the PEM text holds in place of `key`; leaves `key` alone when there is none.
-void read_pem_key(const std::vector<unsigned char>& pem, key_ptr& key) {
-    const bio_ptr bio(BIO_new(BIO_s_mem()));
+void read_pem_key(const std::vector<unsigned char>& pem, KeyPtr& key) {
+    const std::unique_ptr<BIO, Release<BIO_free>> bio(BIO_new(BIO_s_mem()));
     if (!bio || BIO_write(bio.get(), pem.data(), static_cast<int>(pem.size())) <= 0)
         return;
     RSA* read_into = key.release();
@@ -62,14 +53,14 @@ void read_pem_key(const std::vector<unsigned char>& pem, key_ptr& key) {
 }
 
 // The bytes of the range, or null; the stream stays open.
-sequence_ptr read_range(FILE* stream, std::uint64_t offset, std::uint16_t length) {
+SequencePtr read_range(FILE* stream, std::uint64_t offset, std::uint16_t length) {
     const std::int64_t size = get_filesize(stream);
     if (size < 0)
         return nullptr;
     const auto end = static_cast<std::uint64_t>(size);
     if (offset > end || end - offset < length)
         return nullptr;
-    sequence_ptr bytes = new_sequence(length);
+    SequencePtr bytes = new_sequence(length);
     if (!seek_to(stream, offset) || !read_up_to(stream, bytes->data, length))
         return nullptr;
     return bytes;
@@ -90,7 +81,7 @@ std::int64_t get_filesize(FILE* stream) {
 }
 
 RSA* get_pubkey(const char* path) {
-    key_ptr key(RSA_new());
+    KeyPtr key(RSA_new());
     const file_stream file(open_to_read(path));
     if (!key || !file)
         return nullptr;
@@ -106,7 +97,7 @@ RSA* get_pubkey(const char* path) {
 }
 
 byte_sequence* get_signature(FILE* stream, std::uint64_t offset, std::uint16_t length) {
-    sequence_ptr signature = read_range(stream, offset, length);
+    SequencePtr signature = read_range(stream, offset, length);
     // The stream is the caller's, and is closed all the same: callers rely on it.
     if (!signature)
         static_cast<void>(std::fclose(stream));
@@ -116,7 +107,7 @@ byte_sequence* get_signature(FILE* stream, std::uint64_t offset, std::uint16_t l
 byte_sequence* calc_sha_512(FILE* stream, std::uint64_t first, std::uint64_t end) {
     if (first > end)
         return nullptr;
-    sequence_ptr digest = new_sequence(SHA512_DIGEST_LENGTH);
+    SequencePtr digest = new_sequence(SHA512_DIGEST_LENGTH);
     SHA512_CTX context;
     if (SHA512_Init(&context) == 0 || !seek_to(stream, first))
         return nullptr;
@@ -142,13 +133,13 @@ bool verify_hash(const byte_sequence* digest, const byte_sequence* signature, RS
 
 bool sja_verify_hash(FILE* archive, RSA* key) {
     const std::int64_t size = get_filesize(archive);
-    if (size < SIGNATURE_SIZE)
+    if (size < std::int64_t{SIGNATURE_SIZE})
         return false;
-    const sequence_ptr digest(calc_sha_512(archive, SIGNATURE_SIZE, static_cast<std::uint64_t>(size)));
+    const SequencePtr digest(calc_sha_512(archive, SIGNATURE_SIZE, static_cast<std::uint64_t>(size)));
     if (!digest)
         return false;
     // Not by get_signature, which would close the stream under the caller.
-    const sequence_ptr signature = read_range(archive, 0, SIGNATURE_SIZE);
+    const SequencePtr signature = read_range(archive, 0, SIGNATURE_SIZE);
     return signature && verify_hash(digest.get(), signature.get(), key);
 }
 

@@ -5,6 +5,7 @@
 #include "platform/bounded.h"
 #include "platform/debug_log.h"
 #include "platform/file_ops.h"
+#include "platform/handle.h"
 #include "seam/T.h"
 
 #include <array>
@@ -103,8 +104,7 @@ std::string QvRepoAddInfo::getJSONPackageDetails() {
                            "newPackageAttributes", "attributes", "packageFileName", packageFileName.c_str(),
                            "packageName", packageName.c_str(), "os", os.c_str(), "version", version.c_str(),
                            "packageType", packageType.c_str(), "packageItems", pack_items(packageItems)));
-    const std::unique_ptr<char, decltype(&std::free)> text(body ? json_dumps(body.get(), 0) : nullptr,
-                                                           std::free);
+    const std::unique_ptr<char, Release<std::free>> text(body ? json_dumps(body.get(), 0) : nullptr);
     if (!text) {
         logmsgf(16, BODY_LABEL, "Package details of [%s] cannot be written as JSON.",
                 packageFileName.c_str());

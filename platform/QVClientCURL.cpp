@@ -1,6 +1,7 @@
 #include "platform/QVClientCURL.h"
 
 #include "platform/debug_log.h"
+#include "platform/handle.h"
 #include "platform/paths.h"
 
 #include <curl/curl.h>
@@ -22,16 +23,6 @@ constexpr std::size_t LONG_ANSWER = std::size_t{4} * 1024 * 1024;
 // A transfer that moves less than this for so long is given up.
 constexpr long LOWEST_BYTES_PER_SECOND = 1;
 constexpr long LONGEST_STANDSTILL_SECONDS = 300;
-
-struct HandleRelease {
-    void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
-};
-using Handle = std::unique_ptr<CURL, HandleRelease>;
-
-struct HeadersRelease {
-    void operator()(curl_slist* headers) const { curl_slist_free_all(headers); }
-};
-using Headers = std::unique_ptr<curl_slist, HeadersRelease>;
 
 bool is_control(char c) {
     return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
@@ -111,10 +102,10 @@ struct QVClientCURL::Transfer {
     CURLcode result = CURLE_OK;
     bool answer_too_long = false;
     char explanation[CURL_ERROR_SIZE] = "";
-    Headers headers;
+    std::unique_ptr<curl_slist, Release<curl_slist_free_all>> headers;
     // Made by the first request and kept, as it holds the connection. The last member, since it points to
     // those above.
-    Handle handle;
+    std::unique_ptr<CURL, Release<curl_easy_cleanup>> handle;
 };
 
 int QVClientCURL::Transfer::perform(QVClientCURL& client, const char* method, const std::string& uri,

@@ -1,5 +1,7 @@
 #include "platform/local_host.h"
 
+#include "platform/handle.h"
+
 #include <algorithm>
 #include <cstring>
 #include <ifaddrs.h>
@@ -13,15 +15,7 @@
 
 namespace {
 
-struct AddressRelease {
-    void operator()(addrinfo* addresses) const { freeaddrinfo(addresses); }
-};
-using Addresses = std::unique_ptr<addrinfo, AddressRelease>;
-
-struct InterfaceRelease {
-    void operator()(ifaddrs* interfaces) const { freeifaddrs(interfaces); }
-};
-using Interfaces = std::unique_ptr<ifaddrs, InterfaceRelease>;
+using Addresses = std::unique_ptr<addrinfo, Release<freeaddrinfo>>;
 
 bool same_name(const std::string& a, const std::string& b) {
     return strcasecmp(a.c_str(), b.c_str()) == 0;
@@ -77,7 +71,7 @@ std::vector<std::string> interface_addresses() {
     ifaddrs* first = nullptr;
     if (getifaddrs(&first) != 0)
         return all;
-    const Interfaces interfaces(first);
+    const std::unique_ptr<ifaddrs, Release<freeifaddrs>> interfaces(first);
     for (const ifaddrs* at = first; at != nullptr; at = at->ifa_next) {
         const std::string bytes = address_bytes(at->ifa_addr);
         if (!bytes.empty())

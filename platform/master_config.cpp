@@ -1,5 +1,6 @@
 #include "platform/master_config.h"
 
+#include "platform/handle.h"
 #include "platform/local_host.h"
 #include "platform/paths.h"
 #include "platform/regular_file.h"
@@ -21,10 +22,6 @@ struct ConfigRecord {
     std::vector<std::string> names;
     std::vector<const char*> pointers;
     master_config view{nullptr};
-};
-
-struct JsonRelease {
-    void operator()(json_t* document) const { json_decref(document); }
 };
 
 std::unique_ptr<ConfigRecord> current_record;
@@ -64,7 +61,8 @@ int QV_read_master_config() {
     const int error = read_regular_file(MASTER_CONFIG_FILE, MAX_CONFIG_SIZE, text);
     if (error != 0)
         return error;
-    const std::unique_ptr<json_t, JsonRelease> document(json_loadb(text.data(), text.size(), 0, nullptr));
+    const std::unique_ptr<json_t, Release<json_decref>> document(
+        json_loadb(text.data(), text.size(), 0, nullptr));
     std::vector<std::string> names;
     if (!json_is_object(document.get()) || !take_names(document.get(), names))
         return EINVAL;

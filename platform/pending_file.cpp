@@ -1,5 +1,7 @@
 #include "platform/pending_file.h"
 
+#include "platform/handle.h"
+
 #include <cerrno>
 #include <cinttypes>
 #include <climits>
@@ -26,10 +28,6 @@ constexpr int MAX_TRIES = 100;
 
 // The start of 2000, in seconds: older than any file that a writer can have left.
 constexpr std::time_t FIRST_TIME = 946684800;
-
-struct close_directory {
-    void operator()(DIR* directory) const { closedir(directory); }
-};
 
 // What the temporary names of a file have before their digits; the name is cut so that all fits.
 std::string temporary_head(const std::string& name) {
@@ -174,7 +172,7 @@ bool PendingFile::lock() const {
 
 // Removes what killed writers of this name left.
 void PendingFile::remove_left_files() const {
-    const std::unique_ptr<DIR, close_directory> folder(opendir(folder_path_.c_str()));
+    const std::unique_ptr<DIR, Release<closedir>> folder(opendir(folder_path_.c_str()));
     const std::string head = temporary_head(name_);
     while (const dirent* entry = folder ? readdir(folder.get()) : nullptr) {
         const std::string_view name = entry->d_name;

@@ -3,11 +3,10 @@
 #ifndef PUBLISHER_SIGNATURE_SOURCE_H
 #define PUBLISHER_SIGNATURE_SOURCE_H
 
+#include "files/extractsja.h"
+
 #include <cstddef>
 #include <string>
-
-// A signature fills the first bytes of a signed archive.
-inline constexpr std::size_t SIGNATURE_SIZE = 512;
 
 // Sees all bytes that are signed go by, and then gives their signature.
 class SignatureSource {

@@ -3,6 +3,8 @@
 #ifndef TESTS_SUPPORT_SIGNING_KEY_H
 #define TESTS_SUPPORT_SIGNING_KEY_H
 
+#include "platform/handle.h"
+
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -14,7 +16,7 @@
 
 class SigningKey {
   public:
-    explicit SigningKey(unsigned bits = 4096) : key_(EVP_RSA_gen(bits), &EVP_PKEY_free) {
+    explicit SigningKey(unsigned bits = 4096) : key_(EVP_RSA_gen(bits)) {
         if (!key_)
             throw std::runtime_error("no RSA key");
     }
@@ -34,14 +36,14 @@ class SigningKey {
     EVP_PKEY* get() const { return key_.get(); }
 
     std::string public_pem() const {
-        const std::unique_ptr<BIO, decltype(&BIO_free)> out(BIO_new(BIO_s_mem()), &BIO_free);
+        const std::unique_ptr<BIO, Release<BIO_free>> out(BIO_new(BIO_s_mem()));
         PEM_write_bio_PUBKEY(out.get(), key_.get());
         return text_of(out.get());
     }
 
     // PKCS #8; encrypted when there is a passphrase.
     std::string private_pem(const std::string& passphrase = "") const {
-        const std::unique_ptr<BIO, decltype(&BIO_free)> out(BIO_new(BIO_s_mem()), &BIO_free);
+        const std::unique_ptr<BIO, Release<BIO_free>> out(BIO_new(BIO_s_mem()));
         PEM_write_bio_PrivateKey(out.get(), key_.get(), passphrase.empty() ? nullptr : EVP_aes_256_cbc(),
                                  reinterpret_cast<const unsigned char*>(passphrase.data()),
                                  static_cast<int>(passphrase.size()), nullptr, nullptr);
@@ -50,8 +52,7 @@ class SigningKey {
 
     // The PKCS #1 v1.5 signature of the SHA-512 digest of `bytes`.
     std::string signature_of(const std::string& bytes) const {
-        const std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context(EVP_MD_CTX_new(),
-                                                                              &EVP_MD_CTX_free);
+        const std::unique_ptr<EVP_MD_CTX, Release<EVP_MD_CTX_free>> context(EVP_MD_CTX_new());
         std::string signature(static_cast<std::size_t>(EVP_PKEY_get_size(key_.get())), '\0');
         std::size_t length = signature.size();
         if (EVP_DigestSignInit(context.get(), nullptr, EVP_sha512(), nullptr, key_.get()) != 1 ||
@@ -70,7 +71,7 @@ class SigningKey {
         return {data, static_cast<std::size_t>(length)};
     }
 
-    std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key_;
+    std::unique_ptr<EVP_PKEY, Release<EVP_PKEY_free>> key_;
 };
 
 #endif

@@ -5,6 +5,7 @@
 
 #include "files/extractsja.h"
 #include "files/file_stream.h"
+#include "platform/handle.h"
 #include "tests/support/sja_builder.h"
 
 #include <memory>
@@ -12,10 +13,7 @@
 #include <string>
 #include <vector>
 
-struct ReleaseListing {
-    void operator()(stat_array* listing) const { free_stat_array(listing); }
-};
-using Listing = std::unique_ptr<stat_array, ReleaseListing>;
+using Listing = std::unique_ptr<stat_array, Release<free_stat_array>>;
 
 inline Listing listing_of(const std::string& path) {
     return Listing(stat_archive(path.c_str()));

@@ -3,6 +3,7 @@
 #include "files/sja_verify.h"
 
 #include "files/file_stream.h"
+#include "platform/handle.h"
 #include "platform/interruption.h"
 #include "tests/support/child_process.h"
 #include "tests/support/signing_key.h"
@@ -22,14 +23,8 @@
 
 namespace {
 
-struct ReleaseSequence {
-    void operator()(byte_sequence* sequence) const { free_byte_sequence(sequence); }
-};
-struct ReleaseKey {
-    void operator()(RSA* key) const { free_pubkey(key); }
-};
-using Sequence = std::unique_ptr<byte_sequence, ReleaseSequence>;
-using PublicKey = std::unique_ptr<RSA, ReleaseKey>;
+using Sequence = std::unique_ptr<byte_sequence, Release<free_byte_sequence>>;
+using PublicKey = std::unique_ptr<RSA, Release<free_pubkey>>;
 
 std::string text_of(const Sequence& sequence) {
     return sequence ? std::string(reinterpret_cast<const char*>(sequence->data), sequence->length) : "none";

@@ -14,10 +14,10 @@ void must(bool done, const char* what) {
         throw std::runtime_error(std::string("certificate: ") + what);
 }
 
-using File = std::unique_ptr<std::FILE, decltype(&std::fclose)>;
+using File = std::unique_ptr<std::FILE, Release<std::fclose>>;
 
 File create(const std::string& path) {
-    File file(std::fopen(path.c_str(), "w"), &std::fclose);
+    File file(std::fopen(path.c_str(), "w"));
     must(file != nullptr, path.c_str());
     return file;
 }
@@ -79,10 +79,10 @@ void write_certificate(const std::string& path, const Identity& identity) {
 }
 
 void write_key(const std::string& path, const Identity& identity, const std::string& passphrase) {
-    const auto* word = reinterpret_cast<const unsigned char*>(passphrase.c_str());
+    const auto* bytes = reinterpret_cast<const unsigned char*>(passphrase.c_str());
     const EVP_CIPHER* cipher = passphrase.empty() ? nullptr : EVP_aes_256_cbc();
     must(PEM_write_PrivateKey(create(path).get(), identity.key.get(), cipher,
-                              passphrase.empty() ? nullptr : word, static_cast<int>(passphrase.size()),
+                              passphrase.empty() ? nullptr : bytes, static_cast<int>(passphrase.size()),
                               nullptr, nullptr) == 1,
          path.c_str());
 }

@@ -3,23 +3,18 @@
 #ifndef TESTS_UNIT_PLATFORM_CERTIFICATES_H
 #define TESTS_UNIT_PLATFORM_CERTIFICATES_H
 
+#include "platform/handle.h"
+
 #include <openssl/evp.h>
 #include <openssl/x509.h>
 
 #include <memory>
 #include <string>
 
-struct KeyRelease {
-    void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
-};
-struct CertificateRelease {
-    void operator()(X509* certificate) const { X509_free(certificate); }
-};
-
 // A key with its certificate.
 struct Identity {
-    std::unique_ptr<EVP_PKEY, KeyRelease> key;
-    std::unique_ptr<X509, CertificateRelease> certificate;
+    std::unique_ptr<EVP_PKEY, Release<EVP_PKEY_free>> key;
+    std::unique_ptr<X509, Release<X509_free>> certificate;
 };
 
 // An authority of that name.

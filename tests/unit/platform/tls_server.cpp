@@ -58,7 +58,7 @@ bool write_all(SSL* tls, const std::string& bytes) {
 }
 
 std::string client_name(SSL* tls) {
-    const std::unique_ptr<X509, CertificateRelease> certificate(SSL_get1_peer_certificate(tls));
+    const std::unique_ptr<X509, Release<X509_free>> certificate(SSL_get1_peer_certificate(tls));
     char name[256] = "";
     if (certificate != nullptr)
         X509_NAME_get_text_by_NID(X509_get_subject_name(certificate.get()), NID_commonName, name,
@@ -127,7 +127,7 @@ FileDescriptor listen_on(const std::string& address, int port) {
 }
 
 TlsServer::TlsServer(const Identity& identity, Handler handler, const Options& options)
-    : context_(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free), handler_(std::move(handler)),
+    : context_(SSL_CTX_new(TLS_server_method())), handler_(std::move(handler)),
       listener_(listen_on(options.address, options.port)) {
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN)); // a client that hangs up must not end the test
     SSL_CTX_use_certificate(context_.get(), identity.certificate.get());
@@ -176,7 +176,7 @@ void TlsServer::set_current(int connection) {
 
 void TlsServer::serve_connection(int connection) {
     ++connections_;
-    const std::unique_ptr<SSL, decltype(&SSL_free)> tls(SSL_new(context_.get()), &SSL_free);
+    const std::unique_ptr<SSL, Release<SSL_free>> tls(SSL_new(context_.get()));
     SSL_set_fd(tls.get(), connection);
     if (SSL_accept(tls.get()) != 1)
         return;

@@ -5,6 +5,7 @@
 #define TESTS_UNIT_PLATFORM_TLS_SERVER_H
 
 #include "platform/file_descriptor.h"
+#include "platform/handle.h"
 #include "tests/unit/platform/certificates.h"
 
 #include <openssl/ssl.h>
@@ -63,7 +64,7 @@ class TlsServer {
     void set_current(int connection);
     bool answer_request(SSL* tls);
 
-    std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context_;
+    std::unique_ptr<SSL_CTX, Release<SSL_CTX_free>> context_;
     Handler handler_;
     FileDescriptor listener_;
     std::atomic<bool> stopping_{false};
