@@ -6,10 +6,10 @@
 #include "cli/package_resource.h"
 #include "cli/request.h"
 #include "cli/startup.h"
-#include "cli/status.h"
 #include "model/QvRepoPackage.h"
 #include "platform/debug_log.h"
 #include "platform/interruption.h"
+#include "platform/status_codes.h"
 #include "seam/T.h"
 
 #include <ostream>

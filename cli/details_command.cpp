@@ -3,9 +3,9 @@
 #include "cli/package_id.h"
 #include "cli/package_resource.h"
 #include "cli/startup.h"
-#include "cli/status.h"
 #include "model/QvRepoPackage.h"
 #include "platform/debug_log.h"
+#include "platform/status_codes.h"
 
 #include <ostream>
 #include <string>

@@ -4,6 +4,7 @@
 #include "cli/help.h"
 #include "cli/placeholders.h"
 #include "cli/status.h"
+#include "platform/status_codes.h"
 
 #include <cstring>
 #include <iostream>

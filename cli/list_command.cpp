@@ -4,9 +4,9 @@
 #include "cli/messages.h"
 #include "cli/package_resource.h"
 #include "cli/startup.h"
-#include "cli/status.h"
 #include "model/QvRepoPackage.h"
 #include "platform/debug_log.h"
+#include "platform/status_codes.h"
 
 #include <cstring>
 #include <ostream>

@@ -1,8 +1,8 @@
 #include "cli/package_resource.h"
 
-#include "cli/status.h"
 #include "platform/debug_log.h"
 #include "platform/paths.h"
+#include "platform/status_codes.h"
 #include "seam/T.h"
 
 namespace {

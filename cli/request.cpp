@@ -1,9 +1,9 @@
 #include "cli/request.h"
 
-#include "cli/status.h"
 #include "model/json_document.h"
 #include "platform/QVClientCURL.h"
 #include "platform/debug_log.h"
+#include "platform/status_codes.h"
 
 // The vocabulary of the product's web-service clients, kept whole: the block is the same in each of them.
 static const std::string FEDS_URI = "quorvelle/catalog/frontenddata";

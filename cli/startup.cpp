@@ -1,11 +1,11 @@
 #include "cli/startup.h"
 
 #include "cli/message_buffers.h"
-#include "cli/status.h"
 #include "platform/bounded.h"
 #include "platform/debug_log.h"
 #include "platform/master_config.h"
 #include "platform/paths.h"
+#include "platform/status_codes.h"
 #include "seam/T.h"
 
 #include <unistd.h>

@@ -4,18 +4,40 @@
 #include "cli/messages.h"
 #include "platform/debug_log.h"
 #include "platform/message_catalog.h"
+#include "platform/status_codes.h"
 
 #include <ostream>
 
 const std::array<status_message, 29> STATUS_MESSAGES = {{
-    {20, "TqlRpo0008N"},   {104, "TqlRpo0022N"},  {110, "TqlRpo0003N"},  {111, "TqlRpo0004N"},
-    {117, "TqlRpo0006N"},  {118, "TqlRpo0006N"},  {132, "TqlRpo0002N"},  {153, "TqlRpo0005N"},
-    {5761, "TqlRpo0035N"}, {5930, "TqlRpo0006N"}, {7214, "TqlRpo0018N"}, {7215, "TqlRpo0016N"},
-    {7216, "TqlRpo0017N"}, {7217, "TqlRpo0013N"}, {7218, "TqlRpo0009N"}, {7219, "TqlRpo0020N"},
-    {7220, "TqlRpo0010N"}, {7221, "TqlRpo0021N"}, {7225, "TqlRpo0012N"}, {7235, "TqlRpo0015N"},
-    {7236, "TqlRpo0011N"}, {7237, "TqlRpo0014N"}, {7252, "TqlRpo0019N"}, {7264, "TqlRpo0037N"},
-    {7265, "TqlRpo0038N"}, {7266, "TqlRpo0039N"}, {7267, "TqlRpo0040N"}, {8000, "TqlRpo0006N"},
-    {9103, "TqlRpo0007N"},
+    {STATUS_INVALID_PARAMETER, "TqlRpo0008N"},
+    {STATUS_INVALID_PATH, "TqlRpo0022N"},
+    {STATUS_CONFIGURATION, "TqlRpo0003N"},
+    {STATUS_NO_MASTER_SERVER, "TqlRpo0004N"},
+    {117, "TqlRpo0006N"},
+    {118, "TqlRpo0006N"},
+    {STATUS_NOT_ADMINISTRATOR, "TqlRpo0002N"},
+    {STATUS_NOT_MASTER_SERVER, "TqlRpo0005N"},
+    {5761, "TqlRpo0035N"},
+    {5930, "TqlRpo0006N"},
+    {STATUS_COPY_FAILED, "TqlRpo0018N"},
+    {STATUS_UNREADABLE_ARCHIVE, "TqlRpo0016N"},
+    {STATUS_UNRECOGNIZED_NAME, "TqlRpo0017N"},
+    {STATUS_NO_REPOSITORY, "TqlRpo0013N"},
+    {STATUS_PACKAGE_EXISTS, "TqlRpo0009N"},
+    {STATUS_INVALID_PACKAGE_ID, "TqlRpo0020N"},
+    {STATUS_PACKAGE_NOT_FOUND, "TqlRpo0010N"},
+    {STATUS_DELETE_CANCELED, "TqlRpo0021N"},
+    {STATUS_FILE_NOT_FOUND, "TqlRpo0012N"},
+    {STATUS_UNREADABLE_PACKAGE, "TqlRpo0015N"},
+    {STATUS_INVALID_SIGNATURE, "TqlRpo0011N"},
+    {STATUS_NO_PUBLIC_KEY, "TqlRpo0014N"},
+    {STATUS_EXTRACTION_FAILED, "TqlRpo0019N"},
+    {STATUS_UNSUPPORTED_VERSION, "TqlRpo0037N"},
+    {STATUS_UNSUPPORTED_TYPE, "TqlRpo0038N"},
+    {STATUS_UNSUPPORTED_OS, "TqlRpo0039N"},
+    {STATUS_UNSUPPORTED_EEB_VERSION, "TqlRpo0040N"},
+    {8000, "TqlRpo0006N"},
+    {STATUS_UNEXPECTED_RESPONSE, "TqlRpo0007N"},
 }};
 
 namespace {

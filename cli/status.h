@@ -6,23 +6,6 @@
 #include <array>
 #include <iosfwd>
 
-// The statuses that this program raises itself or takes from the web service with a text of their own;
-// further ones come from the platform and the service and are passed on as they are.
-enum command_status : int {
-    STATUS_INVALID_PARAMETER = 20,
-    STATUS_CONFIGURATION = 110,
-    STATUS_NO_MASTER_SERVER = 111,
-    STATUS_NOT_ADMINISTRATOR = 132,
-    STATUS_NOT_MASTER_SERVER = 153,
-    STATUS_NO_REPOSITORY = 7217,
-    STATUS_INVALID_PACKAGE_ID = 7219,
-    STATUS_PACKAGE_NOT_FOUND = 7220,
-    STATUS_DELETE_CANCELED = 7221,
-    STATUS_FILE_NOT_FOUND = 7225,
-    STATUS_REPOSITORY_FULL = 7263,
-    STATUS_UNEXPECTED_RESPONSE = 9103
-};
-
 struct status_message {
     int code;
     const char* id; // of its message

@@ -6,9 +6,9 @@
 #include "platform/debug_log.h"
 #include "platform/file_ops.h"
 #include "platform/handle.h"
+#include "platform/status_codes.h"
 #include "seam/T.h"
 
-#include <cstdlib>
 #include <istream>
 #include <memory>
 #include <ostream>
@@ -24,8 +24,7 @@ void append_envelope_items(const stat_array& listing, std::vector<QvRepoPackageI
 }
 
 QvRepoPackageItem package_itself(const char* path) {
-    const std::unique_ptr<char, decltype(&std::free)> name(qv_basename(path, nullptr), &std::free);
-    return {name ? name.get() : "", QvRepoHelper::fileSize(path)};
+    return {base_name(path), QvRepoHelper::fileSize(path)};
 }
 
 } // namespace
@@ -56,12 +55,12 @@ int readSjaContents(const char* path, std::vector<QvRepoPackageItem>& items) {
     if (!T::pathExists(path)) {
         logmsgf(16, function, "Failed to read package content. Supplied .sja file does not exist: [%s].",
                 path);
-        return 7225;
+        return STATUS_FILE_NOT_FOUND;
     }
     const std::unique_ptr<stat_array, Release<free_stat_array>> listing(T::stat_archive(path));
     if (!listing) {
         logmsgf(16, function, "Failed to stat sja file [%s].", path);
-        return 7215;
+        return STATUS_UNREADABLE_ARCHIVE;
     }
     if (isSjaEnvelope(listing.get()))
         append_envelope_items(*listing, items);

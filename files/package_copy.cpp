@@ -5,12 +5,11 @@
 #include "platform/file_ops.h"
 #include "platform/paths.h"
 #include "platform/regular_file.h"
+#include "platform/status_codes.h"
 #include "seam/T.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <limits>
-#include <memory>
 
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -59,8 +58,7 @@ bool has_space_for(std::uint64_t package_megabytes) {
 }
 
 std::string place_in_repository(const char* source, const std::string& prefix) {
-    const std::unique_ptr<char, decltype(&std::free)> name(qv_basename(source, nullptr), &std::free);
-    return std::string(REPOSITORY_DIRECTORY) + "/" + prefix + (name ? name.get() : "");
+    return std::string(REPOSITORY_DIRECTORY) + "/" + prefix + base_name(source);
 }
 
 bool repository_exists() {
@@ -74,7 +72,7 @@ int status_of_copy(int error, const char* source) {
     if (error == 0)
         return 0;
     logmsgf(16, copy_tag, "Unable to copy package file [%s] to [%s].", source, REPOSITORY_DIRECTORY);
-    return 7214;
+    return STATUS_COPY_FAILED;
 }
 
 int copy_to(const char* source, const std::string& destination) {
@@ -86,7 +84,7 @@ int copy_to(const char* source, const std::string& destination) {
 
 int refuse_extraction(const char* source) {
     logmsgf(16, extract_tag, "Failed extracting [%s] to directory [%s]", source, REPOSITORY_DIRECTORY);
-    return 7252;
+    return STATUS_EXTRACTION_FAILED;
 }
 
 // Whether another process extracts the temporary copy `path`.
@@ -108,7 +106,7 @@ void delete_temporary(const std::string& path) {
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 int QvRepoHelper::copySja(const char* source, std::string& destination, std::string name) {
     if (!repository_exists())
-        return 7217;
+        return STATUS_NO_REPOSITORY;
     if (const int code = T::verifySja(source); code != 0) {
         logmsgf(16, copy_tag,
                 "Package verification for input file [%s] failed. Error code returned from verifySja: %d.",
@@ -128,12 +126,12 @@ int QvRepoHelper::copySja(const char* source, std::string& destination, std::str
     if (fits)
         return copy_to(source, destination);
     logmsg(16, "Not enough disk space to copy the package file.", copy_tag);
-    return 7214;
+    return STATUS_COPY_FAILED;
 }
 
 int QvRepoHelper::copySja(const char* source) {
     if (!repository_exists())
-        return 7217;
+        return STATUS_NO_REPOSITORY;
     // The other form verifies once more; a plain copy is verified twice.
     if (const int code = T::verifySja(source); code != 0) {
         logmsgf(16, copy_tag,

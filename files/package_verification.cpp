@@ -7,6 +7,7 @@
 #include "platform/handle.h"
 #include "platform/interruption.h"
 #include "platform/paths.h"
+#include "platform/status_codes.h"
 #include "seam/T.h"
 
 #include <algorithm>
@@ -37,7 +38,7 @@ int refuse_signature(const char* path) {
     // An interrupted check says nothing about the package.
     if (!interruption_noted())
         logmsgf(16, function_tag, "Signature invalid for SJA file [%s].", path);
-    return 7236;
+    return STATUS_INVALID_SIGNATURE;
 }
 
 // Whether there is nothing at `path` that could be copied instead of the `verified` file, or what is there is
@@ -57,7 +58,7 @@ int verify_with_key(const char* path, RSA* key) {
     const buffered_stream archive(open_to_read(unquoted.c_str()));
     if (!archive) {
         logmsgf(16, function_tag, "Could not open SJA file at path [%s].", unquoted.c_str());
-        return 7235;
+        return STATUS_UNREADABLE_PACKAGE;
     }
     if (!sja_verify_hash(archive.get(), key))
         return refuse_signature(unquoted.c_str());
@@ -73,13 +74,13 @@ int QvRepoHelper::verifySja(const char* path) {
     if (!T::pathExists(path)) {
         logmsgf(16, function_tag, "Failed to read package content. Supplied .sja file does not exist: [%s].",
                 path);
-        return 7225;
+        return STATUS_FILE_NOT_FOUND;
     }
     const std::string key_path = std::string(PACKAGE_KEY_DIRECTORY) + "/pubkey.pem";
     const PublicKeyPtr key = installed_key(key_path);
     if (!key) {
         logmsgf(16, function_tag, "Public key [%s] not found.", key_path.c_str());
-        return 7237;
+        return STATUS_NO_PUBLIC_KEY;
     }
     return verify_with_key(path, key.get());
 }

@@ -6,6 +6,7 @@
 #include "platform/debug_log.h"
 #include "platform/file_ops.h"
 #include "platform/handle.h"
+#include "platform/status_codes.h"
 #include "seam/T.h"
 
 #include <array>
@@ -19,9 +20,6 @@ constexpr const char* NAME_PREFIX = "dunmarel_";
 constexpr const char* NAME_LABEL = "QvRepoAddInfo::getPackageAttributesFromFilePath";
 constexpr const char* BODY_LABEL = "QvRepoAddInfo::getJSONPackageDetails";
 
-constexpr int INVALID_PATH = 104;
-constexpr int UNRECOGNIZED_NAME = 7216;
-
 struct name_refusal {
     int error; // package_name_error
     const char* text;
@@ -29,11 +27,11 @@ struct name_refusal {
 };
 
 constexpr std::array<name_refusal, 5> NAME_REFUSALS = {{
-    {PACKAGE_NAME_EMPTY, "Package name was null or empty.", UNRECOGNIZED_NAME},
-    {PACKAGE_NAME_TYPE, "Package type is not supported.", 7265},
-    {PACKAGE_NAME_VERSION, "Package version is not supported.", 7264},
-    {PACKAGE_NAME_OS, "Package operating system is not supported.", 7266},
-    {PACKAGE_NAME_EEB_VERSION, "Package EEB version is not supported.", 7267},
+    {PACKAGE_NAME_EMPTY, "Package name was null or empty.", STATUS_UNRECOGNIZED_NAME},
+    {PACKAGE_NAME_TYPE, "Package type is not supported.", STATUS_UNSUPPORTED_TYPE},
+    {PACKAGE_NAME_VERSION, "Package version is not supported.", STATUS_UNSUPPORTED_VERSION},
+    {PACKAGE_NAME_OS, "Package operating system is not supported.", STATUS_UNSUPPORTED_OS},
+    {PACKAGE_NAME_EEB_VERSION, "Package EEB version is not supported.", STATUS_UNSUPPORTED_EEB_VERSION},
 }};
 
 // Logs why the name was refused and returns the status for it.
@@ -46,7 +44,7 @@ int refuse_name(int error) {
             return refusal.status;
         }
     }
-    return UNRECOGNIZED_NAME;
+    return STATUS_UNRECOGNIZED_NAME;
 }
 
 // A null member makes json_pack fail, so an item that cannot be packed fails the body instead of leaving a
@@ -76,22 +74,22 @@ QvRepoAddInfo::QvRepoAddInfo(const char* path) {
 }
 
 int QvRepoAddInfo::getPackageAttributesFromFilePath(const char* path) {
-    const std::unique_ptr<char, decltype(&std::free)> base_name(qv_basename(path, nullptr), std::free);
-    if (!base_name) {
+    const std::string file_name = base_name(path);
+    if (file_name.empty()) {
         logmsgf(16, NAME_LABEL, "unable to extract filename from sja file path [%s].",
                 path == nullptr ? "" : path);
-        return INVALID_PATH;
+        return STATUS_INVALID_PATH;
     }
     const std::size_t prefix_length = std::strlen(NAME_PREFIX);
-    const bool has_prefix = std::strncmp(base_name.get(), NAME_PREFIX, prefix_length) == 0;
+    const bool has_prefix = file_name.compare(0, prefix_length, NAME_PREFIX) == 0;
 
     pkg_details details{};
-    bounded_copy(details.name, sizeof details.name, base_name.get() + (has_prefix ? prefix_length : 0));
+    bounded_copy(details.name, sizeof details.name, file_name.c_str() + (has_prefix ? prefix_length : 0));
     if (const int error = extract_package_details_from_name(&details); error != 0)
         return refuse_name(error);
 
-    packageFileName = base_name.get();
-    packageName = base_name.get();
+    packageFileName = file_name;
+    packageName = file_name;
     os = get_package_os_string(details.os);
     version = details.versionText;
     packageType = get_package_type_string(details.type);

@@ -4,15 +4,12 @@
 #include "model/package_elements.h"
 #include "platform/debug_log.h"
 #include "platform/file_ops.h"
+#include "platform/status_codes.h"
 
 #include <array>
-#include <cstdlib>
-#include <memory>
 #include <utility>
 
 namespace {
-
-constexpr int UNEXPECTED_RESPONSE = 9103;
 
 // The longest name of an EEB package; the product's other tools keep it in a field of this size.
 constexpr std::size_t LONGEST_EEB_NAME = 128;
@@ -59,7 +56,7 @@ std::string eeb_installable(const std::string& name) {
 
 int refuse_details(const std::string& problem) {
     logmsg(16, problem.c_str(), DETAILS_LABEL);
-    return UNEXPECTED_RESPONSE;
+    return STATUS_UNEXPECTED_RESPONSE;
 }
 
 void log_unreadable_details(int status) {
@@ -85,17 +82,17 @@ QvRepoPackage::QvRepoPackage(const std::string& response) {
     if (!document) {
         logmsgf(16, "QvRepoPackage",
                 "Failed to parse package details from response received from server. Error: %s.", error.text);
-        throw UNEXPECTED_RESPONSE;
+        throw STATUS_UNEXPECTED_RESPONSE;
     }
     json_t* package = json_object_get(document.get(), "data");
     if (!json_is_object(package)) {
         logmsg(16, "No data in response.", "QvRepoPackage");
-        throw UNEXPECTED_RESPONSE;
+        throw STATUS_UNEXPECTED_RESPONSE;
     }
     const int status = parseJSONpackageDetails(package);
     if (status != 0) {
         log_unreadable_details(status);
-        throw UNEXPECTED_RESPONSE;
+        throw STATUS_UNEXPECTED_RESPONSE;
     }
 }
 
@@ -168,7 +165,7 @@ QvRepoPackage::ListProblem QvRepoPackage::append(json_t* element, std::vector<Qv
 int QvRepoPackage::refuseList(const ListProblem& problem) {
     if (problem.text.empty()) {
         logmsg(16, "No package details in response.", LIST_LABEL);
-        return UNEXPECTED_RESPONSE;
+        return STATUS_UNEXPECTED_RESPONSE;
     }
     const int status = refuse_details(problem.text);
     log_unreadable_details(status);
@@ -199,12 +196,12 @@ int QvRepoPackage::appendWhole(const std::string& response, std::vector<QvRepoPa
         logmsgf(16, LIST_LABEL,
                 "Failed to parse package details from response received from server and the response is: %s.",
                 response.c_str());
-        return UNEXPECTED_RESPONSE;
+        return STATUS_UNEXPECTED_RESPONSE;
     }
     const json_t* data = json_object_get(document.get(), "data");
     if (!json_is_array(data)) {
         logmsg(16, "No data in response.", LIST_LABEL);
-        return UNEXPECTED_RESPONSE;
+        return STATUS_UNEXPECTED_RESPONSE;
     }
     for (std::size_t i = 0; i < json_array_size(data) && !problem.found; ++i)
         problem = append(json_array_get(data, i), packages);
@@ -222,9 +219,8 @@ int QvRepoPackage::parseJSONResponsePackageArray(const std::string& response,
 
 bool QvRepoPackage::isBundle() {
     if (packageItemFilePaths.size() == 1) {
-        const std::unique_ptr<char, decltype(&std::free)> name(
-            qv_basename(packageItemFilePaths.front().c_str(), nullptr), std::free);
-        if (name && packageFileName == name.get()) {
+        const std::string name = base_name(packageItemFilePaths.front().c_str());
+        if (!name.empty() && packageFileName == name) {
             logmsgf(4, "QvRepoPackage::isBundle", "Package file [%s] is a single sja.",
                     packageFileName.c_str());
             return false;

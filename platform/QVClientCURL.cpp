@@ -2,6 +2,7 @@
 
 #include "platform/debug_log.h"
 #include "platform/handle.h"
+#include "platform/hex.h"
 #include "platform/paths.h"
 
 #include <curl/curl.h>
@@ -29,15 +30,16 @@ bool is_control(char c) {
 }
 
 std::string percent_encoded(const std::string& uri) {
-    static constexpr char digits[] = "0123456789ABCDEF";
     std::string encoded;
     encoded.reserve(uri.size());
     for (const char c : uri) {
         const auto byte = static_cast<unsigned char>(c);
-        if (byte > 0x20 && byte < 0x7f && c != '#')
+        if (byte > 0x20 && byte < 0x7f && c != '#') {
             encoded += c;
-        else
-            (((encoded += '%') += digits[byte >> 4U]) += digits[byte & 0xfU]);
+        } else {
+            const auto digits = hex_digits_of(byte, UPPER_HEX_DIGITS);
+            encoded.append({'%', digits[0], digits[1]});
+        }
     }
     return encoded;
 }

@@ -1,11 +1,12 @@
 #include "platform/debug_log.h"
 
 #include "platform/file_descriptor.h"
+#include "platform/hex.h"
+#include "platform/utc_time.h"
 
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <ctime>
 #include <fcntl.h>
 #include <string>
 #include <string_view>
@@ -18,19 +19,6 @@ namespace {
 
 FileDescriptor log_file;
 pid_t recorded_pid = 0;
-
-std::string utc(const timespec& time, const char* format) {
-    std::tm parts{};
-    gmtime_r(&time.tv_sec, &parts);
-    char text[40];
-    return {text, std::strftime(text, sizeof text, format, &parts)};
-}
-
-timespec now() {
-    timespec time{};
-    clock_gettime(CLOCK_REALTIME, &time);
-    return time;
-}
 
 // Returns 0 or an errno. A pipe of that name does not block, and a symbolic link is not followed.
 int open_log_file(const char* path, mode_t mode) {
@@ -47,11 +35,7 @@ int open_log_file(const char* path, mode_t mode) {
 
 // "TIME [PID] <LEVEL> FUNCTION: "
 std::string head_of_record(int level, const char* function) {
-    const timespec time = now();
-    char numbers[64];
-    const int length = std::snprintf(numbers, sizeof numbers, ".%03ldZ [%ld] <%d> ", time.tv_nsec / 1000000,
-                                     static_cast<long>(recorded_pid), level);
-    return utc(time, "%Y-%m-%dT%H:%M:%S").append(numbers, static_cast<std::size_t>(length)) +
+    return utc_timestamp() + " [" + std::to_string(recorded_pid) + "] <" + std::to_string(level) + "> " +
            (function == nullptr ? "" : function) + ": ";
 }
 
@@ -62,7 +46,7 @@ std::size_t escaped_size(unsigned char c) {
 }
 
 void write_escaped(char* place, unsigned char c) {
-    static constexpr char digits[] = "0123456789abcdef";
+    const auto digits = hex_digits_of(c, LOWER_HEX_DIGITS);
     switch (escaped_size(c)) {
     case 1:
         place[0] = static_cast<char>(c);
@@ -74,8 +58,8 @@ void write_escaped(char* place, unsigned char c) {
     default:
         place[0] = '\\';
         place[1] = 'x';
-        place[2] = digits[c >> 4U];
-        place[3] = digits[c & 0xfU];
+        place[2] = digits[0];
+        place[3] = digits[1];
     }
 }
 
@@ -125,18 +109,6 @@ bool has_cut_record() {
     return ends_within_a_record() && flock(log_file.get(), LOCK_EX | LOCK_NB) == 0 && ends_within_a_record();
 }
 
-// The system takes at most 2 GiB at once; only a longer record needs a second call.
-void write_whole(std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t count = write(log_file.get(), bytes.data(), bytes.size());
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count <= 0)
-            return;
-        bytes.remove_prefix(static_cast<std::size_t>(count));
-    }
-}
-
 // Writes one record, whose text `append_text` puts behind its head. A record that cannot be written, or held
 // in memory, is lost in silence: the log never stops or disturbs what it tells about.
 template <typename AppendText>
@@ -150,7 +122,7 @@ void write_record(int level, const char* function, AppendText append_text) {
         record += '\n';
         const std::size_t start = has_cut_record() ? 0 : 1;
         flock(log_file.get(), LOCK_SH | LOCK_NB);
-        write_whole(std::string_view(record).substr(start));
+        write_all(log_file.get(), std::string_view(record).substr(start));
         flock(log_file.get(), LOCK_UN);
     } catch (...) { // NOLINT(bugprone-empty-catch): see above
     }
@@ -164,7 +136,7 @@ void open_debug_log(const char* directory, const char* program, const char* logN
     if (directory == nullptr || program == nullptr || logName == nullptr)
         return;
     const std::string path =
-        std::string(directory) + "/" + program + "/" + logName + "." + utc(now(), "%Y-%m-%d") + ".log";
+        std::string(directory) + "/" + program + "/" + logName + "." + utc_timestamp().substr(0, 10) + ".log";
     *status = open_log_file(path.c_str(), static_cast<mode_t>(mode));
     if (*status == 0 && recorded_pid == 0)
         log_set_pid();

@@ -4,6 +4,7 @@
 #define PLATFORM_FILE_DESCRIPTOR_H
 
 #include <cerrno>
+#include <string_view>
 #include <unistd.h>
 #include <utility>
 
@@ -38,5 +39,19 @@ class FileDescriptor {
   private:
     int descriptor_;
 };
+
+// Writes all `bytes` to the open file `descriptor`, in as many calls as that takes: the system writes at most
+// 2 GiB at once. Returns 0 or an errno.
+inline int write_all(int descriptor, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t count = write(descriptor, bytes.data(), bytes.size());
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            return errno;
+        bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+    return 0;
+}
 
 #endif

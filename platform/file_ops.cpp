@@ -8,7 +8,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <linux/fs.h>
-#include <string_view>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -21,19 +20,6 @@ constexpr std::size_t BUFFER_SIZE = std::size_t{256} * 1024;
 // The most that one call moves: large enough to cost nothing, small enough for a signal to get through.
 constexpr std::size_t KERNEL_COPY_SIZE = std::size_t{1} << 24U;
 
-int write_all(int file, const char* bytes, std::size_t count) {
-    while (count > 0) {
-        const ssize_t written = write(file, bytes, count);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written < 0)
-            return errno;
-        bytes += written;
-        count -= static_cast<std::size_t>(written);
-    }
-    return 0;
-}
-
 // Copies from where both files stand to the end of the source.
 int copy_through_buffer(int from, int to) {
     std::vector<char> buffer(BUFFER_SIZE);
@@ -43,7 +29,7 @@ int copy_through_buffer(int from, int to) {
             continue;
         if (count <= 0)
             return count == 0 ? 0 : errno;
-        const int error = write_all(to, buffer.data(), static_cast<std::size_t>(count));
+        const int error = write_all(to, {buffer.data(), static_cast<std::size_t>(count)});
         if (error != 0)
             return error;
     }
@@ -65,15 +51,6 @@ int copy_bytes(int from, int to) {
     // copied through the buffer, which meets the real end of the source, or the real error.
     copy_inside_kernel(from, to);
     return copy_through_buffer(from, to);
-}
-
-// The last component of `path` without slashes behind it; empty when there is none.
-std::string_view last_component(std::string_view path) {
-    const std::size_t end = path.find_last_not_of('/');
-    if (end == std::string_view::npos)
-        return {};
-    path = path.substr(0, end + 1);
-    return path.substr(path.rfind('/') + 1);
 }
 
 } // namespace
@@ -115,14 +92,18 @@ int fileDELETE(const char* path) {
     return unlink(path) == 0 ? 0 : errno;
 }
 
+std::string base_name(const char* path) {
+    std::string name = path == nullptr ? "" : path;
+    name.erase(name.find_last_not_of('/') + 1);
+    return name.substr(name.rfind('/') + 1);
+}
+
 char* qv_basename(const char* path, const char* suffix) {
-    if (path == nullptr)
-        return nullptr;
-    std::string_view name = last_component(path);
+    std::string name = base_name(path);
     if (name.empty())
         return nullptr;
-    const std::string_view ending = suffix == nullptr ? "" : suffix;
+    const std::string ending = suffix == nullptr ? "" : suffix;
     if (name.size() > ending.size() && name.substr(name.size() - ending.size()) == ending)
-        name.remove_suffix(ending.size());
-    return strndup(name.data(), name.size());
+        name.erase(name.size() - ending.size());
+    return strdup(name.c_str());
 }

@@ -3,6 +3,8 @@
 #ifndef PLATFORM_FILE_OPS_H
 #define PLATFORM_FILE_OPS_H
 
+#include <string>
+
 // Copies the regular file `from` to the path `to`. Returns 0 or an errno.
 // The destination appears whole or not at all: the bytes are written to a nameless file (a temporary one,
 // where the file system has no nameless files) in the destination's folder, flushed to disk, and take the
@@ -22,9 +24,12 @@ int flush_directory_of(const char* path);
 // Removes the file `path`. Returns 0 or an errno (EINVAL for a null path).
 int fileDELETE(const char* path);
 
-// The last component of `path`, without `suffix` at its end where `suffix` is not null, the component ends
-// with it and is longer than it. Slashes at the end of `path` do not count. The text is allocated with malloc
-// and belongs to the caller (free()). Null for a null or empty path and for a path of slashes alone.
+// The last component of `path`; slashes at its end do not count. Empty for a null or empty path and for a path
+// of slashes alone.
+std::string base_name(const char* path);
+
+// The same, allocated with malloc for the caller to free(), or null for an empty one. A `suffix` that is not null
+// is left out where the component ends with it and is longer.
 char* qv_basename(const char* path, const char* suffix);
 
 #endif

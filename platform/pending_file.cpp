@@ -1,6 +1,7 @@
 #include "platform/pending_file.h"
 
 #include "platform/handle.h"
+#include "platform/hex.h"
 
 #include <cerrno>
 #include <cinttypes>
@@ -38,7 +39,7 @@ bool is_temporary_name(std::string_view name) {
     if (name.size() < TAIL || name.front() != '.')
         return false;
     name.remove_prefix(name.size() - TAIL);
-    return name.front() == '.' && name.find_first_not_of("0123456789abcdef", 1) == 1 + DIGITS &&
+    return name.front() == '.' && name.find_first_not_of(LOWER_HEX_DIGITS, 1) == 1 + DIGITS &&
            name.substr(1 + DIGITS) == ENDING;
 }
 

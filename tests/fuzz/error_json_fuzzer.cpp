@@ -5,6 +5,7 @@
 #include "cli/status.h"
 #include "master/package_json.h"
 #include "model/json_document.h"
+#include "platform/status_codes.h"
 #include "tests/fuzz/support/property.h"
 
 #include <sstream>

@@ -8,6 +8,7 @@
 #include "model/QvRepoPackage.h"
 #include "model/dunmarel_common.h"
 #include "platform/os_names.h"
+#include "platform/status_codes.h"
 
 #include <algorithm>
 #include <iostream>
