@@ -49,20 +49,19 @@ int register_package(QVClientCURL& client, const std::string& body) {
 // Takes the registration back after the files did not reach the repository, which failed with `status`.
 void remove_stale_metadata(const std::string& masterServer, const std::string& id, int status) {
     // The wording is the same when a copy failed: other tools look for this line.
-    logmsgf(16, FUNCTION,
-            "Failed to extract deployment package items to the repository. Error code returned from "
-            "QvRepoAddInfo:extractSja: %d.",
-            status);
+    logmsgf(
+        16, FUNCTION,
+        "Failed to extract deployment package items to the repository. Error code returned from QvRepoAddInfo:extractSja: %d.",
+        status);
     logmsg(4, "Deleting the stale package metadata.", FUNCTION);
     // 404 is what is expected here: any other answer, a plain success too, is logged as a failed clean-up.
     QVClientCURL client = master_server_client(masterServer);
     const int code = send_request(client, package_uri(id), CURL_REQUEST_DELETE, "", 404);
     if (code != 0)
-        logmsgf(16, FUNCTION,
-                "Package was not added into the repository, but qvrepo failed to remove its metadata. Status "
-                "code "
-                "returned from curlSendRequest: %d.",
-                code);
+        logmsgf(
+            16, FUNCTION,
+            "Package was not added into the repository, but qvrepo failed to remove its metadata. Status code returned from curlSendRequest: %d.",
+            code);
 }
 
 // Brings the files of the registered package into the repository. `reached` receives the status of the last
@@ -111,11 +110,10 @@ int addPackagesCmd(int argc, const char** argv, std::ostream& out) {
         return place_files(path, masterServer, client.responseBody, reached, out);
     } catch (int status) {
         // The line tells how far the command got, not what was thrown; that is what main reports.
-        logmsgf(16, FUNCTION,
-                "Failed to add deployment package to repository location. Error code returned from "
-                "QvRepoPackage: "
-                "%d. ",
-                reached);
+        logmsgf(
+            16, FUNCTION,
+            "Failed to add deployment package to repository location. Error code returned from QvRepoPackage: %d. ",
+            reached);
         return status;
     }
 }

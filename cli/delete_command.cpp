@@ -24,10 +24,10 @@ int fetch_package(QVClientCURL& client, const std::string& uri, const char* type
     const int code = send_request(client, uri, CURL_REQUEST_GET, "", 200);
     if (code == 0)
         return 0;
-    logmsgf(16, FUNCTION,
-            "Failed to retrieve deployment package in the repository. Error code returned from "
-            "curlSendRequest: %d.",
-            code);
+    logmsgf(
+        16, FUNCTION,
+        "Failed to retrieve deployment package in the repository. Error code returned from curlSendRequest: %d.",
+        code);
     return package_request_status(code, typedId, FUNCTION);
 }
 
@@ -38,11 +38,10 @@ int read_item_paths(const std::string& response, std::vector<std::string>& paths
         paths = package.packageItemFilePaths;
         return 0;
     } catch (int status) {
-        logmsgf(16, FUNCTION,
-                "Failed to retrieve deployment package in the repository. Error code returned from "
-                "QvRepoPackage: "
-                "%d.",
-                status);
+        logmsgf(
+            16, FUNCTION,
+            "Failed to retrieve deployment package in the repository. Error code returned from QvRepoPackage: %d.",
+            status);
         return status;
     }
 }
@@ -56,10 +55,10 @@ bool confirmed(const std::string& id, std::ostream& out, std::istream& in) {
 int delete_metadata(QVClientCURL& client, const std::string& uri, const char* typedId) {
     const int code = send_request(client, uri, CURL_REQUEST_DELETE, "", 204);
     if (code != 0) {
-        logmsgf(2, FUNCTION,
-                "Failed to delete deployment package ID: %s from the repository. Error code returned from "
-                "curlSendRequest: %d. ",
-                typedId, code);
+        logmsgf(
+            2, FUNCTION,
+            "Failed to delete deployment package ID: %s from the repository. Error code returned from curlSendRequest: %d. ",
+            typedId, code);
         return code;
     }
     // Always package 0, whatever the ID: kept, log readers match this line as it is.

@@ -60,10 +60,10 @@ int refuse_details(const std::string& problem) {
 }
 
 void log_unreadable_details(int status) {
-    logmsgf(16, "QvRepoPackage",
-            "Error reading package details in response. Error code returned from "
-            "parseJSONpackageDetails: %d.",
-            status);
+    logmsgf(
+        16, "QvRepoPackage",
+        "Error reading package details in response. Error code returned from parseJSONpackageDetails: %d.",
+        status);
 }
 
 } // namespace

@@ -13,7 +13,8 @@ import time
 from pathlib import Path
 
 from packages import BUNDLE, INNER, SIGNING_KEY, SINGLE, make_bundle, make_single
-from world import PATIENCE, PROGRAMS, REPOSITORY, ROOT, SOURCES, creation_body
+from program_words import table
+from world import PATIENCE, PROGRAMS, REPOSITORY, ROOT, creation_body
 
 import injector
 
@@ -27,11 +28,7 @@ FIRST, SECOND, EARLIER = b"first " * 50000, b"second " * 60000, b"earlier " * 10
 
 def known_lines():
     """The lines that qvrepo has for its statuses: {status: line}."""
-    texts = dict(re.findall(r'\{"(TqlRpo\d+N)",\s*"([^"]*)"\}', (SOURCES / "cli/messages.cpp").read_text()))
-    table = (SOURCES / "cli/status.cpp").read_text().split("STATUS_MESSAGES = {{")[1].split("}};")[0]
-    rows = re.findall(r'\{(\d+), "(TqlRpo\d+N)"\}', table)
-    assert len(rows) == table.count("TqlRpo"), "a row of the status table was not understood"
-    return {int(code): f"Error: {texts[message]}\n" for code, message in rows}
+    return {int(code): f"Error: {text}\n" for code, _, text in table("status")}
 
 
 LINES = known_lines()

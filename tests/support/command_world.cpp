@@ -52,9 +52,7 @@ void CommandWorld::TearDown() {
 std::vector<LogRecord> CommandWorld::records_after_startup() const {
     const std::vector<LogRecord> startup = {
         {4, "initialize",
-         "The volume hosting [/usr/ormex/var/global/repo] has [5000] MB space available, [50.000000] percent "
-         "of the "
-         "disk."},
+         "The volume hosting [/usr/ormex/var/global/repo] has [5000] MB space available, [50.000000] percent of the disk."},
         {4, "initialize", "Initialized qvrepo on master server master.example.com."}};
     std::vector<LogRecord> all = log_.records();
     if (all.size() < startup.size() || !std::equal(startup.begin(), startup.end(), all.begin())) {

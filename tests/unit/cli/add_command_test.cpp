@@ -157,10 +157,11 @@ TEST_F(Add, ReturnsTheServicesRefusalAndTouchesNoFiles) {
     answer_error(409, 7218);
     EXPECT_EQ(add({PACKAGE}), 7218);
     EXPECT_EQ(calls_after_startup().back(), std::string("readSjaContents(") + PACKAGE + ")");
-    EXPECT_THAT(last_records(1),
-                ElementsAre(LogRecord{16, ADD,
-                                      "Failed to add deployment package metadata. Error code "
-                                      "returned from curlSendRequest: 7218."}));
+    EXPECT_THAT(
+        last_records(1),
+        ElementsAre(LogRecord{
+            16, ADD,
+            "Failed to add deployment package metadata. Error code returned from curlSendRequest: 7218."}));
     EXPECT_EQ(out_.str(), ANNOUNCEMENT);
 }
 
@@ -187,13 +188,13 @@ TEST_F(Add, TakesTheRegistrationBackWhenTheExtractionFails) {
                 ElementsAre(SentRequest{"POST", PACKAGES, BODY},
                             SentRequest{"DELETE", "quorvelle/deployment/packages/12", ""}));
     EXPECT_EQ(service().clients, 2);
-    EXPECT_EQ(last_records(5),
-              (std::vector<LogRecord>{
-                   {16, ADD,
-                    "Failed to extract deployment package items to the repository. Error code returned from "
-                    "QvRepoAddInfo:extractSja: 7252."},
-                   {4, ADD, "Deleting the stale package metadata."}} +
-               exchange_records("quorvelle/deployment/packages/12", "", gone, 404, 404)));
+    EXPECT_EQ(
+        last_records(5),
+        (std::vector<LogRecord>{
+             {16, ADD,
+              "Failed to extract deployment package items to the repository. Error code returned from QvRepoAddInfo:extractSja: 7252."},
+             {4, ADD, "Deleting the stale package metadata."}} +
+         exchange_records("quorvelle/deployment/packages/12", "", gone, 404, 404)));
     EXPECT_EQ(out_.str(), ANNOUNCEMENT);
 }
 
@@ -202,10 +203,11 @@ TEST_F(Add, TakesTheRegistrationBackWhenTheCopyFailsWithTheWordingOfTheExtractio
     answer(201, single("12"));
     answer_error(404, 227);
     EXPECT_EQ(add({PACKAGE}), 7214);
-    EXPECT_THAT(log_.records(), testing::Contains(LogRecord{
-                                    16, ADD,
-                                    "Failed to extract deployment package items to the repository. Error "
-                                    "code returned from QvRepoAddInfo:extractSja: 7214."}));
+    EXPECT_THAT(
+        log_.records(),
+        testing::Contains(LogRecord{
+            16, ADD,
+            "Failed to extract deployment package items to the repository. Error code returned from QvRepoAddInfo:extractSja: 7214."}));
     EXPECT_EQ(service().requests.back(), (SentRequest{"DELETE", "quorvelle/deployment/packages/12", ""}));
 }
 
@@ -214,11 +216,11 @@ TEST_F(Add, ExpectsA404FromTheCleanUpSoThatAPlainSuccessIsLoggedAsAFailure) {
     answer(201, single("12"));
     answer(204, "");
     EXPECT_EQ(add({PACKAGE}), 7214) << "the copy's status, never the clean-up's";
-    EXPECT_THAT(last_records(1),
-                ElementsAre(LogRecord{16, ADD,
-                                      "Package was not added into the repository, but qvrepo failed "
-                                      "to remove its metadata. Status code returned from "
-                                      "curlSendRequest: 9103."}));
+    EXPECT_THAT(
+        last_records(1),
+        ElementsAre(LogRecord{
+            16, ADD,
+            "Package was not added into the repository, but qvrepo failed to remove its metadata. Status code returned from curlSendRequest: 9103."}));
 }
 
 TEST_F(Add, ReturnsTheFileStatusWhenTheCleanUpCannotBeSent) {
@@ -234,10 +236,11 @@ TEST_F(Add, LeavesTheRegistrationWhenItsAnswerCannotBeRead) {
     answer(201, "<html>");
     EXPECT_EQ(add({PACKAGE}), 9103);
     EXPECT_EQ(service().requests.size(), 1U) << "no clean-up";
-    EXPECT_THAT(last_records(1),
-                ElementsAre(LogRecord{16, ADD,
-                                      "Failed to add deployment package to repository location. "
-                                      "Error code returned from QvRepoPackage: 0. "}));
+    EXPECT_THAT(
+        last_records(1),
+        ElementsAre(LogRecord{
+            16, ADD,
+            "Failed to add deployment package to repository location. Error code returned from QvRepoPackage: 0. "}));
 }
 
 TEST_F(Add, LeavesTheRegistrationWhenTheFileStepThrows) {
@@ -245,10 +248,11 @@ TEST_F(Add, LeavesTheRegistrationWhenTheFileStepThrows) {
     answer(201, single("12"));
     EXPECT_EQ(add({PACKAGE}), 4711);
     EXPECT_EQ(service().requests.size(), 1U);
-    EXPECT_THAT(last_records(1),
-                ElementsAre(LogRecord{16, ADD,
-                                      "Failed to add deployment package to repository location. "
-                                      "Error code returned from QvRepoPackage: 0. "}));
+    EXPECT_THAT(
+        last_records(1),
+        ElementsAre(LogRecord{
+            16, ADD,
+            "Failed to add deployment package to repository location. Error code returned from QvRepoPackage: 0. "}));
 }
 
 TEST_F(Add, LogsTheFileStatusWhenTheCleanUpThrows) {
@@ -256,10 +260,11 @@ TEST_F(Add, LogsTheFileStatusWhenTheCleanUpThrows) {
     answer(201, single("12"));
     service().answers.push_back({0, "", 0, 4711});
     EXPECT_EQ(add({PACKAGE}), 4711);
-    EXPECT_THAT(last_records(1),
-                ElementsAre(LogRecord{16, ADD,
-                                      "Failed to add deployment package to repository location. "
-                                      "Error code returned from QvRepoPackage: 7214. "}));
+    EXPECT_THAT(
+        last_records(1),
+        ElementsAre(LogRecord{
+            16, ADD,
+            "Failed to add deployment package to repository location. Error code returned from QvRepoPackage: 7214. "}));
 }
 
 TEST_F(Add, ReportsTheIdThatTheServiceAssigned) {

@@ -95,10 +95,11 @@ TEST_F(Delete, OfAnUnknownIdAsksNothing) {
     EXPECT_THAT(calls_after_startup(), ElementsAre("pathExists(/usr/ormex/var/global/repo)"));
     const auto records = records_after_startup();
     ASSERT_GE(records.size(), 2U);
-    EXPECT_EQ(records[records.size() - 2],
-              (LogRecord{16, DELETE,
-                         "Failed to retrieve deployment package in the repository. Error code returned from "
-                         "curlSendRequest: 227."}));
+    EXPECT_EQ(
+        records[records.size() - 2],
+        (LogRecord{
+            16, DELETE,
+            "Failed to retrieve deployment package in the repository. Error code returned from curlSendRequest: 227."}));
     EXPECT_EQ(records.back(), (LogRecord{16, DELETE, "Package ID [007] does not exist in the repository."}));
 }
 
@@ -119,10 +120,11 @@ TEST_F(Delete, ReturnsAnyOtherCodeOfTheFetch) {
 TEST_F(Delete, ReturnsTheStatusThatAnUnusableResponseThrows) {
     answer(200, "<html>");
     EXPECT_EQ(remove({"7"}), 9103);
-    EXPECT_EQ(log_.records().back(),
-              (LogRecord{16, DELETE,
-                         "Failed to retrieve deployment package in the repository. Error code returned from "
-                         "QvRepoPackage: 9103."}));
+    EXPECT_EQ(
+        log_.records().back(),
+        (LogRecord{
+            16, DELETE,
+            "Failed to retrieve deployment package in the repository. Error code returned from QvRepoPackage: 9103."}));
 }
 
 TEST_F(Delete, ChangesNothingWhenTheUserSaysNo) {
@@ -140,11 +142,11 @@ TEST_F(Delete, LeavesTheFilesWhenTheServiceRefuses) {
     answer_error(403, 8000);
     EXPECT_EQ(remove({"007"}), 8000);
     EXPECT_EQ(calls_after_startup().back(), "confirmAction(qvrepo: delete package ID 7 [y/n]? (n) )");
-    EXPECT_EQ(log_.records().back(),
-              (LogRecord{
-                  2, DELETE,
-                  "Failed to delete deployment package ID: 007 from the repository. Error code returned from "
-                  "curlSendRequest: 8000. "}));
+    EXPECT_EQ(
+        log_.records().back(),
+        (LogRecord{
+            2, DELETE,
+            "Failed to delete deployment package ID: 007 from the repository. Error code returned from curlSendRequest: 8000. "}));
     EXPECT_EQ(out_.str(), "");
 }
 
@@ -175,9 +177,9 @@ TEST_F(Delete, SucceedsWhenAFileCannotBeDeletedAndLogsIt) {
     ASSERT_GE(records.size(), 2U);
     EXPECT_EQ(
         records[records.size() - 2],
-        (LogRecord{16, DELETE,
-                   "Package metadata has been deleted, but one or more package file items have not been "
-                   "deleted. "}));
+        (LogRecord{
+            16, DELETE,
+            "Package metadata has been deleted, but one or more package file items have not been deleted. "}));
 }
 
 TEST_F(Delete, OfAPackageWithoutItemsDeletesNoFiles) {
@@ -213,9 +215,9 @@ TEST_F(Delete, InterruptedWhileTheMetadataIsDeletedDeletesTheFilesFirst) {
         EXPECT_THAT(
             std::vector<LogRecord>(records.end() - 3, records.end()),
             ElementsAre(
-                LogRecord{16, DELETE,
-                          "Package metadata has been deleted, but one or more package file items "
-                          "have not been deleted. "},
+                LogRecord{
+                    16, DELETE,
+                    "Package metadata has been deleted, but one or more package file items have not been deleted. "},
                 LogRecord{4, DELETE, "Package ID 7 has been deleted from the repository."},
                 LogRecord{16, "DeferredSignals", "qvrepo ends by signal " + std::to_string(signal) + "."}));
     }

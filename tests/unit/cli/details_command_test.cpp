@@ -54,9 +54,9 @@ TEST_F(Details, LogsTheSuccessBeforeItPrintsAndReturnsTheStatusThatThePrinterThr
         records,
         ElementsAre(
             LogRecord{4, DETAILS, "Successfully retrieved deployment package details from the repository."},
-            LogRecord{2, DETAILS,
-                      "Failed to retrieve deployment package in the repository. Error code "
-                      "returned from QvRepoPackage: 5."}));
+            LogRecord{
+                2, DETAILS,
+                "Failed to retrieve deployment package in the repository. Error code returned from QvRepoPackage: 5."}));
 }
 
 TEST_F(Details, HoldsItsClientUntilAllIsPrinted) {
@@ -107,10 +107,11 @@ TEST_F(Details, OfAnUnknownIdSendsTheNumberAndLogsTheIdAsTyped) {
     EXPECT_THAT(service().requests, ElementsAre(SentRequest{"GET", "quorvelle/deployment/packages/7", ""}));
     const auto records = records_after_startup();
     ASSERT_GE(records.size(), 2U);
-    EXPECT_EQ(records[records.size() - 2],
-              (LogRecord{2, DETAILS,
-                         "Failed to retrieve deployment package in the repository. Error code returned from "
-                         "curlSendRequest: 227."}));
+    EXPECT_EQ(
+        records[records.size() - 2],
+        (LogRecord{
+            2, DETAILS,
+            "Failed to retrieve deployment package in the repository. Error code returned from curlSendRequest: 227."}));
     EXPECT_EQ(records.back(), (LogRecord{16, DETAILS, "Package ID [007] does not exist in the repository."}));
 }
 
@@ -127,9 +128,9 @@ TEST_F(Details, ReturnsAnyOtherCodeUnchanged) {
     EXPECT_EQ(details({"7"}), 8000);
     answer_error(500, 226);
     EXPECT_EQ(details({"7"}), 226);
-    EXPECT_EQ(log_.records().back().text,
-              "Failed to retrieve deployment package in the repository. Error code "
-              "returned from curlSendRequest: 226.");
+    EXPECT_EQ(
+        log_.records().back().text,
+        "Failed to retrieve deployment package in the repository. Error code returned from curlSendRequest: 226.");
     EXPECT_EQ(out_.str(), "");
 }
 
@@ -140,9 +141,9 @@ TEST_F(Details, ReturnsTheStatusThatAnUnusableResponseThrows) {
         EXPECT_EQ(details({"7"}), 9103) << body;
         EXPECT_EQ(
             log_.records().back(),
-            (LogRecord{2, DETAILS,
-                       "Failed to retrieve deployment package in the repository. Error code returned from "
-                       "QvRepoPackage: 9103."}));
+            (LogRecord{
+                2, DETAILS,
+                "Failed to retrieve deployment package in the repository. Error code returned from QvRepoPackage: 9103."}));
     }
     EXPECT_EQ(out_.str(), "");
 }

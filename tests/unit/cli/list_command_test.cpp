@@ -97,15 +97,16 @@ TEST_F(List, StopsWithoutARepositoryBeforeAnyRequest) {
 TEST_F(List, ReturnsTheCodeOfAFailedRequestAndLogsItAsDetail) {
     no_exchange(7);
     EXPECT_EQ(list({}), 7);
-    EXPECT_EQ(records_after_startup().back(),
-              (LogRecord{2, LIST,
-                         "Failed to list deployment packages in the repository. Error code returned from "
-                         "curlSendRequest: 7."}));
+    EXPECT_EQ(
+        records_after_startup().back(),
+        (LogRecord{
+            2, LIST,
+            "Failed to list deployment packages in the repository. Error code returned from curlSendRequest: 7."}));
     answer_error(403, 8000);
     EXPECT_EQ(list({}), 8000);
-    EXPECT_EQ(log_.records().back().text,
-              "Failed to list deployment packages in the repository. Error code returned "
-              "from curlSendRequest: 8000.");
+    EXPECT_EQ(
+        log_.records().back().text,
+        "Failed to list deployment packages in the repository. Error code returned from curlSendRequest: 8000.");
     EXPECT_EQ(out_.str(), "");
 }
 
@@ -113,10 +114,11 @@ TEST_F(List, ReturnsTheStatusOfAResponseThatIsNoPackageListAndLogsItAsDetail) {
     for (const char* body : {"<html>", "{}", "{\"data\": [7]}", "{\"data\": [{}]}"}) {
         answer(200, body);
         EXPECT_EQ(list({}), 9103) << body;
-        EXPECT_EQ(log_.records().back(),
-                  (LogRecord{2, LIST,
-                             "Failed to list deployment packages in the repository. Error code returned from "
-                             "parseJSONResponsePackageArray: 9103."}));
+        EXPECT_EQ(
+            log_.records().back(),
+            (LogRecord{
+                2, LIST,
+                "Failed to list deployment packages in the repository. Error code returned from parseJSONResponsePackageArray: 9103."}));
     }
     EXPECT_EQ(out_.str(), "");
 }

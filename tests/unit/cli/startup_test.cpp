@@ -32,10 +32,11 @@ TEST_F(Startup, NamesTheMasterServerAndMakesItsChecksInOrder) {
                             "getFreeSpace(/usr/ormex/var/global/repo)"));
     EXPECT_THAT(
         log_.records(),
-        ElementsAre(LogRecord{4, "initialize",
-                              "The volume hosting [/usr/ormex/var/global/repo] has [5000] MB space "
-                              "available, [50.000000] percent of the disk."},
-                    LogRecord{4, "initialize", "Initialized qvrepo on master server master.example.com."}));
+        ElementsAre(
+            LogRecord{
+                4, "initialize",
+                "The volume hosting [/usr/ormex/var/global/repo] has [5000] MB space available, [50.000000] percent of the disk."},
+            LogRecord{4, "initialize", "Initialized qvrepo on master server master.example.com."}));
 }
 
 TEST_F(Startup, RefusesAnyoneButAnAdministratorBeforeAnythingElse) {
@@ -88,11 +89,12 @@ TEST_F(Startup, FailsWithLessThanOnePercentFreeAfterTellingTheSpace) {
     EXPECT_EQ(initialize(master_), 7263);
     EXPECT_THAT(
         log_.records(),
-        ElementsAre(LogRecord{4, "initialize",
-                              "The volume hosting [/usr/ormex/var/global/repo] has [12] MB space available, "
-                              "[0.990000] percent of the disk."},
-                    LogRecord{16, "initialize",
-                              "A minimum of one percent of the disk must be free to manage the repo."}));
+        ElementsAre(
+            LogRecord{
+                4, "initialize",
+                "The volume hosting [/usr/ormex/var/global/repo] has [12] MB space available, [0.990000] percent of the disk."},
+            LogRecord{16, "initialize",
+                      "A minimum of one percent of the disk must be free to manage the repo."}));
 }
 
 TEST_F(Startup, GoesOnWithoutAWordWhenTheFreeSpaceCannotBeQueried) {

@@ -87,12 +87,11 @@ TEST_F(PackageContents, SkipTheSlotsThatALongListingLoses) {
 
 TEST_F(PackageContents, OfAMissingFileAre7225) {
     EXPECT_THAT(read(path_), ElementsAre("7225"));
-    EXPECT_THAT(
-        log_.records(),
-        ElementsAre(reading(path_), LogRecord{16, "QvRepoHelper::readSjaContents",
-                                              "Failed to read package content. Supplied .sja file does "
-                                              "not exist: [" +
-                                                  path_ + "]."}));
+    EXPECT_THAT(log_.records(),
+                ElementsAre(reading(path_),
+                            LogRecord{16, "QvRepoHelper::readSjaContents",
+                                      "Failed to read package content. Supplied .sja file does not exist: [" +
+                                          path_ + "]."}));
     EXPECT_THAT(seam().calls, ElementsAre("pathExists(" + path_ + ")"));
 }
 

@@ -191,9 +191,9 @@ TEST_F(PackageCopy, CopiesNothingWhenThePackageIsInTheRepository) {
     source_ = in_repo_;
     write_file(source_, "the package");
     EXPECT_EQ(copy_as(""), 0);
-    EXPECT_EQ(log_.records(), joined(about_space(0, 150), {copying(4, "[" + source_ + "] to [" + in_repo_ +
-                                                                          "] are the same file, no file copy "
-                                                                          "necessary.")}));
+    EXPECT_EQ(log_.records(),
+              joined(about_space(0, 150), {copying(4, "[" + source_ + "] to [" + in_repo_ +
+                                                          "] are the same file, no file copy necessary.")}));
     EXPECT_THAT(seam().calls,
                 ElementsAre(std::string("pathExists(") + REPO + ")", "verifySja(" + source_ + ")",
                             std::string("getFreeSpace(") + REPO + ")"));
@@ -319,10 +319,10 @@ TEST_F(PackageCopy, OfAnEnvelopeThatFailsRemovesTheTemporaryCopy) {
     EXPECT_THAT(root_.repository_names(), IsEmpty());
     const std::vector<LogRecord> records = log_.records();
     ASSERT_GE(records.size(), 2U);
-    EXPECT_EQ(records[records.size() - 2],
-              extracting(16,
-                         "Failed to copy the input sja file to repository. Error code returned from copySja "
-                         "7214."));
+    EXPECT_EQ(
+        records[records.size() - 2],
+        extracting(
+            16, "Failed to copy the input sja file to repository. Error code returned from copySja 7214."));
     EXPECT_EQ(records.back(),
               extracting(4, std::string("Removing temporary package file [") + REPO + "/tmp_pack.sja]."));
 }

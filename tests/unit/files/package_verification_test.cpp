@@ -58,10 +58,10 @@ TEST_F(PackageVerification, AcceptsASignedPackage) {
 TEST_F(PackageVerification, Reports7225ForAMissingPackage) {
     std::filesystem::remove(path_);
     EXPECT_EQ(verify(), 7225);
-    EXPECT_THAT(log_.records(),
-                ElementsAre(record(16, "Failed to read package content. Supplied .sja file does not "
-                                       "exist: [" +
-                                           path_ + "].")));
+    EXPECT_THAT(
+        log_.records(),
+        ElementsAre(record(16, "Failed to read package content. Supplied .sja file does not exist: [" +
+                                   path_ + "].")));
     EXPECT_EQ(QvRepoHelper::verifySja(nullptr), 7225);
 }
 

@@ -165,10 +165,11 @@ TEST_F(AddInfo, RendersAnEmptyBodyAndLogsItWhenATextIsNoUtf8) {
     archive_holds({{"a.sja", 1}, {"\xFF.sja", 1}});
     QvRepoAddInfo info(GOOD_PATH);
     EXPECT_EQ(info.getJSONPackageDetails(), "");
-    EXPECT_THAT(log_.records(), ElementsAre(LogRecord{
-                                    16, BODY,
-                                    "Package details of [dunmarel_qvclient_8.3.0.1_redhat_x64.sja] cannot be "
-                                    "written as JSON."}));
+    EXPECT_THAT(
+        log_.records(),
+        ElementsAre(LogRecord{
+            16, BODY,
+            "Package details of [dunmarel_qvclient_8.3.0.1_redhat_x64.sja] cannot be written as JSON."}));
 
     archive_holds({{"a.sja", 1}});
     QvRepoAddInfo named(GOOD_PATH);

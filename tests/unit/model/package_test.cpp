@@ -181,9 +181,9 @@ TEST(PackageResponse, IsRefusedWhenItIsNotJson) {
     EXPECT_EQ(thrown_by("<html>"), 9103);
     EXPECT_THAT(
         log.records(),
-        ElementsAre(LogRecord{16, "QvRepoPackage",
-                              "Failed to parse package details from response received from server. Error: "
-                              "'[' or '{' expected near '<'."}));
+        ElementsAre(LogRecord{
+            16, "QvRepoPackage",
+            "Failed to parse package details from response received from server. Error: '[' or '{' expected near '<'."}));
 }
 
 TEST(PackageResponse, IsRefusedWhenItsDataIsMissingOrNoObject) {
@@ -225,10 +225,11 @@ TEST(PackageListResponse, IsRefusedWithItsWholeTextWhenItIsNotJson) {
     LogCapture log;
     std::vector<QvRepoPackage> packages;
     EXPECT_EQ(parse_list("{\"data\": [", packages), 9103);
-    EXPECT_THAT(log.records(),
-                ElementsAre(LogRecord{16, LIST,
-                                      "Failed to parse package details from response received from "
-                                      "server and the response is: {\"data\": [."}));
+    EXPECT_THAT(
+        log.records(),
+        ElementsAre(LogRecord{
+            16, LIST,
+            "Failed to parse package details from response received from server and the response is: {\"data\": [."}));
 }
 
 TEST(PackageListResponse, IsRefusedWhenItsDataIsNoArray) {
@@ -358,11 +359,12 @@ TEST(PackageListResponse, IsNoJsonWhereverItBreaksOff) {
         std::vector<QvRepoPackage> packages;
         EXPECT_EQ(parse_list(whole.substr(0, length), packages), 9103) << length;
         EXPECT_THAT(packages, IsEmpty()) << length;
-        EXPECT_THAT(log.records(),
-                    ElementsAre(LogRecord{16, LIST,
-                                          "Failed to parse package details from response received from "
-                                          "server and the response is: " +
-                                              whole.substr(0, length) + "."}));
+        EXPECT_THAT(
+            log.records(),
+            ElementsAre(LogRecord{
+                16, LIST,
+                "Failed to parse package details from response received from server and the response is: " +
+                    whole.substr(0, length) + "."}));
     }
 }
 

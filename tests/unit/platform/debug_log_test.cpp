@@ -105,8 +105,8 @@ TEST_F(DebugLog, WritesOneLineWithTimeProcessLevelFunctionAndText) {
     std::smatch parts;
     ASSERT_TRUE(std::regex_match(
         line, parts,
-        std::regex("(\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d)\\.(\\d{3})Z \\[(\\d+)\\] <4> "
-                   "QvRepoHelper::copySja: Copied \\[a b\\] in 3 steps\\.\n")))
+        std::regex(
+            "(\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d)\\.(\\d{3})Z \\[(\\d+)\\] <4> QvRepoHelper::copySja: Copied \\[a b\\] in 3 steps\\.\n")))
         << line;
     EXPECT_EQ(parts[3], std::to_string(getpid()));
     std::tm time{};
