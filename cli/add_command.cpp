@@ -46,7 +46,7 @@ int register_package(QVClientCURL& client, const std::string& body) {
     return code;
 }
 
-// Takes the registration back after the files did not reach the repository, which failed with `status`.
+// Removes the registration after `status` kept the files from the repository.
 void remove_stale_metadata(const std::string& masterServer, const std::string& id, int status) {
     // The wording is the same when a copy failed: other tools look for this line.
     logmsgf(
@@ -54,7 +54,7 @@ void remove_stale_metadata(const std::string& masterServer, const std::string& i
         "Failed to extract deployment package items to the repository. Error code returned from QvRepoAddInfo:extractSja: %d.",
         status);
     logmsg(4, "Deleting the stale package metadata.", FUNCTION);
-    // 404 is what is expected here: any other answer, a plain success too, is logged as a failed clean-up.
+    // The clean-up deliberately expects 404: it logs any other answer, a plain success too, as a failure.
     QVClientCURL client = master_server_client(masterServer);
     const int code = send_request(client, package_uri(id), CURL_REQUEST_DELETE, "", 404);
     if (code != 0)
@@ -64,7 +64,7 @@ void remove_stale_metadata(const std::string& masterServer, const std::string& i
             code);
 }
 
-// Brings the files of the registered package into the repository. `reached` receives the status of the last
+// Copies or extracts the registered package into the repository. `reached` receives the status of the last
 // step that was completed, also when one throws.
 int place_files(const char* path, const std::string& masterServer, const std::string& response, int& reached,
                 std::ostream& out) {
@@ -100,7 +100,7 @@ int addPackagesCmd(int argc, const char** argv, std::ostream& out) {
     std::string body;
     if (const int status = render_body(path, body); status != 0)
         return status;
-    // From here on a signal takes effect after the files are in place or the registration is taken back.
+    // From here on a signal takes effect after the files are in place or the registration is removed.
     const DeferredSignals deferred;
     QVClientCURL client = master_server_client(masterServer);
     if (const int status = register_package(client, body); status != 0)
@@ -109,7 +109,7 @@ int addPackagesCmd(int argc, const char** argv, std::ostream& out) {
     try {
         return place_files(path, masterServer, client.responseBody, reached, out);
     } catch (int status) {
-        // The line tells how far the command got, not what was thrown; that is what main reports.
+        // The line says how far the command got, not what was thrown: main reports that.
         logmsgf(
             16, FUNCTION,
             "Failed to add deployment package to repository location. Error code returned from QvRepoPackage: %d. ",

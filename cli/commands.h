@@ -1,6 +1,6 @@
-// The repository commands. Each takes the words after its option word, checks them before anything else
-// (wrong words: help on `out`, status 20, nothing touched), makes the start-up checks, and returns 0 or a
-// status that main turns into words. Progress and results go to `out`; error texts do not.
+// The repository commands. Each takes the arguments after its option and checks them before anything else (a
+// usage error prints the help on `out`, returns 20 and touches nothing). Then it makes the start-up checks. It
+// returns 0 or a status whose text main prints. Progress and results go to `out`; error texts do not.
 
 #ifndef CLI_COMMANDS_H
 #define CLI_COMMANDS_H
@@ -8,25 +8,25 @@
 #include <array>
 #include <iosfwd>
 
-// Adds the package file that the one word names: verifies it, registers it with the web service, then copies
-// it or, for an envelope, extracts it into the repository. When that fails, the registration is taken back.
+// Adds the package file that the one argument names: verifies it, registers it with the web service, then copies
+// it or, for an envelope, extracts it into the repository. When that fails, it removes the registration.
 int addPackagesCmd(int argc, const char** argv, std::ostream& out);
 
-// Deletes the package whose ID is the one word, after asking on `out` and reading the answer from `in`: first
+// Deletes the package whose ID is the one argument, after asking on `out` and reading the answer from `in`: first
 // its registration, then its files. Files that cannot be deleted are reported in the log alone.
 int deletePackageCmd(int argc, const char** argv, std::ostream& out, std::istream& in);
 
-struct list_filter {
+struct ListFilter {
     const char* option;
     const char* field; // as the service names it
 };
-extern const std::array<list_filter, 3> LIST_FILTERS;
+extern const std::array<ListFilter, 3> LIST_FILTERS;
 
 // Prints the table of packages: of all, or filtered by an option of LIST_FILTERS and a value. Changes
 // nothing.
 int listPackagesCmd(int argc, const char** argv, std::ostream& out);
 
-// Prints the details of the package whose ID is the one word. Changes nothing.
+// Prints the details of the package whose ID is the one argument. Changes nothing.
 int getPackageDetailsCmd(int argc, const char** argv, std::ostream& out);
 
 #endif

@@ -104,7 +104,7 @@ int deletePackageCmd(int argc, const char** argv, std::ostream& out, std::istrea
     const DeferredSignals deferred;
     if (const int status = delete_metadata(client, uri, typedId); status != 0)
         return status;
-    // The registration is gone, so files that stay behind do not make the deletion a failure.
+    // The registration is gone, so files that stay do not make the deletion a failure.
     if (T::deletePackageItems(itemPaths) == 0)
         logmsg(
             16,

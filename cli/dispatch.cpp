@@ -26,7 +26,7 @@ int details(int argc, const char** argv) {
 
 } // namespace
 
-const std::array<command_option, 12> COMMAND_OPTIONS = {{
+const std::array<CommandOption, 12> COMMAND_OPTIONS = {{
     {"-add", add},
     {"-a", add},
     {"-delete", remove},
@@ -43,17 +43,17 @@ const std::array<command_option, 12> COMMAND_OPTIONS = {{
 
 namespace {
 
-const command_option* find_option(const char* word) {
-    for (const command_option& row : COMMAND_OPTIONS)
-        if (std::strcmp(word, row.word) == 0)
+const CommandOption* find_option(const char* name) {
+    for (const CommandOption& row : COMMAND_OPTIONS)
+        if (std::strcmp(name, row.name) == 0)
             return &row;
     return nullptr;
 }
 
-// Help is reached through the unknown words: an unknown one prints it before its error line, too.
-int unknown_option(const char* word) {
+// Help is handled among the unknown options, as these print it, too, before their error line.
+int unknown_option(const char* name) {
     showHelp(std::cout);
-    if (std::strcmp(word, "-help") == 0 || std::strcmp(word, "-h") == 0)
+    if (std::strcmp(name, "-help") == 0 || std::strcmp(name, "-h") == 0)
         return 0;
     showCommandStatus(STATUS_INVALID_PARAMETER, "main", std::cerr);
     return STATUS_INVALID_PARAMETER;
@@ -66,7 +66,7 @@ int run_command(int argc, char** argv) {
         showHelp(std::cout);
         return 1;
     }
-    const command_option* chosen = find_option(argv[1]);
+    const CommandOption* chosen = find_option(argv[1]);
     if (chosen == nullptr)
         return unknown_option(argv[1]);
     const int status = chosen->command(argc - 2, const_cast<const char**>(argv + 2));

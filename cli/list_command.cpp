@@ -14,16 +14,16 @@
 #include <utility>
 #include <vector>
 
-const std::array<list_filter, 3> LIST_FILTERS = {
+const std::array<ListFilter, 3> LIST_FILTERS = {
     {{"-version", "version"}, {"-os", "os"}, {"-type", "package-type"}}};
 
 namespace {
 
 constexpr const char* FUNCTION = "listPackagesCmd";
 
-// The filter expression of the two words, the value as typed; empty when the first word is no filter.
+// The filter expression of the two arguments, the value as typed; empty when `option` is not a filter.
 std::string filter_expression(const char* option, const char* value) {
-    for (const list_filter& filter : LIST_FILTERS)
+    for (const ListFilter& filter : LIST_FILTERS)
         if (std::strcmp(option, filter.option) == 0)
             return std::string(filter.field) + "%20eq%20'" + value + "'";
     return {};
@@ -33,7 +33,7 @@ std::string packages_uri(const std::string& filter) {
     return filter.empty() ? PACKAGES_URI : std::string(PACKAGES_URI) + "?filter=" + filter;
 }
 
-// Level 2 for both failures below, not 16: the user is told by main, the log only needs the detail.
+// Level 2 for both failures below, not 16: main tells the user, the log only needs the detail.
 
 int request_packages(QVClientCURL& client, const std::string& uri) {
     const int code = send_request(client, uri, CURL_REQUEST_GET, "", 200);

@@ -5,7 +5,7 @@
 
 #include <cstring>
 
-const std::array<message, 38> MESSAGES = {{
+const std::array<Message, 38> MESSAGES = {{
     {"TqlRpo0002N", "must be administrator."},
     {"TqlRpo0003N", "failed to read master config."},
     {"TqlRpo0004N", "no master server found."},
@@ -48,7 +48,7 @@ const std::array<message, 38> MESSAGES = {{
 }};
 
 const char* english_text(const char* id) {
-    for (const message& row : MESSAGES)
+    for (const Message& row : MESSAGES)
         if (std::strcmp(row.id, id) == 0)
             return row.text;
     return id;

@@ -5,13 +5,13 @@
 
 #include <array>
 
-struct message {
+struct Message {
     const char* id;   // in the catalog
     const char* text; // in English, a printf format
 };
 
 // Every message, in the order of the identifiers.
-extern const std::array<message, 38> MESSAGES;
+extern const std::array<Message, 38> MESSAGES;
 
 // The text of message `id` in MESSAGES.
 const char* english_text(const char* id);

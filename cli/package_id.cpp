@@ -6,8 +6,7 @@
 
 bool validatePackageId(const char* text, std::string& id) {
     char* end = nullptr;
-    // An overflow is not looked for: the largest number is as unknown to the service as the one that was
-    // typed.
+    // No check for overflow: the service knows the largest number as little as the one that was typed.
     const long long value = std::strtoll(text, &end, 10);
     const bool valid = value > 0 && *end == '\0';
     if (!valid)

@@ -1,5 +1,5 @@
 // What the commands have in common: the service's package resource, the client for it, and the repository
-// behind it.
+// of its files.
 
 #ifndef CLI_PACKAGE_RESOURCE_H
 #define CLI_PACKAGE_RESOURCE_H

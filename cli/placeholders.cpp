@@ -11,7 +11,7 @@ int validatePackagesCmd(int argc, const char** argv) {
         std::puts("qvrepo -validate is not yet implemented.");
         return 0;
     }
-    // The array's address, not its words: kept, callers skip this first line.
+    // The array's address, not its contents: kept, callers skip this first line.
     std::cout << static_cast<const void*>(argv) << std::endl;
     showHelp(std::cout);
     return 1;

@@ -23,7 +23,7 @@ void look_up_locale() {
 
 int main(int argc, char** argv) {
     umask(022);
-    occupy_standard_streams();
+    reserve_standard_fds();
     // A file that grows past a limit is an error of its write, not the program's end.
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     look_up_locale();

@@ -5,7 +5,7 @@
 #include "platform/debug_log.h"
 #include "platform/status_codes.h"
 
-// The vocabulary of the product's web-service clients, kept whole: the block is the same in each of them.
+// The vocabulary of the product's web-service clients, kept whole: each of them has the same block.
 static const std::string FEDS_URI = "quorvelle/catalog/frontenddata";
 static const std::string HOSTS_URI = "quorvelle/config/hosts";
 static const std::string SECURITY_CREDS_URI = "quorvelle/security/credentials";
@@ -51,7 +51,7 @@ int perform(QVClientCURL& client, const std::string& uri, curl_request_type type
 
 int read_error_response(const std::string& body, long& errorCode) {
     constexpr const char* function = "parseJSONErrorResponse";
-    const json_document document = parse_json(body.c_str());
+    const JsonDocument document = parse_json(body.c_str());
     if (!document) {
         logmsgf(16, function, "Failed to parse error response received from server. Error response is: %s.",
                 body.c_str());

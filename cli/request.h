@@ -10,7 +10,7 @@ class QVClientCURL;
 // The versioned media type that every request accepts.
 extern const std::string QV_MEDIA_TYPE_VERSION;
 
-// The underlying type is fixed: a number from elsewhere that is no request is refused, not undefined.
+// The underlying type is fixed: a number from elsewhere that is not a request is refused, not undefined.
 enum curl_request_type : int {
     CURL_REQUEST_GET = 0,
     CURL_REQUEST_PUT = 1, // not used by this program
@@ -27,7 +27,7 @@ int curlSendRequest(QVClientCURL& client, const std::string& uri, curl_request_t
                     const std::string& body, std::string& response, long expectedHttpCode);
 
 // Takes the error code out of the service's error object; its message goes to the log alone. Returns 0, or
-// 9103 when the body is no object with an integer "errorCode" (stored as soon as it is found) and a text
+// 9103 when the body is not an object with an integer "errorCode" (stored as soon as it is found) and a text
 // "errorMessage".
 int parseJSONErrorResponse(std::string errorBody, long& errorCode);
 

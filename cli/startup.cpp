@@ -14,9 +14,9 @@ namespace {
 
 constexpr const char* PROGRAM = "qvrepo";
 constexpr int LOG_FILE_MODE = 0666;
-constexpr float LEAST_PERCENT_FREE = 1.0F;
+constexpr float MIN_PERCENT_FREE = 1.0F;
 
-// Making the program's folder is how an administrator turns the log on.
+// Making the program's directory is how an administrator turns the log on.
 void open_log_if_wanted() {
     bounded_format(outline, sizeof outline, "%s/%s", LOG_DIRECTORY, PROGRAM);
     if (access(outline, F_OK) != 0)
@@ -47,7 +47,7 @@ int check_free_space() {
     logmsgf(4, "initialize",
             "The volume hosting [%s] has [%lu] MB space available, [%f] percent of the disk.",
             REPOSITORY_DIRECTORY, megabytes_free, static_cast<double>(percent_free));
-    if (percent_free < LEAST_PERCENT_FREE) {
+    if (percent_free < MIN_PERCENT_FREE) {
         logmsg(16, "A minimum of one percent of the disk must be free to manage the repo.", "initialize");
         return STATUS_REPOSITORY_FULL;
     }

@@ -8,7 +8,7 @@
 
 #include <ostream>
 
-const std::array<status_message, 29> STATUS_MESSAGES = {{
+const std::array<StatusMessage, 29> STATUS_MESSAGES = {{
     {STATUS_INVALID_PARAMETER, "TqlRpo0008N"},
     {STATUS_INVALID_PATH, "TqlRpo0022N"},
     {STATUS_CONFIGURATION, "TqlRpo0003N"},
@@ -47,7 +47,7 @@ constexpr int STATUS_WITHOUT_LOG_LINE = 55;
 
 // The message of a status with a text of its own; null for another.
 const char* find_status_message(int code) {
-    for (const status_message& row : STATUS_MESSAGES)
+    for (const StatusMessage& row : STATUS_MESSAGES)
         if (row.code == code)
             return row.id;
     return nullptr;
@@ -71,7 +71,7 @@ bool is_logged(int status) {
 
 void report(int status, const char* function, std::ostream& out) {
     look_up_status(status);
-    // What the user called off is no error.
+    // A deletion that the user cancels is not an error.
     out << (status == STATUS_DELETE_CANCELED ? "" : "Error: ") << msg << std::endl;
     if (is_logged(status))
         logmsg(16, msg_E[0] != '\0' ? msg_E : getECmsgl(status, 0), function);

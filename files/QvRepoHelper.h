@@ -41,7 +41,7 @@ int deletePackageItems(std::vector<std::string> paths);
 
 // Verifies the package file `source` and copies it into the repository as `name` (a prefix) + its base name.
 // `destination` receives the path of the copy once it is known, and is left alone before. Returns 0, 7214 (no
-// space, or the copy failed), 7217 (no repository) or the code of verifySja; no half copy is left behind.
+// space, or the copy failed), 7217 (no repository) or the code of verifySja; no half copy is left.
 int copySja(const char* source, std::string& destination, std::string name);
 
 // Verifies the package file `source` and copies it into the repository under its base name. Returns as above.

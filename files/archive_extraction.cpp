@@ -40,8 +40,8 @@ std::string entry_path(FILE* archive, const block_info& block, const char* direc
     return std::string(directory) + "/" + name.data();
 }
 
-// Copies `size` bytes from where the archive stands. An archive that ends earlier is no error: the file gets
-// its full size, and what is missing is filled with what the buffer holds.
+// Copies `size` bytes from where the archive stands. An archive that ends earlier is not an error: the file
+// gets its full size, and the buffer's old bytes fill what is missing.
 bool copy_data(FILE* archive, FILE* file, std::uint64_t size) {
     std::vector<char> buffer(CHUNK_SIZE);
     while (size > 0 && !interruption_noted()) {
@@ -60,7 +60,7 @@ bool copy_data(FILE* archive, FILE* file, std::uint64_t size) {
 bool write_entry(FILE* archive, const block_info& block, const char* directory) {
     const std::string path = entry_path(archive, block, directory);
     log_msg("[%s]\n", path.c_str());
-    entry_file file;
+    EntryFile file;
     if (!file.open(path, archive)) {
         log_msg("%s : Could not open for writing\n", path.c_str());
         return false;
@@ -109,10 +109,10 @@ void remove_archive(FILE* archive, const char* path) {
 }
 
 bool extract_all(const char* path, const char* directory) {
-    buffered_stream archive(std::fopen(path, "rb+e"));
+    BufferedStream archive(std::fopen(path, "rb+e"));
     if (!archive || !claim(archive.get()))
         return false;
-    block_list blocks = walk_archive(archive.get());
+    BlockList blocks = walk_archive(archive.get());
     if (!blocks)
         return false;
     // From here on extract_block closes the archive when it fails.
@@ -129,7 +129,7 @@ bool extract_all(const char* path, const char* directory) {
 } // namespace
 
 block_info* extract_block(FILE* archive, block_info* block, const char* directory) {
-    block_list blocks(block);
+    BlockList blocks(block);
     if (!try_write_entry(archive, *block, directory)) {
         static_cast<void>(std::fclose(archive));
         extractsja_error = 1;

@@ -16,7 +16,7 @@ namespace {
 constexpr char file_header[4] = {'J', 'A', 'N', 'K'};
 // Nearer to the largest offset, filling a stream's buffer is an error and not the end of the file, and the
 // stream would remember it.
-constexpr std::uint64_t LARGEST_OFFSET = std::numeric_limits<off_t>::max() - STREAM_BUFFER_SIZE;
+constexpr std::uint64_t MAX_OFFSET = std::numeric_limits<off_t>::max() - STREAM_BUFFER_SIZE;
 constexpr std::size_t FIRST_CAPACITY = 16;
 constexpr std::size_t SLOT_SIZE = sizeof(void*);
 
@@ -27,7 +27,7 @@ bool read_whole(FILE* stream, void* buffer, std::size_t length) {
     return std::fread(buffer, 1, length, stream) == length && std::ferror(stream) == 0;
 }
 
-std::uint64_t sum_or_largest(std::uint64_t a, std::uint64_t b) {
+std::uint64_t saturating_sum(std::uint64_t a, std::uint64_t b) {
     const std::uint64_t largest = std::numeric_limits<std::uint64_t>::max();
     return b > largest - a ? largest : a + b;
 }
@@ -43,23 +43,23 @@ std::size_t read_header(FILE* archive, block_info& block) {
 }
 
 // What a walk found: the last entry, and whether a failure to seek or read ended it, not the end of the file.
-struct walk {
-    block_list last;
+struct Walk {
+    BlockList last;
     bool failed = false;
 };
 
-walk walk_blocks(FILE* archive, std::uint64_t base) {
-    walk found;
-    block_list& last = found.last;
+Walk walk_blocks(FILE* archive, std::uint64_t base) {
+    Walk found;
+    BlockList& last = found.last;
     std::uint64_t offset = base + sizeof file_header;
     // Ends where the file does. A size that leads past the largest offset counts as one that runs past the
     // end, as wrapping around would read the same entries for ever.
-    while (offset <= LARGEST_OFFSET) {
+    while (offset <= MAX_OFFSET) {
         if (!seek_to(archive, offset)) {
             found.failed = errno != EINVAL; // EINVAL: no file can be that long on this file system
             break;
         }
-        block_list block(new block_info());
+        BlockList block(new block_info());
         block->offset = offset;
         block->index = last ? last->index + 1 : 1;
         const std::size_t length = read_header(archive, *block);
@@ -67,7 +67,7 @@ walk walk_blocks(FILE* archive, std::uint64_t base) {
         // as 0.
         if (length < ENTRY_HEADER_SIZE - 2)
             break;
-        offset = sum_or_largest(offset + length + block->name_length, block->data_size);
+        offset = saturating_sum(offset + length + block->name_length, block->data_size);
         block->next = last.release();
         last = std::move(block);
     }
@@ -129,12 +129,12 @@ ListingPtr list_blocks(FILE* archive, const block_info* last) {
 
 } // namespace
 
-block_list walk_archive(FILE* archive) {
+BlockList walk_archive(FILE* archive) {
     const int form = verify_jank_archive(archive);
     if (form == 2)
         return nullptr;
-    walk found = walk_blocks(archive, form == 1 ? SIGNATURE_SIZE : 0);
-    // The entries behind the failure would be missing from the listing, and extraction, which deletes the
+    Walk found = walk_blocks(archive, form == 1 ? SIGNATURE_SIZE : 0);
+    // The entries after the failure would be missing from the listing, and extraction, which deletes the
     // archive, would lose them.
     return found.failed ? nullptr : std::move(found.last);
 }
@@ -156,10 +156,10 @@ block_info* get_blocks(FILE* archive, std::uint64_t base) {
 
 stat_array* stat_archive(const char* path) {
     try {
-        const file_stream archive(open_to_read(path));
+        const FileStream archive(open_to_read(path));
         if (!archive)
             return nullptr;
-        const block_list last = walk_archive(archive.get());
+        const BlockList last = walk_archive(archive.get());
         if (!last)
             return nullptr;
         log_msg("Archive %s:\n", path);

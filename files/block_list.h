@@ -9,14 +9,14 @@
 #include <cstddef>
 #include <memory>
 
-// An entry's name begins this many bytes behind the entry's first byte.
+// An entry's name begins this many bytes after the entry's first byte.
 inline constexpr std::uint64_t ENTRY_HEADER_SIZE = 11;
 
 // Owns a block and all that follow it.
-using block_list = std::unique_ptr<block_info, Release<free_block_list>>;
+using BlockList = std::unique_ptr<block_info, Release<free_block_list>>;
 
-// The blocks of the archive, whichever form it has; empty when it is no archive, holds no entry or cannot be
+// The blocks of the archive, whichever form it has; empty when it is not an archive, holds no entry or cannot be
 // read to its end. Throws std::bad_alloc.
-block_list walk_archive(FILE* archive);
+BlockList walk_archive(FILE* archive);
 
 #endif

@@ -11,12 +11,12 @@
 namespace {
 
 // As many links as the kernel follows in one path.
-constexpr int MOST_LINKS = 40;
+constexpr int MAX_LINKS = 40;
 
 // The path that the symbolic links at `path` lead to, whether there is a file or not.
-std::string behind_links(const std::string& path) {
+std::string resolve_links(const std::string& path) {
     std::filesystem::path place = path;
-    for (int i = 0; i < MOST_LINKS; ++i) {
+    for (int i = 0; i < MAX_LINKS; ++i) {
         std::error_code no_link;
         const std::filesystem::path target = std::filesystem::read_symlink(place, no_link);
         if (no_link)
@@ -38,9 +38,9 @@ FILE* stream_for(int descriptor) {
 
 } // namespace
 
-bool entry_file::open(const std::string& path, FILE* archive) {
-    // Opening what is there already meets every reason for which "wb" fails, a folder of that name among
-    // them. A pipe that nobody reads is one more: there is no waiting for its reader.
+bool EntryFile::open(const std::string& path, FILE* archive) {
+    // Opening what is there already meets every reason for which "wb" fails, a directory of that name among
+    // them. A pipe that nobody reads is one more: the program does not wait for a reader.
     FileDescriptor existing(::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK));
     if (!existing.is_open() && errno != ENOENT)
         return false;
@@ -48,12 +48,12 @@ bool entry_file::open(const std::string& path, FILE* archive) {
     if (existing.is_open() && (fstat(existing.get(), &file) != 0 || is_file_of(archive, file)))
         return false;
     if (existing.is_open() && !S_ISREG(file.st_mode)) {
-        // A reader that is slow is waited for.
+        // From here on a write waits for a slow reader.
         if (fcntl(existing.get(), F_SETFL, 0) != 0)
             return false;
         special_ = std::move(existing);
     } else {
-        pending_.emplace(behind_links(path));
+        pending_.emplace(resolve_links(path));
         if (pending_->open(0666) != 0)
             return false;
     }
@@ -61,10 +61,10 @@ bool entry_file::open(const std::string& path, FILE* archive) {
     return static_cast<bool>(*stream_);
 }
 
-bool entry_file::set_mode(mode_t mode) const {
+bool EntryFile::set_mode(mode_t mode) const {
     return fchmod(descriptor(), mode) == 0;
 }
 
-bool entry_file::put_in_place() {
+bool EntryFile::put_in_place() {
     return !pending_ || pending_->commit() == 0;
 }

@@ -17,9 +17,9 @@
 // when it is complete: until put_in_place() succeeds, an earlier file of that name stays as it is, and
 // afterwards nothing of an unfinished one is left. Anything else that has the name already, a device or a
 // pipe, is written to as it stands.
-class entry_file {
+class EntryFile {
   public:
-    entry_file() = default;
+    EntryFile() = default;
 
     // Opens the file `path` for the bytes of an entry of `archive`. False, with nothing changed, when opening
     // it for writing would fail, and when it is the archive itself.
@@ -34,7 +34,7 @@ class entry_file {
     // Sets the permission, set-id and sticky bits. Whether that succeeded.
     bool set_mode(mode_t mode) const;
 
-    // Brings the file to the disk and under its name. Whether that succeeded.
+    // Flushes the file to disk and gives it its name. Whether that succeeded.
     bool put_in_place();
 
   private:
@@ -42,7 +42,7 @@ class entry_file {
 
     FileDescriptor special_;
     std::optional<PendingFile> pending_;
-    std::optional<buffered_stream> stream_;
+    std::optional<BufferedStream> stream_;
 };
 
 #endif

@@ -1,6 +1,6 @@
 // The reader of .sja archives: recognises them, lists their entries and extracts them.
 //
-// An archive is the magic "JANK", alone (unsigned form) or behind a signature block of 512 bytes (signed
+// An archive is the magic "JANK", alone (unsigned form) or after a signature block of 512 bytes (signed
 // form), followed by entries back to back up to the end of the file. An entry is its name length (1 byte),
 // data size (8), mode (2), name and data; all numbers are little-endian. Extraction works in place, from the
 // last entry to the first, and cuts every written entry off the archive: it needs no room for a second copy,
@@ -49,7 +49,7 @@ extern unsigned char extractsja_error;
 // The form of the archive: 0 unsigned, 1 signed, 2 not an archive. Moves the stream.
 int verify_jank_archive(FILE* archive);
 
-// Walks the entries behind the magic at `base` (0 or 512). Returns the last entry of the file, or null when
+// Walks the entries after the magic at `base` (0 or 512). Returns the last entry of the file, or null when
 // there is none; free_block_list releases it. Entries are not checked against the file's size: the last one
 // may run past it.
 block_info* get_blocks(FILE* archive, std::uint64_t base);

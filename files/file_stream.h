@@ -19,7 +19,7 @@
 #include <unistd.h>
 
 // Streams that were written are closed by hand, where the result counts.
-using file_stream = std::unique_ptr<FILE, Release<std::fclose>>;
+using FileStream = std::unique_ptr<FILE, Release<std::fclose>>;
 
 // Opens `path` for reading, like fopen with "rbe", but never waits for the writer of a pipe: a pipe is not
 // opened, and errno is EINVAL.
@@ -43,16 +43,16 @@ inline bool is_file_of(FILE* stream, const struct stat& file) {
     return fstat(fileno(stream), &other) == 0 && other.st_dev == file.st_dev && other.st_ino == file.st_ino;
 }
 
-// Package files are read and written in chunks of 4096 bytes. A buffer of this many bytes behind the stream
+// Package files are read and written in chunks of 4096 bytes. A stream's buffer of this many bytes
 // keeps the number of system calls low without making the chunks larger.
 inline constexpr std::size_t STREAM_BUFFER_SIZE = 256UL * 1024UL;
 
 // A stream with a buffer of STREAM_BUFFER_SIZE bytes. The buffer has to outlive the stream, whoever closes
 // it.
-class buffered_stream {
+class BufferedStream {
   public:
-    // Takes over `stream`, which may be null and on which nothing may have been read or written yet.
-    explicit buffered_stream(FILE* stream) : buffer_(STREAM_BUFFER_SIZE), stream_(stream) {
+    // Adopts `stream`, which may be null and on which nothing may have been read or written yet.
+    explicit BufferedStream(FILE* stream) : buffer_(STREAM_BUFFER_SIZE), stream_(stream) {
         if (stream != nullptr)
             static_cast<void>(std::setvbuf(stream, buffer_.data(), _IOFBF, buffer_.size()));
     }
@@ -68,7 +68,7 @@ class buffered_stream {
 
   private:
     std::vector<char> buffer_;
-    file_stream stream_;
+    FileStream stream_;
 };
 
 // Moves the stream to `offset`. False for an offset that no file can have, or when seeking fails.

@@ -42,8 +42,8 @@ std::uint64_t required_megabytes(float percent_free, unsigned long megabytes_fre
     return truncated(required);
 }
 
-// Whether the package may be copied: it fits while one and a half per cent of the disk stays free, or the
-// free space cannot be told.
+// Whether the package may be copied: one and a half per cent of the disk stays free, or the free space is
+// unknown.
 bool has_space_for(std::uint64_t package_megabytes) {
     float percent_free = 0;
     unsigned long megabytes_free = 0;
@@ -77,7 +77,7 @@ int status_of_copy(int error, const char* source) {
 
 int copy_to(const char* source, const std::string& destination) {
     const int result = T::fileCOPY(source, destination.c_str());
-    // Logged before the result is looked at; readers of the log know it as the trace of the attempt.
+    // Logged whatever the result: readers of the log know it as the trace of the attempt.
     logmsgf(4, copy_tag, "Copied package file [%s] to [%s].", source, destination.c_str());
     return status_of_copy(result, source);
 }
@@ -116,14 +116,14 @@ int QvRepoHelper::copySja(const char* source, std::string& destination, std::str
     destination = place_in_repository(source, name);
     const std::uint64_t package_megabytes = fileSize(source) >> 20U;
     logmsgf(2, copy_tag, "Package size: [%llu] MB.", static_cast<unsigned long long>(package_megabytes));
-    const bool fits = has_space_for(package_megabytes);
+    const bool has_space = has_space_for(package_megabytes);
     if (sameFile(source, destination)) {
         logmsgf(4, copy_tag, "[%s] to [%s] are the same file, no file copy necessary.", source,
                 destination.c_str());
-        // Whoever put the file there need not have brought it to the disk.
+        // Whoever put the file there may not have flushed it.
         return status_of_copy(flush_file(destination.c_str()), source);
     }
-    if (fits)
+    if (has_space)
         return copy_to(source, destination);
     logmsg(16, "Not enough disk space to copy the package file.", copy_tag);
     return STATUS_COPY_FAILED;

@@ -44,7 +44,7 @@ int refuse_signature(const char* path) {
 // Whether there is nothing at `path` that could be copied instead of the `verified` file, or what is there is
 // signed, too. Callers copy the path with its quotes.
 bool is_verified_too(const char* path, FILE* verified, RSA* key) {
-    const buffered_stream archive(open_to_read(path));
+    const BufferedStream archive(open_to_read(path));
     if (!archive)
         return errno == ENOENT || errno == ENOTDIR;
     struct stat file = {};
@@ -55,7 +55,7 @@ bool is_verified_too(const char* path, FILE* verified, RSA* key) {
 int verify_with_key(const char* path, RSA* key) {
     const std::string unquoted = without_quotes(path);
     logmsg(4, "Public key found. Proceeding with verification", function_tag);
-    const buffered_stream archive(open_to_read(unquoted.c_str()));
+    const BufferedStream archive(open_to_read(unquoted.c_str()));
     if (!archive) {
         logmsgf(16, function_tag, "Could not open SJA file at path [%s].", unquoted.c_str());
         return STATUS_UNREADABLE_PACKAGE;

@@ -23,7 +23,7 @@
 namespace {
 
 constexpr std::size_t CHUNK_SIZE = 4096;
-constexpr std::int64_t LARGEST_KEY_FILE = 0xFFFF;
+constexpr std::int64_t MAX_KEY_FILE = 0xFFFF;
 
 using KeyPtr = std::unique_ptr<RSA, Release<RSA_free>>;
 using SequencePtr = std::unique_ptr<byte_sequence, Release<free_byte_sequence>>;
@@ -40,7 +40,7 @@ int no_passphrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*data*
     return -1;
 }
 
-// Puts the key that the PEM text holds in place of `key`; leaves `key` alone when there is none.
+// Replaces `key` by the key in the PEM text; leaves `key` alone where the text has none.
 void read_pem_key(const std::vector<unsigned char>& pem, KeyPtr& key) {
     const std::unique_ptr<BIO, Release<BIO_free>> bio(BIO_new(BIO_s_mem()));
     if (!bio || BIO_write(bio.get(), pem.data(), static_cast<int>(pem.size())) <= 0)
@@ -82,11 +82,11 @@ std::int64_t get_filesize(FILE* stream) {
 
 RSA* get_pubkey(const char* path) {
     KeyPtr key(RSA_new());
-    const file_stream file(open_to_read(path));
+    const FileStream file(open_to_read(path));
     if (!key || !file)
         return nullptr;
     const std::int64_t size = get_filesize(file.get());
-    if (size <= 0 || size > LARGEST_KEY_FILE)
+    if (size <= 0 || size > MAX_KEY_FILE)
         return nullptr;
     std::vector<unsigned char> pem(static_cast<std::size_t>(size));
     pem.resize(std::fread(pem.data(), 1, pem.size(), file.get()));

@@ -1,4 +1,4 @@
-// The signature of .sja archives: RSA (PKCS #1 v1.5, 4096 bits) over the SHA-512 digest of everything behind
+// The signature of .sja archives: RSA (PKCS #1 v1.5, 4096 bits) over the SHA-512 digest of everything after
 // the first 512 bytes, which hold the signature.
 
 #ifndef FILES_SJA_VERIFY_H

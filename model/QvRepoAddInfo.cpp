@@ -20,13 +20,13 @@ constexpr const char* NAME_PREFIX = "dunmarel_";
 constexpr const char* NAME_LABEL = "QvRepoAddInfo::getPackageAttributesFromFilePath";
 constexpr const char* BODY_LABEL = "QvRepoAddInfo::getJSONPackageDetails";
 
-struct name_refusal {
-    int error; // package_name_error
+struct NameRefusal {
+    int error; // PackageNameError
     const char* text;
     int status;
 };
 
-constexpr std::array<name_refusal, 5> NAME_REFUSALS = {{
+constexpr std::array<NameRefusal, 5> NAME_REFUSALS = {{
     {PACKAGE_NAME_EMPTY, "Package name was null or empty.", STATUS_UNRECOGNIZED_NAME},
     {PACKAGE_NAME_TYPE, "Package type is not supported.", STATUS_UNSUPPORTED_TYPE},
     {PACKAGE_NAME_VERSION, "Package version is not supported.", STATUS_UNSUPPORTED_VERSION},
@@ -38,7 +38,7 @@ constexpr std::array<name_refusal, 5> NAME_REFUSALS = {{
 int refuse_name(int error) {
     logmsgf(16, NAME_LABEL, "extract_package_details_from_name returned error code [%d].", error);
     logmsg(16, "Input file name does not comply with package name standard.", NAME_LABEL);
-    for (const name_refusal& refusal : NAME_REFUSALS) {
+    for (const NameRefusal& refusal : NAME_REFUSALS) {
         if (refusal.error == error) {
             logmsg(16, refusal.text, NAME_LABEL);
             return refusal.status;
@@ -97,7 +97,7 @@ int QvRepoAddInfo::getPackageAttributesFromFilePath(const char* path) {
 }
 
 std::string QvRepoAddInfo::getJSONPackageDetails() {
-    const json_document body =
+    const JsonDocument body =
         own_json(json_pack("{s:{s:s,s:{s:s, s:s, s:s, s:s, s:s, s:o}}}", "data", "type",
                            "newPackageAttributes", "attributes", "packageFileName", packageFileName.c_str(),
                            "packageName", packageName.c_str(), "os", os.c_str(), "version", version.c_str(),

@@ -12,7 +12,7 @@
 namespace {
 
 // The longest name of an EEB package; the product's other tools keep it in a field of this size.
-constexpr std::size_t LONGEST_EEB_NAME = 128;
+constexpr std::size_t MAX_EEB_NAME = 128;
 
 // These two labels are not the functions' own names; log readers know them by these.
 constexpr const char* DETAILS_LABEL = "QvRepoPackage::parseJSONResponsePackageDetails";
@@ -39,17 +39,17 @@ bool is_eeb(const std::string& type) {
     return type == "qveeb" || type == "qveeb.client" || type == "qveeb.server";
 }
 
-// The first three "_"-separated words of an EEB package's name, which alone identify it; empty where the name
+// The first three "_"-separated parts of an EEB package's name, which alone identify it; empty where the name
 // has fewer. Neighbouring and leading underscores count as one separator and none.
 std::string eeb_installable(const std::string& name) {
     std::string installable;
     std::size_t end = 0;
-    for (int word = 0; word < 3; ++word) {
+    for (int part = 0; part < 3; ++part) {
         const std::size_t begin = name.find_first_not_of('_', end);
         if (begin == std::string::npos)
             return {};
         end = std::min(name.find('_', begin), name.length());
-        installable += (word == 0 ? "" : "_") + name.substr(begin, end - begin);
+        installable += (part == 0 ? "" : "_") + name.substr(begin, end - begin);
     }
     return installable;
 }
@@ -78,7 +78,7 @@ QvRepoPackage::QvRepoPackage(json_t* package) {
 
 QvRepoPackage::QvRepoPackage(const std::string& response) {
     json_error_t error;
-    const json_document document = parse_json(response.c_str(), 0, &error);
+    const JsonDocument document = parse_json(response.c_str(), 0, &error);
     if (!document) {
         logmsgf(16, "QvRepoPackage",
                 "Failed to parse package details from response received from server. Error: %s.", error.text);
@@ -137,7 +137,7 @@ std::string QvRepoPackage::deriveInstallables() {
         installables = {packageType + "_" + version};
     } else {
         const std::string installable =
-            packageName.length() <= LONGEST_EEB_NAME ? eeb_installable(packageName) : std::string();
+            packageName.length() <= MAX_EEB_NAME ? eeb_installable(packageName) : std::string();
         if (installable.empty())
             return "Error parsing response: [" + packageName + "] is not the name of an EEB package.";
         installables = {installable};
@@ -145,10 +145,10 @@ std::string QvRepoPackage::deriveInstallables() {
     return {};
 }
 
-// What to tell of the first element of a list that is no package.
+// What is wrong with the first element of a list that is not a package.
 struct QvRepoPackage::ListProblem {
     bool found = false;
-    std::string text; // of a record that cannot be built; empty for an element that is no object
+    std::string text; // of a record that cannot be built; empty for an element that is not an object
 };
 
 QvRepoPackage::ListProblem QvRepoPackage::append(json_t* element, std::vector<QvRepoPackage>& packages) {
@@ -177,9 +177,9 @@ bool QvRepoPackage::appendInPieces(const std::string& response, std::vector<QvRe
                                    ListProblem& problem) {
     const std::size_t before = packages.size();
     PackageElements elements(response);
-    // Behind a wrong element the walk goes on: an answer that is no JSON is refused as that, wherever it
-    // breaks off.
-    while (const json_document element = elements.next())
+    // The walk goes on after a wrong element: an answer that is not JSON is refused as such, wherever it breaks
+    // off.
+    while (const JsonDocument element = elements.next())
         if (!problem.found)
             problem = append(element.get(), packages);
     if (!elements.complete()) {
@@ -191,7 +191,7 @@ bool QvRepoPackage::appendInPieces(const std::string& response, std::vector<QvRe
 
 int QvRepoPackage::appendWhole(const std::string& response, std::vector<QvRepoPackage>& packages,
                                ListProblem& problem) {
-    const json_document document = parse_json(response.c_str());
+    const JsonDocument document = parse_json(response.c_str());
     if (!document) {
         logmsgf(16, LIST_LABEL,
                 "Failed to parse package details from response received from server and the response is: %s.",

@@ -68,22 +68,22 @@ class QvRepoPackage {
     std::string lastValidatedUTC;
 
   private:
-    // Fills the record like parseJSONpackageDetails, without a word: returns what there is to log, empty on
+    // Fills the record like parseJSONpackageDetails, but logs nothing: returns what there is to log, empty on
     // success.
     std::string fill(json_t* package);
 
     // Fills `installables` from type, version and name. Returns what there is to log: an EEB package whose
-    // name has fewer than three words or more than 128 bytes identifies nothing.
+    // name has fewer than three parts or more than 128 bytes identifies nothing.
     std::string deriveInstallables();
 
     struct ListProblem;
 
-    // Appends the record of one element of a list (borrowed), or tells what is wrong with it.
+    // Appends the record of one element of a list (borrowed), or returns what is wrong with it.
     static ListProblem append(json_t* element, std::vector<QvRepoPackage>& packages);
 
     // Appends the records of a response in the service's own form, taking it element by element, up to the
-    // first that is no package. Any other response is left to the parser of whole documents, which names what
-    // is wrong: false then, with `packages` as before.
+    // first that is not a package. Leaves any other response to the parser of whole documents, which names what
+    // is wrong: returns false then, with `packages` as before.
     static bool appendInPieces(const std::string& response, std::vector<QvRepoPackage>& packages,
                                ListProblem& problem);
 

@@ -10,8 +10,8 @@
 
 namespace {
 
-constexpr const char* LOWEST_VERSION = "7.7";
-constexpr std::size_t LONGEST_EEB_VERSION = 12;
+constexpr const char* MIN_VERSION = "7.7";
+constexpr std::size_t MAX_EEB_VERSION = 12;
 
 // Index 0 is type code 1.
 constexpr std::array<const char*, PACKAGE_TYPE_COUNT> PACKAGE_TYPE_KEYS = {"qvclient",
@@ -35,18 +35,18 @@ constexpr std::array<const char*, PACKAGE_TYPE_COUNT> PACKAGE_TYPE_KEYS = {"qvcl
 
 // How many decimal digits each number of a version keeps, and what its last digit stands for in the packed
 // form.
-struct version_digit {
+struct VersionDigit {
     unsigned modulus;
     int weight;
 };
-constexpr std::array<version_digit, 6> VERSION_DIGITS = {
+constexpr std::array<VersionDigit, 6> VERSION_DIGITS = {
     {{100, 100000}, {10, 10000}, {10, 1000}, {10, 100}, {10, 10}, {10, 1}}};
 
-using name_tokens = std::array<const char*, 5>;
+using NameTokens = std::array<const char*, 5>;
 
 // Splits `name` in place; tokens that are not there are null, a sixth and further ones are not looked at.
-name_tokens split_name(char* name) {
-    name_tokens tokens{};
+NameTokens split_name(char* name) {
+    NameTokens tokens{};
     char* rest = nullptr;
     for (const char*& token : tokens) {
         token = strtok_r(name, "_", &rest);
@@ -71,20 +71,20 @@ int find_os(const std::string& key) {
     return 0;
 }
 
-// The two words of an operating system; the cut at the first "." takes the file's extension off.
+// Joins the two parts of an operating system; the cut at the first "." removes the file's extension.
 std::string join_os(const char* first, const char* second) {
     const std::string joined = std::string(first) + "_" + second;
     return joined.substr(0, joined.find('.'));
 }
 
 bool is_eeb_version(const char* text) {
-    return std::strlen(text) <= LONGEST_EEB_VERSION && text[std::strspn(text, "0123456789.")] == '\0';
+    return std::strlen(text) <= MAX_EEB_VERSION && text[std::strspn(text, "0123456789.")] == '\0';
 }
 
 // Packed versions hold one decimal digit per number, major first, so comparing them as numbers compares
 // number by number.
 bool is_supported_version(int packed) {
-    return packed >= str_to_version(LOWEST_VERSION);
+    return packed >= str_to_version(MIN_VERSION);
 }
 
 } // namespace
@@ -116,7 +116,7 @@ int extract_package_details_from_name(pkg_details* details) {
     char name[sizeof details->name];
     std::memcpy(name, details->name, sizeof name);
     name[sizeof name - 1] = '\0';
-    const name_tokens tokens = split_name(name);
+    const NameTokens tokens = split_name(name);
     if (tokens[3] == nullptr)
         return PACKAGE_NAME_INCOMPLETE;
 

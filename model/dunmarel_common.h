@@ -2,7 +2,7 @@
 // functions over a plain record.
 //
 // A package file's name, without the "dunmarel_" prefix, is TYPE_VERSION_OS or TYPE_EEBVERSION_VERSION_OS,
-// the operating system being two "_"-separated words: qvclient_8.3.0.1_redhat_x64.sja.
+// the operating system being two "_"-separated parts: qvclient_8.3.0.1_redhat_x64.sja.
 
 #ifndef MODEL_DUNMAREL_COMMON_H
 #define MODEL_DUNMAREL_COMMON_H
@@ -12,7 +12,7 @@
 
 // The parts of a package file name. The caller zero-fills the record and sets `name`.
 struct pkg_details {
-    char eebVersion[12];      // of a five-word name, else empty
+    char eebVersion[12];      // of a name of five parts, else empty
     char name[128];           // the file name without its prefix
     std::int32_t version;     // packed, see str_to_version
     std::int32_t baseVersion; // the version with its last three digits cleared
@@ -22,7 +22,7 @@ struct pkg_details {
 };
 
 // What extract_package_details_from_name finds wrong.
-enum package_name_error {
+enum PackageNameError {
     PACKAGE_NAME_EMPTY = 1,
     PACKAGE_NAME_INCOMPLETE = 101,
     PACKAGE_NAME_TYPE = 102,
@@ -32,7 +32,7 @@ enum package_name_error {
     PACKAGE_NAME_NO_NUMBER = 107 // str_to_version only
 };
 
-// Parses `details->name` and fills the other members. Returns 0 or the first package_name_error; the members
+// Parses `details->name` and fills the other members. Returns 0 or the first PackageNameError; the members
 // that were filled before it then keep their values.
 int extract_package_details_from_name(pkg_details* details);
 

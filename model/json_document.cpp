@@ -7,16 +7,16 @@
 namespace {
 
 // As deep as jansson goes into one text.
-constexpr std::size_t DEEPEST_NESTING = 2048;
+constexpr std::size_t MAX_NESTING = 2048;
 
-struct json_extent {
+struct JsonExtent {
     std::size_t length = 0; // bytes
     std::size_t values = 1;
     std::size_t depth = 0;
 };
 
-// The place behind the string that begins at `quote`, or the end of the text.
-const char* behind_string(const char* quote) {
+// The place after the string that begins at `quote`, or the end of the text.
+const char* after_string(const char* quote) {
     const char* place = quote + 1;
     while (*(place += std::strcspn(place, "\"\\")) == '\\' && place[1] != '\0')
         place += 2;
@@ -28,17 +28,17 @@ bool is_closed_at_once(const char* bracket) {
     return next == ']' || next == '}';
 }
 
-// Measures the value at the start of the text. Of what is no JSON it measures at least as much as a parser
+// Measures the value at the start of the text. In what is not JSON it measures at least as much as a parser
 // reads before it notices.
-json_extent measure(const char* text) {
-    json_extent extent;
+JsonExtent measure(const char* text) {
+    JsonExtent extent;
     std::size_t depth = 0;
     const char* place = text;
     do {
         place += std::strcspn(place, "\"[]{},");
         switch (*place) {
         case '"':
-            place = behind_string(place);
+            place = after_string(place);
             continue;
         case '[':
         case '{':
@@ -61,9 +61,9 @@ json_extent measure(const char* text) {
     return extent;
 }
 
-bool is_within_limits(const json_extent& extent, std::size_t enclosing) {
-    // What stands in nothing is left to jansson, which explains itself better.
-    const bool too_deep = enclosing > 0 && extent.depth + enclosing > DEEPEST_NESTING;
+bool is_within_limits(const JsonExtent& extent, std::size_t enclosing) {
+    // jansson itself refuses a value that nothing encloses, with a better explanation.
+    const bool too_deep = enclosing > 0 && extent.depth + enclosing > MAX_NESTING;
     return extent.length <= MAX_JSON_SIZE && extent.values <= MAX_JSON_VALUES && !too_deep;
 }
 
@@ -76,8 +76,8 @@ void refuse(json_error_t* error) {
 
 } // namespace
 
-json_document parse_json(const char* text, std::size_t flags, json_error_t* error, std::size_t enclosing) {
-    const json_extent extent = measure(text);
+JsonDocument parse_json(const char* text, std::size_t flags, json_error_t* error, std::size_t enclosing) {
+    const JsonExtent extent = measure(text);
     if (!is_within_limits(extent, enclosing)) {
         refuse(error);
         return {};

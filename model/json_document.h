@@ -8,10 +8,10 @@
 
 #include <cstddef>
 
-using json_document = boost::shared_ptr<json_t>;
+using JsonDocument = boost::shared_ptr<json_t>;
 
-// Takes over the caller's reference; the last owner drops it. Null is allowed.
-inline json_document own_json(json_t* value) {
+// Adopts the caller's reference; the last owner drops it. Null is allowed.
+inline JsonDocument own_json(json_t* value) {
     return {value, json_decref};
 }
 
@@ -20,14 +20,14 @@ inline json_document own_json(json_t* value) {
 inline constexpr std::size_t MAX_JSON_SIZE = std::size_t{64} * 1024 * 1024; // bytes
 inline constexpr std::size_t MAX_JSON_VALUES = 1000000;
 
-// Parses the object or array that the terminated text begins with; what stands behind it does not count.
+// Parses the object or array that the terminated text begins with; what follows it does not count.
 // `flags` are added to that; JSON_DECODE_ANY takes values of every type. `enclosing` is the number of objects
-// and arrays that the value stands in itself, which count towards the deepest nesting.
+// and arrays around the value, which count towards the nesting.
 //
-// Null, with `error` filled in unless it is null, for a text that is no JSON, and for a value of more than
+// Null, with `error` filled in unless it is null, for a text that is not JSON, and for a value of more than
 // MAX_JSON_SIZE bytes or MAX_JSON_VALUES values. On success the error's position is the number of bytes
 // that were taken.
-json_document parse_json(const char* text, std::size_t flags = 0, json_error_t* error = nullptr,
-                         std::size_t enclosing = 0);
+JsonDocument parse_json(const char* text, std::size_t flags = 0, json_error_t* error = nullptr,
+                        std::size_t enclosing = 0);
 
 #endif

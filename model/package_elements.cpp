@@ -4,9 +4,9 @@
 
 // The text ends at its first NUL byte, as it does for the parser of whole documents.
 PackageElements::PackageElements(const std::string& response)
-    : position_(response.c_str()), place_(take("{") ? Place::FIRST_MEMBER : Place::ASTRAY) {}
+    : position_(response.c_str()), place_(take("{") ? Place::FIRST_MEMBER : Place::MALFORMED) {}
 
-json_document PackageElements::next() {
+JsonDocument PackageElements::next() {
     while (place_ == Place::FIRST_MEMBER || place_ == Place::MEMBERS)
         take_member();
     if (place_ != Place::FIRST_ELEMENT && place_ != Place::ELEMENTS)
@@ -17,7 +17,7 @@ json_document PackageElements::next() {
     return next();
 }
 
-// Skips white space and takes `symbol` where it stands next.
+// Skips white space and consumes `symbol` where it comes next.
 bool PackageElements::take(const char* symbol) {
     position_ += std::strspn(position_, " \t\r\n");
     const std::size_t length = std::strlen(symbol);
@@ -27,19 +27,19 @@ bool PackageElements::take(const char* symbol) {
     return true;
 }
 
-json_document PackageElements::take_value(std::size_t enclosing) {
+JsonDocument PackageElements::take_value(std::size_t enclosing) {
     json_error_t place;
-    json_document value = parse_json(position_, JSON_DECODE_ANY, &place, enclosing);
+    JsonDocument value = parse_json(position_, JSON_DECODE_ANY, &place, enclosing);
     if (value)
         position_ += place.position;
     return value;
 }
 
-json_document PackageElements::take_element() {
-    json_document element;
+JsonDocument PackageElements::take_element() {
+    JsonDocument element;
     if (place_ == Place::FIRST_ELEMENT || take(","))
         element = take_value(2);
-    place_ = element ? Place::ELEMENTS : Place::ASTRAY;
+    place_ = element ? Place::ELEMENTS : Place::MALFORMED;
     return element;
 }
 
@@ -49,20 +49,20 @@ void PackageElements::take_member() {
         return;
     }
     const bool separated = place_ == Place::FIRST_MEMBER || take(",");
-    place_ = Place::ASTRAY;
+    place_ = Place::MALFORMED;
     if (!separated)
         return;
-    const json_document name = take_value(1);
+    const JsonDocument name = take_value(1);
     if (json_is_string(name.get()) && take(":"))
         place_ = take_member_value(json_string_value(name.get()));
 }
 
 PackageElements::Place PackageElements::take_member_value(const std::string& name) {
     if (name != "data")
-        return take_value(1) ? Place::MEMBERS : Place::ASTRAY;
-    // Of several members of one name the last counts, which cannot be told before the end.
+        return take_value(1) ? Place::MEMBERS : Place::MALFORMED;
+    // Of several members of one name the last counts, and only the end shows which that is.
     if (has_list_ || !take("["))
-        return Place::ASTRAY;
+        return Place::MALFORMED;
     has_list_ = true;
     return Place::FIRST_ELEMENT;
 }

@@ -9,24 +9,24 @@
 #include <string>
 
 // Takes texts in which the service sends its lists: one object with a member "data", an array, and whatever
-// else beside it. What stands behind the closing brace does not count. The text must outlive the walk.
+// else beside it. What follows the closing brace does not count. The text must outlive the walk.
 class PackageElements {
   public:
     explicit PackageElements(const std::string& response);
 
-    // The next element of the array, of whatever type; null behind the last one, and from the first place on
-    // that is not of the form.
-    json_document next();
+    // The next element of the array, of whatever type; null after the last one, and from the first place
+    // that is malformed.
+    JsonDocument next();
 
-    // Whether the walk has come to the closing brace of a text that is of the form throughout.
+    // Whether the walk has reached the closing brace of a well-formed text.
     bool complete() const { return place_ == Place::END && has_list_; }
 
   private:
-    enum class Place { FIRST_MEMBER, MEMBERS, FIRST_ELEMENT, ELEMENTS, END, ASTRAY };
+    enum class Place { FIRST_MEMBER, MEMBERS, FIRST_ELEMENT, ELEMENTS, END, MALFORMED };
 
     bool take(const char* symbol);
-    json_document take_value(std::size_t enclosing);
-    json_document take_element();
+    JsonDocument take_value(std::size_t enclosing);
+    JsonDocument take_element();
     void take_member();
     Place take_member_value(const std::string& name);
 

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t BOTH_SIDES_WIDTH = 13; // of "server+client"
 
-struct column_widths {
+struct ColumnWidths {
     std::size_t id = 2;
     std::size_t type = 4;
     std::size_t version = 7;
@@ -33,8 +33,8 @@ void widen_type(std::size_t& width, const std::string& type) {
     widen(width, type);
 }
 
-column_widths measure(const std::vector<QvRepoPackage>& packages) {
-    column_widths widths;
+ColumnWidths measure(const std::vector<QvRepoPackage>& packages) {
+    ColumnWidths widths;
     for (const QvRepoPackage& package : packages) {
         widen(widths.id, package.id);
         widen_type(widths.type, package.packageType);
@@ -45,7 +45,7 @@ column_widths measure(const std::vector<QvRepoPackage>& packages) {
     return widths;
 }
 
-boost::format row_format(const column_widths& widths) {
+boost::format row_format(const ColumnWidths& widths) {
     using boost::io::group;
     boost::format row("%1% %2% %3% %4% %5%");
     int item = 0;

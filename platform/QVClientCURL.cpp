@@ -15,15 +15,15 @@
 
 namespace {
 
-// The longest answer that is taken, counted after decompression.
+// The longest accepted answer, counted after decompression.
 constexpr std::size_t MAX_ANSWER_SIZE = std::size_t{512} * 1024 * 1024;
 
 // An answer of unknown length that has come so far is likely to go on.
 constexpr std::size_t LONG_ANSWER = std::size_t{4} * 1024 * 1024;
 
-// A transfer that moves less than this for so long is given up.
-constexpr long LOWEST_BYTES_PER_SECOND = 1;
-constexpr long LONGEST_STANDSTILL_SECONDS = 300;
+// A transfer that moves less than this for so long is aborted.
+constexpr long MIN_BYTES_PER_SECOND = 1;
+constexpr long MAX_IDLE_SECONDS = 300;
 
 bool is_control(char c) {
     return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
@@ -169,7 +169,7 @@ void QVClientCURL::Transfer::set_tls() {
     set(CURLOPT_SSL_VERIFYPEER, 1L);
     set(CURLOPT_SSL_VERIFYHOST, 2L);
     set(CURLOPT_CAINFO, TLS_AUTHORITY_FILE);
-    // libcurl would trust the distribution's folder of authorities besides.
+    // libcurl would trust the distribution's directory of authorities besides.
     set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
     // A service that asks for certificates may refuse a resumed session, and the connection is kept anyway.
     set(CURLOPT_SSL_SESSIONID_CACHE, 0L);
@@ -177,14 +177,15 @@ void QVClientCURL::Transfer::set_tls() {
         return;
     set(CURLOPT_SSLCERT, TLS_HOST_CERTIFICATE_FILE);
     set(CURLOPT_SSLKEY, TLS_HOST_KEY_FILE);
-    set(CURLOPT_KEYPASSWD, ""); // a locked key fails; OpenSSL would ask for its word on the terminal
+    set(CURLOPT_KEYPASSWD,
+        ""); // an encrypted key fails; OpenSSL would ask for its passphrase on the terminal
 }
 
 void QVClientCURL::Transfer::set_limits() {
     set(CURLOPT_NOSIGNAL, 1L);
     set(CURLOPT_CONNECTTIMEOUT, connect_timeout);
-    set(CURLOPT_LOW_SPEED_LIMIT, LOWEST_BYTES_PER_SECOND);
-    set(CURLOPT_LOW_SPEED_TIME, LONGEST_STANDSTILL_SECONDS);
+    set(CURLOPT_LOW_SPEED_LIMIT, MIN_BYTES_PER_SECOND);
+    set(CURLOPT_LOW_SPEED_TIME, MAX_IDLE_SECONDS);
     // Refuses an answer by the length that it announces; what arrives is counted besides.
     set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(MAX_ANSWER_SIZE));
 }
@@ -224,7 +225,7 @@ void QVClientCURL::Transfer::set_answer(QVClientCURL& client) {
 }
 
 // Growing step by step would hold an answer twice. So room is made at once, for what is announced or, once an
-// answer of unknown length has turned out long, for the longest that is taken; memory that is never written
+// answer of unknown length has turned out long, for the longest accepted one; memory that is never written
 // costs nothing.
 void QVClientCURL::Transfer::make_room(std::string& answer, std::size_t more) const {
     curl_off_t length = 0;

@@ -22,7 +22,7 @@ class TokenManager_Base;
 // A request returns 0 when an HTTP exchange took place, whatever its code, and else libcurl's error number (1
 // to 99); libcurl's own explanation is then one record of the debug log, level 16, under "QVClientCURL". An
 // answer of more than 512 MiB (after decompression) is refused, and a transfer that moves nothing for 300
-// seconds is given up.
+// seconds is aborted.
 class QVClientCURL {
   public:
     // `host` (a name or an address) and `port` say where the service listens. All further arguments select
@@ -51,7 +51,7 @@ class QVClientCURL {
     // call. Control characters in it are left out.
     void setupAcceptCurlOption(std::string header);
 
-    // Sets the time in seconds after which an attempt to connect, TLS included, is given up; 0 for libcurl's
+    // Sets the time in seconds after which an attempt to connect, TLS included, is aborted; 0 for libcurl's
     // own 300. With a negative time every request fails.
     void setConnectTimeout(long seconds);
 

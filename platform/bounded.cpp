@@ -15,8 +15,8 @@ bool is_digit(char c) {
     return c >= '0' && c <= '9';
 }
 
-// Reads one number as scanf's %u does and moves `text` behind it. False, without moving, when none stands
-// there.
+// Reads one number as scanf's %u does and moves `text` past it. False, without moving, when there is
+// none.
 bool scan_unsigned(const char*& text, unsigned& number) {
     const char* at = text;
     while (is_blank(*at))

@@ -109,8 +109,8 @@ bool has_cut_record() {
     return ends_within_a_record() && flock(log_file.get(), LOCK_EX | LOCK_NB) == 0 && ends_within_a_record();
 }
 
-// Writes one record, whose text `append_text` puts behind its head. A record that cannot be written, or held
-// in memory, is lost in silence: the log never stops or disturbs what it tells about.
+// Writes one record, whose text `append_text` puts after its head. A record that cannot be written, or held
+// in memory, is lost in silence: the log never stops or disturbs what it records.
 template <typename AppendText>
 void write_record(int level, const char* function, AppendText append_text) {
     try {

@@ -3,8 +3,8 @@
 //
 // A record reads
 //     2026-11-20T23:34:00.123Z [PID] <LEVEL> FUNCTION: TEXT
-// with the time in UTC. Control characters in TEXT stand as escapes (\n, \r, \t, \x1b, \x7f, ...), so that no
-// server answer or argument can forge a record; all other bytes stand as they are. A record is never cut, is
+// with the time in UTC. Control characters in TEXT appear as escapes (\n, \r, \t, \x1b, \x7f, ...), so that no
+// server answer or argument can forge a record; all other bytes appear as they are. A record is never cut, is
 // in the file when the call returns, and does not mix with records of other processes. A record that a full
 // disk cut is closed by a line feed before the next one.
 //

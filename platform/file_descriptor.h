@@ -1,4 +1,4 @@
-// An open file of the operating system, closed when its owner goes.
+// An open file of the operating system, closed by its owner's destructor.
 
 #ifndef PLATFORM_FILE_DESCRIPTOR_H
 #define PLATFORM_FILE_DESCRIPTOR_H
@@ -10,7 +10,7 @@
 
 class FileDescriptor {
   public:
-    // Takes over `descriptor`, as open(2) gave it; negative for none.
+    // Adopts `descriptor`, as open(2) returned it; negative for none.
     explicit FileDescriptor(int descriptor = -1) : descriptor_(descriptor) {}
 
     FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
@@ -28,8 +28,8 @@ class FileDescriptor {
     int get() const { return descriptor_; }
     bool is_open() const { return descriptor_ >= 0; }
 
-    // Closes the file now. Returns 0 or an errno; closed it is in either case, so a writer may learn of a
-    // late failure. Without a file, does nothing and returns 0.
+    // Closes the file now. Returns 0 or an errno, so that a writer learns of a late failure; the file is closed
+    // in either case. Without a file, does nothing and returns 0.
     int close() {
         if (descriptor_ < 0)
             return 0;

@@ -20,7 +20,7 @@ constexpr std::size_t BUFFER_SIZE = std::size_t{256} * 1024;
 // The most that one call moves: large enough to cost nothing, small enough for a signal to get through.
 constexpr std::size_t KERNEL_COPY_SIZE = std::size_t{1} << 24U;
 
-// Copies from where both files stand to the end of the source.
+// Copies from both files' positions to the end of the source.
 int copy_through_buffer(int from, int to) {
     std::vector<char> buffer(BUFFER_SIZE);
     while (!interruption_noted()) {

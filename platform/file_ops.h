@@ -7,11 +7,11 @@
 
 // Copies the regular file `from` to the path `to`. Returns 0 or an errno.
 // The destination appears whole or not at all: the bytes are written to a nameless file (a temporary one,
-// where the file system has no nameless files) in the destination's folder, flushed to disk, and take the
-// name last; the folder is flushed after. A file that has the name already keeps it until then; a symbolic
+// where the file system has no nameless files) in the destination's directory, flushed to disk, and take the
+// name last; the directory is flushed after. A file that has the name already keeps it until then; a symbolic
 // link of that name is replaced, not followed. The copy's mode is the source's permission bits without the
-// set-id bits, less the process's mask. A failure leaves nothing behind, except that a copy that has taken an
-// earlier file's place stays when the folder cannot be flushed. A kill may leave a hidden temporary file,
+// set-id bits, less the process's mask. A failure leaves nothing, except that a copy that has replaced an
+// earlier file stays when the directory cannot be flushed. A kill may leave a hidden temporary file,
 // which the next copy to that name removes (platform/pending_file.h).
 int fileCOPY(const char* from, const char* to);
 

@@ -9,8 +9,8 @@ bool is_one_of(char c, const char* set) {
     return c != '\0' && std::strchr(set, c) != nullptr;
 }
 
-// A number of nine digits keeps the C library busy for seconds with blanks that are cut off in the end.
-constexpr std::ptrdiff_t MOST_DIGITS = 4;
+// A number of nine digits keeps the C library busy for seconds with blanks that the buffer then cuts off.
+constexpr std::ptrdiff_t MAX_DIGITS = 4;
 
 // Skips a width or a precision; a '*' adds the argument that it takes. Null for a number that is too long.
 const char* skip_number(const char* at, std::vector<std::string>& conversions) {
@@ -21,7 +21,7 @@ const char* skip_number(const char* at, std::vector<std::string>& conversions) {
     const char* const start = at;
     while (is_one_of(*at, "0123456789"))
         ++at;
-    return at - start > MOST_DIGITS ? nullptr : at;
+    return at - start > MAX_DIGITS ? nullptr : at;
 }
 
 std::string length_modifier(const char* at) {
@@ -32,8 +32,8 @@ std::string length_modifier(const char* at) {
     return "";
 }
 
-// Reads one conversion behind its '%' and returns the place behind it, or null for one that is not usable. A
-// '$' of a positional argument is no conversion character, so it ends here too.
+// Reads one conversion after its '%' and returns the place after it, or null for one that is not usable. A '$'
+// of a positional argument is not a conversion character, so it ends here too.
 const char* read_conversion(const char* at, std::vector<std::string>& conversions) {
     while (is_one_of(*at, "-+ #0'I"))
         ++at;

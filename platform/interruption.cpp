@@ -9,7 +9,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// A lost terminal is told by the kernel and by the shell, and timeout(1) signals the program and its group.
+// The kernel and the shell both report a lost terminal, and timeout(1) signals the program and its group.
 constexpr Clock::rep ONE_EVENT = Clock::duration(std::chrono::milliseconds(200)).count();
 
 // Atomic, as libcurl's resolver thread may be the one that a signal meets.

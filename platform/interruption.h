@@ -6,7 +6,7 @@
 #include <array>
 #include <csignal>
 
-// While it lives, SIGINT, SIGTERM and SIGHUP are noted and not obeyed; its destructor ends the program by the
+// While it lives, SIGINT, SIGTERM and SIGHUP are only noted; its destructor ends the program by the
 // signal that was noted. A second signal ends the program at once, unless it comes so soon (0.2 s) that it
 // belongs to the same event. A signal that the program was started to ignore stays ignored. SIGPIPE is
 // ignored from the constructor to the program's end, as what cannot be printed undoes nothing. One object at

@@ -26,7 +26,7 @@ struct ConfigRecord {
 
 std::unique_ptr<ConfigRecord> current_record;
 
-// Takes the names out of "servers". False for a member of another type or an entry that is no string.
+// Takes the names out of "servers". False for a member of another type or an entry that is not a string.
 bool take_names(const json_t* document, std::vector<std::string>& names) {
     const json_t* servers = json_object_get(document, "servers");
     if (servers == nullptr)

@@ -11,8 +11,8 @@ struct master_config {
 
 // Reads MASTER_CONFIG_FILE afresh. Returns 0 and keeps the record for get_master_config_ptr. Returns non-zero
 // for a missing, unreadable, oversized (over 1 MiB) or malformed file (anything but white space after the
-// object is malformed), for a top level that is no object, for a "servers" that is no array, and for an entry
-// that is no string; the record of an earlier successful read then stays. "servers" absent or empty is a
+// object is malformed), for a top level that is not an object, for a "servers" that is not an array, and for an
+// entry that is not a string; the record of an earlier successful read then stays. "servers" absent or empty is a
 // record without names.
 int QV_read_master_config();
 

@@ -91,7 +91,7 @@ std::size_t character_length(char c) {
     return byte >= 0xF0U ? 4 : byte >= 0xE0U ? 3 : byte >= 0xC0U ? 2 : 1;
 }
 
-// Takes the last character off a text that was cut in the middle of it.
+// Removes the last character of a text that was cut in the middle of it.
 void drop_partial_character(char* text) {
     const std::size_t end = std::strlen(text);
     std::size_t start = end;

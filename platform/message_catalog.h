@@ -12,7 +12,7 @@
 
 // Fills `messages` (`messagesSize` bytes) with the locale in which messages are shown: the first of LC_ALL,
 // LC_MESSAGES and LANG that is set and not empty, else "C". A name that does not begin with a letter, holds a
-// character outside letters, digits and "_-.@", or does not fit the buffer counts as "C", and no later
+// character outside letters, digits and "_-.@", or exceeds the buffer counts as "C", and no later
 // variable is tried then. The four further buffers receive the same name, cut to their sizes; each may be
 // null. Returns 0; `*errorStatus` receives 0.
 int mxgetlocaleEx(char* messages, std::size_t messagesSize, char* buffer2, std::size_t size2, char* buffer3,
@@ -23,13 +23,13 @@ int mxgetlocaleEx(char* messages, std::size_t messagesSize, char* buffer2, std::
 // `locale2` into `buffer2` (`size2` bytes); the arguments after `defaultFormat` are formatted printf-style
 // into both. For a locale such as "ja_JP.UTF-8" the catalogs of ja_JP.UTF-8, ja_JP and ja are asked in turn;
 // "C", "POSIX" and the empty or null locale always give the default text, and so does a catalog text whose
-// conversions differ from those of the default text in number, order or type. A text that does not fit is cut
-// at a character boundary; buffers are always terminated (a buffer of no bytes is left alone). Returns 0.
+// conversions differ from those of the default text in number, order or type. A text that exceeds its buffer is
+// cut at a character boundary; buffers are always terminated (a buffer of no bytes is left alone). Returns 0.
 int mxgetmsg(const char* id, const char* locale, std::size_t size, char* buffer, const char* locale2,
              std::size_t size2, char* buffer2, const char* defaultFormat, ...)
     __attribute__((format(printf, 8, 9)));
 
-// The platform's standard text for a status code: "status code N". The text stands in a static buffer that
+// The platform's standard text for a status code: "status code N". The text is in a static buffer that
 // the next call overwrites. `flags` is 0.
 const char* getECmsgl(int status, int flags);
 

@@ -1,4 +1,4 @@
-// The fixed places of a master server. The product root is a constant: there is no variable or option to move
+// The fixed paths of a master server. The product root is a constant: there is no variable or option to move
 // it.
 
 #ifndef PLATFORM_PATHS_H
@@ -9,10 +9,10 @@
 // The master configuration: a JSON object whose "servers" array names the master server first.
 inline constexpr const char* MASTER_CONFIG_FILE = QV_PRODUCT_ROOT "/quorvelle/master.json";
 
-// The debug log is on when this directory holds a folder named after the program.
+// The debug log is on when this directory holds a directory named after the program.
 inline constexpr const char* LOG_DIRECTORY = QV_PRODUCT_ROOT "/quorvelle/logs";
 
-// Compiled message catalogs, one folder per locale.
+// Compiled message catalogs, one directory per locale.
 inline constexpr const char* MESSAGE_DIRECTORY = QV_PRODUCT_ROOT "/quorvelle/msg";
 
 // The authority that the web service's certificate must come from, and this host's own certificate and key.
@@ -23,7 +23,7 @@ inline constexpr const char* TLS_HOST_KEY_FILE = QV_PRODUCT_ROOT "/quorvelle/tls
 // The package repository.
 inline constexpr const char* REPOSITORY_DIRECTORY = QV_PRODUCT_ROOT "/var/global/repo";
 
-// The folder of the package-signing public key, "pubkey.pem".
+// The directory of the package-signing public key, "pubkey.pem".
 inline constexpr const char* PACKAGE_KEY_DIRECTORY = QV_PRODUCT_ROOT "/var/global/dunmarel";
 
 #endif

@@ -30,7 +30,7 @@ constexpr int MAX_TRIES = 100;
 // The start of 2000, in seconds: older than any file that a writer can have left.
 constexpr std::time_t FIRST_TIME = 946684800;
 
-// What the temporary names of a file have before their digits; the name is cut so that all fits.
+// What the temporary names of a file have before their digits; the name is cut to leave room for the rest.
 std::string temporary_head(const std::string& name) {
     return "." + name.substr(0, NAME_MAX - 1 - TAIL);
 }
@@ -43,10 +43,10 @@ bool is_temporary_name(std::string_view name) {
            name.substr(1 + DIGITS) == ENDING;
 }
 
-bool has_name(int file, int folder, const char* name) {
+bool has_name(int file, int directory, const char* name) {
     struct stat opened = {};
     struct stat named = {};
-    return fstat(file, &opened) == 0 && fstatat(folder, name, &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+    return fstat(file, &opened) == 0 && fstatat(directory, name, &named, AT_SYMLINK_NOFOLLOW) == 0 &&
            opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }
 
@@ -65,7 +65,7 @@ int flush_directory(int directory) {
 }
 
 PendingFile::PendingFile(const std::string& path)
-    : folder_path_(directory_of(path)), name_(path.substr(path.rfind('/') + 1)) {}
+    : directory_path_(directory_of(path)), name_(path.substr(path.rfind('/') + 1)) {}
 
 PendingFile::~PendingFile() {
     remove_temporary();
@@ -74,11 +74,11 @@ PendingFile::~PendingFile() {
 int PendingFile::open(mode_t mode) {
     if (name_.empty() || name_ == "." || name_ == "..")
         return EISDIR;
-    folder_ = FileDescriptor(::open(folder_path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!folder_.is_open())
+    directory_ = FileDescriptor(::open(directory_path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!directory_.is_open())
         return errno;
     remove_left_files();
-    file_ = FileDescriptor(openat(folder_.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, mode));
+    file_ = FileDescriptor(openat(directory_.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, mode));
     if (file_.is_open()) {
         // Before the file can have a name: nobody ever sees it unlocked.
         static_cast<void>(lock());
@@ -88,12 +88,12 @@ int PendingFile::open(mode_t mode) {
     if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)
         return errno;
     return take_temporary_name([this, mode] {
-        file_ = FileDescriptor(openat(folder_.get(), temporary_name_.c_str(),
+        file_ = FileDescriptor(openat(directory_.get(), temporary_name_.c_str(),
                                       O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
         if (!file_.is_open())
             return errno;
         // Up to here another writer of this name may have taken the file for one that was left.
-        if (lock() && has_name(file_.get(), folder_.get(), temporary_name_.c_str()))
+        if (lock() && has_name(file_.get(), directory_.get(), temporary_name_.c_str()))
             return 0;
         remove_temporary();
         return EEXIST;
@@ -111,10 +111,10 @@ int PendingFile::commit() {
     int error = take_name();
     if (error != 0)
         return error;
-    error = flush_directory(folder_.get());
+    error = flush_directory(directory_.get());
     // Where an earlier file is gone, the new one is whole and better than none.
-    if (error != 0 && !replaces_ && has_name(file_.get(), folder_.get(), name_.c_str()))
-        unlinkat(folder_.get(), name_.c_str(), 0);
+    if (error != 0 && !replaces_ && has_name(file_.get(), directory_.get(), name_.c_str()))
+        unlinkat(directory_.get(), name_.c_str(), 0);
     return error;
 }
 
@@ -123,14 +123,14 @@ int PendingFile::take_name() {
         int error = link_as(name_);
         if (error != EEXIST)
             return error;
-        // No call gives a nameless file a name that is taken, so it takes a temporary one first.
+        // No call gives a nameless file a name that is taken, so it gets a temporary one first.
         error = take_temporary_name([this] { return link_as(temporary_name_); });
         if (error != 0)
             return error;
     }
     struct stat earlier = {};
-    replaces_ = fstatat(folder_.get(), name_.c_str(), &earlier, AT_SYMLINK_NOFOLLOW) == 0;
-    if (renameat(folder_.get(), temporary_name_.c_str(), folder_.get(), name_.c_str()) != 0)
+    replaces_ = fstatat(directory_.get(), name_.c_str(), &earlier, AT_SYMLINK_NOFOLLOW) == 0;
+    if (renameat(directory_.get(), temporary_name_.c_str(), directory_.get(), name_.c_str()) != 0)
         return errno;
     temporary_name_.clear();
     return 0;
@@ -156,13 +156,14 @@ int PendingFile::take_temporary_name(const Take& take) {
 
 int PendingFile::link_as(const std::string& name) const {
     // Needs a capability that root in a container may lack; then the name below /proc does the same.
-    if (linkat(file_.get(), "", folder_.get(), name.c_str(), AT_EMPTY_PATH) == 0)
+    if (linkat(file_.get(), "", directory_.get(), name.c_str(), AT_EMPTY_PATH) == 0)
         return 0;
     if (errno != ENOENT && errno != EPERM)
         return errno;
     const std::string open_file = "/proc/self/fd/" + std::to_string(file_.get());
-    return linkat(AT_FDCWD, open_file.c_str(), folder_.get(), name.c_str(), AT_SYMLINK_FOLLOW) == 0 ? 0
-                                                                                                    : errno;
+    return linkat(AT_FDCWD, open_file.c_str(), directory_.get(), name.c_str(), AT_SYMLINK_FOLLOW) == 0
+               ? 0
+               : errno;
 }
 
 // False when another process has locked the file. A file system without locks leaves it unlocked, and no file
@@ -173,9 +174,9 @@ bool PendingFile::lock() const {
 
 // Removes what killed writers of this name left.
 void PendingFile::remove_left_files() const {
-    const std::unique_ptr<DIR, Release<closedir>> folder(opendir(folder_path_.c_str()));
+    const std::unique_ptr<DIR, Release<closedir>> directory(opendir(directory_path_.c_str()));
     const std::string head = temporary_head(name_);
-    while (const dirent* entry = folder ? readdir(folder.get()) : nullptr) {
+    while (const dirent* entry = directory ? readdir(directory.get()) : nullptr) {
         const std::string_view name = entry->d_name;
         if (is_temporary_name(name) && name.substr(0, name.size() - TAIL) == head)
             remove_if_left(entry->d_name);
@@ -184,17 +185,17 @@ void PendingFile::remove_left_files() const {
 
 void PendingFile::remove_if_left(const char* temporary_name) const {
     const FileDescriptor file(
-        openat(folder_.get(), temporary_name, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC));
+        openat(directory_.get(), temporary_name, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC));
     struct stat status = {};
     // A shared lock, as a network's file system may want a file open for writing for the other kind.
     if (file.is_open() && fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) &&
         status.st_uid == geteuid() && status.st_nlink == 1 && status.st_mtime >= FIRST_TIME &&
-        flock(file.get(), LOCK_SH | LOCK_NB) == 0 && has_name(file.get(), folder_.get(), temporary_name))
-        unlinkat(folder_.get(), temporary_name, 0);
+        flock(file.get(), LOCK_SH | LOCK_NB) == 0 && has_name(file.get(), directory_.get(), temporary_name))
+        unlinkat(directory_.get(), temporary_name, 0);
 }
 
 void PendingFile::remove_temporary() {
-    if (!temporary_name_.empty() && has_name(file_.get(), folder_.get(), temporary_name_.c_str()))
-        unlinkat(folder_.get(), temporary_name_.c_str(), 0);
+    if (!temporary_name_.empty() && has_name(file_.get(), directory_.get(), temporary_name_.c_str()))
+        unlinkat(directory_.get(), temporary_name_.c_str(), 0);
     temporary_name_.clear();
 }

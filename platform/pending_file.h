@@ -1,4 +1,4 @@
-// A file on its way into a folder: it takes its name when it is complete, or is never seen.
+// A file on its way into a directory: it takes its name when it is complete, or is never seen.
 
 #ifndef PLATFORM_PENDING_FILE_H
 #define PLATFORM_PENDING_FILE_H
@@ -9,7 +9,7 @@
 #include <sys/types.h>
 
 // The bytes go to a nameless file, which vanishes with the process that writes it. Where the file system has
-// none, and for the moment in which an earlier file is replaced, the file bears a temporary name in the same
+// none, and for the moment in which an earlier file is replaced, the file has a temporary name in the same
 // directory, ".NAME.<16 random hex digits>.part", that nobody else has. It is hidden and ends in ".part", so
 // nobody takes it for the file itself. The writer holds a lock (flock) on its own file, never on anything
 // else, and waits for none: only a kill leaves a temporary name with a file that nobody has locked, and the
@@ -26,7 +26,7 @@ class PendingFile {
     // Removes the file unless commit() has succeeded.
     ~PendingFile();
 
-    // Makes the file with `mode` less the process's mask. Returns 0 or an errno: the folder's, when it cannot
+    // Makes the file with `mode` less the process's mask. Returns 0 or an errno: the directory's, when it cannot
     // be opened, or EISDIR for a path that ends in a slash, "." or "..".
     int open(mode_t mode);
 
@@ -34,8 +34,8 @@ class PendingFile {
     int descriptor() const { return file_.get(); }
 
     // Flushes the file to disk, gives it its name in place of whatever file or symbolic link has it, and
-    // flushes the folder. Returns 0 or an errno; nothing of the file is left after a failure, and an earlier
-    // file keeps the name. The exception: where flushing the folder fails after an earlier file was replaced,
+    // flushes the directory. Returns 0 or an errno; nothing of the file is left after a failure, and an earlier
+    // file keeps the name. The exception: where flushing the directory fails after an earlier file was replaced,
     // the new one, whole, stays in its place, so that the name never loses both.
     int commit();
 
@@ -49,10 +49,10 @@ class PendingFile {
     void remove_if_left(const char* temporary_name) const;
     void remove_temporary();
 
-    std::string folder_path_;
+    std::string directory_path_;
     std::string name_;
-    std::string temporary_name_; // empty while the file bears none
-    FileDescriptor folder_;
+    std::string temporary_name_; // empty while the file has none
+    FileDescriptor directory_;
     FileDescriptor file_;
     bool replaces_ = false; // whether another file had the name
 };

@@ -1,4 +1,4 @@
-// Opens and reads regular files, and nothing else that may bear a file's name.
+// Opens and reads regular files, and nothing else that may have a file's name.
 
 #ifndef PLATFORM_REGULAR_FILE_H
 #define PLATFORM_REGULAR_FILE_H
@@ -10,7 +10,7 @@
 #include <sys/stat.h>
 
 // Opens the regular file `path` for reading into `file` and fills `status`. Returns 0 or an errno: EISDIR for
-// a folder, EINVAL for another thing that is no regular file. A pipe of that name does not block.
+// a directory, EINVAL for anything else that is not a regular file. A pipe of that name does not block.
 int open_regular_file(const char* path, FileDescriptor& file, struct stat& status);
 
 // Fills `bytes` with the regular file `path`. Returns 0 or an errno, EFBIG for a file of more than `limit`

@@ -36,9 +36,9 @@ int seek_watched(void* cookie, off64_t* offset, int origin) {
     return place < 0 ? -1 : 0;
 }
 
-buffered_stream stream_of(WatchedFile& watched) {
+BufferedStream stream_of(WatchedFile& watched) {
     const cookie_io_functions_t functions = {read_watched, nullptr, seek_watched, nullptr};
-    return buffered_stream(fopencookie(&watched, "rb", functions));
+    return BufferedStream(fopencookie(&watched, "rb", functions));
 }
 
 } // namespace
@@ -50,7 +50,7 @@ void verify_archive(const std::string& path, const std::string& key_name, std::o
                            {source.size(), terminal}};
     if (!watched.file.is_open())
         throw Refusal("cannot read " + path, errno);
-    const buffered_stream archive = stream_of(watched);
+    const BufferedStream archive = stream_of(watched);
     const int form = archive ? verify_jank_archive(archive.get()) : 2;
     if (form == 2)
         throw Refusal(path + " is not an .sja archive");

@@ -73,7 +73,7 @@ bool is_envelope(const std::vector<ArchiveEntry>& entries) {
 
 ArchiveTable read_archive_table(const std::string& path) {
     const SourceFile source = examine_source(path);
-    const file_stream archive(std::fopen(path.c_str(), "rbe"));
+    const FileStream archive(std::fopen(path.c_str(), "rbe"));
     if (!archive)
         throw Refusal("cannot read " + path, errno);
     const int form = verify_jank_archive(archive.get());
@@ -82,7 +82,7 @@ ArchiveTable read_archive_table(const std::string& path) {
     ArchiveTable table;
     table.has_signature = form == 1;
     const std::uint64_t base = table.has_signature ? 512 : 0;
-    const block_list last(get_blocks(archive.get(), base));
+    const BlockList last(get_blocks(archive.get(), base));
     if (last)
         fill_table(archive.get(), last.get(), source.size(), table);
     else if (source.size() != base + 4)

@@ -219,7 +219,7 @@ int parse_and_run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-    occupy_standard_streams();
+    reserve_standard_fds();
     // A file that grows past a limit is an error of its write, not the program's end.
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     try {

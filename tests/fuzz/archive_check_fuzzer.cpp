@@ -31,7 +31,7 @@ struct release_pubkey {
 };
 
 std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> read_key() {
-    const file_stream file(std::fopen(KEY_FILE.c_str(), "re"));
+    const FileStream file(std::fopen(KEY_FILE.c_str(), "re"));
     require(file != nullptr, "the public key is there");
     return {PEM_read_PUBKEY(file.get(), nullptr, nullptr, nullptr), &EVP_PKEY_free};
 }
@@ -59,7 +59,7 @@ bool publisher_accepts(const std::string& path) {
 
 bool server_accepts(const std::string& path) {
     static const std::unique_ptr<RSA, release_pubkey> key(get_pubkey(KEY_FILE.c_str()));
-    const file_stream archive(std::fopen(path.c_str(), "rbe"));
+    const FileStream archive(std::fopen(path.c_str(), "rbe"));
     return sja_verify_hash(archive.get(), key.get());
 }
 

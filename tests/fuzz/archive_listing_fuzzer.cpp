@@ -15,12 +15,12 @@
 namespace {
 
 void check_blocks(const std::string& path, const ModelArchive& model) {
-    const file_stream archive(std::fopen(path.c_str(), "rbe"));
+    const FileStream archive(std::fopen(path.c_str(), "rbe"));
     require(archive != nullptr, "the input can be opened");
     require(verify_jank_archive(archive.get()) == model.form, "the form is told by the magic");
     if (model.form == MODEL_NO_ARCHIVE)
         return;
-    const block_list last(get_blocks(archive.get(), model.base));
+    const BlockList last(get_blocks(archive.get(), model.base));
     const block_info* block = last.get();
     for (std::size_t i = model.entries.size(); i > 0; --i, block = block->next) {
         const ModelEntry& entry = model.entries[i - 1];

@@ -15,7 +15,7 @@ namespace {
 constexpr long UNTOUCHED = -4711;
 
 void check_reading(const std::string& text, long& code) {
-    const json_document document = own_json(json_loads(text.c_str(), JSON_DISABLE_EOF_CHECK, nullptr));
+    const JsonDocument document = own_json(json_loads(text.c_str(), JSON_DISABLE_EOF_CHECK, nullptr));
     const json_t* number = json_object_get(document.get(), "errorCode");
     const json_t* message = json_object_get(document.get(), "errorMessage");
     const bool usable = json_is_integer(number) && json_is_string(message);
@@ -37,7 +37,7 @@ void check_line(int status) {
     require((line.compare(0, 7, "Error: ") == 0) == (status != STATUS_DELETE_CANCELED),
             "every status but a deletion called off is an error");
     bool known = false;
-    for (const status_message& row : STATUS_MESSAGES)
+    for (const StatusMessage& row : STATUS_MESSAGES)
         known = known || row.code == status;
     require(known == (line.find("with status [" + std::to_string(status) + "]") == std::string::npos),
             "a status without a text of its own is shown as its number");

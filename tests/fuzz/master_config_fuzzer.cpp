@@ -17,7 +17,7 @@ using Names = std::vector<std::string>;
 
 // The names that the configuration gives; none when it is unusable.
 std::optional<Names> names_in(const std::string& bytes) {
-    const json_document document = own_json(json_loadb(bytes.data(), bytes.size(), 0, nullptr));
+    const JsonDocument document = own_json(json_loadb(bytes.data(), bytes.size(), 0, nullptr));
     if (!json_is_object(document.get()))
         return std::nullopt;
     const json_t* servers = json_object_get(document.get(), "servers");

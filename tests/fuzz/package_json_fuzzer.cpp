@@ -50,7 +50,7 @@ ListReading read_list(const std::string& text) {
 }
 
 // The list as the JSON library reads it in one piece.
-ListReading read_whole_list(const json_document& document) {
+ListReading read_whole_list(const JsonDocument& document) {
     const json_t* list = json_object_get(document.get(), "data");
     if (!json_is_array(list))
         return {UNEXPECTED_RESPONSE, {}};
@@ -141,7 +141,7 @@ void check_table(const std::vector<QvRepoPackage>& packages) {
 }
 
 // A package as an answer of its own and as the elements of a list.
-void check_single_package(const std::string& text, const json_document& document) {
+void check_single_package(const std::string& text, const JsonDocument& document) {
     json_t* data = json_object_get(document.get(), "data");
     const auto expected = json_is_object(data) ? read_object(data) : std::nullopt;
     try {
@@ -166,7 +166,7 @@ void check_single_package(const std::string& text, const json_document& document
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string text = as_text(data, size);
-    const json_document document = own_json(json_loads(text.c_str(), JSON_DISABLE_EOF_CHECK, nullptr));
+    const JsonDocument document = own_json(json_loads(text.c_str(), JSON_DISABLE_EOF_CHECK, nullptr));
     const ListReading list = read_list(text);
     const ListReading whole = read_whole_list(document);
     require(list.status == whole.status, "reading by elements comes to the status of reading it whole");

@@ -76,7 +76,7 @@ void check_package_id(const std::string& raw) {
 void check_json_text(const std::string& raw) {
     std::string json;
     append_json_string(json, raw);
-    const json_document text =
+    const JsonDocument text =
         own_json(json_loadb(json.data(), json.size(), JSON_DECODE_ANY | JSON_ALLOW_NUL, nullptr));
     require(json_is_string(text.get()), "any text becomes a JSON string");
     const std::string read(json_string_value(text.get()), json_string_length(text.get()));

@@ -104,8 +104,8 @@ std::string body_of(Answer& answer) {
     return body;
 }
 
-json_document parse(const std::string& body) {
-    json_document document = own_json(json_loadb(body.data(), body.size(), 0, nullptr));
+JsonDocument parse(const std::string& body) {
+    JsonDocument document = own_json(json_loadb(body.data(), body.size(), 0, nullptr));
     require(document != nullptr, "an answer is JSON");
     return document;
 }
@@ -208,7 +208,7 @@ void Checker::check_error(const ServiceRequest& request, const Answer& answer,
 
 void Checker::check_list(const std::optional<std::string>& query, const std::string& body) const {
     const std::optional<Filter> filter = query ? read_filter(*query) : std::nullopt;
-    const json_document document = parse(body);
+    const JsonDocument document = parse(body);
     const json_t* list = json_object_get(document.get(), "data");
     std::vector<std::int64_t> ids;
     for (std::size_t i = 0; i < json_array_size(list); ++i)
@@ -239,7 +239,7 @@ void Checker::check_creation(const ServiceRequest& request, const Answer& answer
     require(answer.status == (taken ? 409 : 201), "the names of a package's file and items are its own");
     if (taken)
         return;
-    const json_document document = parse(body);
+    const JsonDocument document = parse(body);
     const json_t* object = json_object_get(document.get(), "data");
     const std::int64_t id = read_package_id(text_member(object, "id")).value_or(0);
     require(id > last_id_, "IDs grow and never come back");

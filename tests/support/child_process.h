@@ -22,13 +22,13 @@ extern "C" void
 __gcov_dump(); // NOLINT(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the compiler's
 
 // Keeps what ran in a child process, which leaves without the steps that would do it. Each child gets a
-// folder of its own below the one that QV_COVERAGE_CHILDREN names: one that cannot read could not add to what
+// directory of its own below the one that QV_COVERAGE_CHILDREN names: one that cannot read could not add to what
 // is there.
 inline void keep_coverage() {
-    const char* folder = std::getenv("QV_COVERAGE_CHILDREN");
-    if (folder == nullptr)
+    const char* directory = std::getenv("QV_COVERAGE_CHILDREN");
+    if (directory == nullptr)
         return;
-    setenv("GCOV_PREFIX", (std::string(folder) + "/" + std::to_string(getpid())).c_str(), 1);
+    setenv("GCOV_PREFIX", (std::string(directory) + "/" + std::to_string(getpid())).c_str(), 1);
     __gcov_dump();
 }
 #else

@@ -27,7 +27,7 @@ class CommandWorld : public testing::Test {
     void SetUp() override;
     void TearDown() override;
 
-    // The records behind those of the start-up checks, which every command writes first.
+    // The records after those of the start-up checks, which every command writes first.
     std::vector<LogRecord> records_after_startup() const;
 
     // The requests sent, and the seam calls made, after the start-up checks.

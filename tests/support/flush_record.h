@@ -1,4 +1,4 @@
-// A text stream that tells what had been written to it at each flush.
+// A text stream that records what had been written to it at each flush.
 
 #ifndef TESTS_SUPPORT_FLUSH_RECORD_H
 #define TESTS_SUPPORT_FLUSH_RECORD_H

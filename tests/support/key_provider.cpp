@@ -1,5 +1,5 @@
 // A provider for OpenSSL that finds keys at "pkcs11:" URIs, where no device is: "pkcs11:object=ONE" is the
-// key in the file ONE, in DER, of the folder QV_TEST_TOKEN; "pkcs11:object=ONE,TWO" is two keys. The file
+// key in the file ONE, in DER, of the directory QV_TEST_TOKEN; "pkcs11:object=ONE,TWO" is two keys. The file
 // ONE.pin, where it is, holds the PIN that has to be given for ONE.
 
 #include <cstdlib>
@@ -22,8 +22,8 @@ struct Objects {
 };
 
 bool read(const std::string& name, std::string& bytes) {
-    const char* folder = std::getenv("QV_TEST_TOKEN");
-    std::ifstream file(std::string(folder == nullptr ? "" : folder) + "/" + name, std::ios::binary);
+    const char* directory = std::getenv("QV_TEST_TOKEN");
+    std::ifstream file(std::string(directory == nullptr ? "" : directory) + "/" + name, std::ios::binary);
     bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
     return !file.fail() && !bytes.empty();
 }

@@ -41,7 +41,7 @@ class LogCapture {
     LogCapture& operator=(const LogCapture&) = delete;
     ~LogCapture() { close_debug_log(); }
 
-    // Every record so far, in order. A line that is no record stands as level -1 with the line as its text.
+    // Every record so far, in order. A line that is not a record has level -1 and the line as its text.
     std::vector<LogRecord> records() const {
         static const std::regex form(
             R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z \[\d+\] <(\d+)> ([A-Za-z_0-9:]+): ([^\n]*))");

@@ -8,7 +8,7 @@
 
 #include <cstdlib>
 
-// Holds an empty repository, a folder for the package-signing key, and nothing else.
+// Holds an empty repository, a directory for the package-signing key, and nothing else.
 class ProductRoot {
   public:
     ProductRoot() {

@@ -18,33 +18,33 @@
 
 namespace {
 
-// option WORD LONG-WORD: LONG-WORD is the first word of the same command.
+// option NAME LONG-NAME: LONG-NAME is the first option of the same command.
 void print_options() {
-    for (const command_option& row : COMMAND_OPTIONS) {
+    for (const CommandOption& row : COMMAND_OPTIONS) {
         const auto* const first =
             std::find_if(COMMAND_OPTIONS.begin(), COMMAND_OPTIONS.end(),
-                         [&row](const command_option& other) { return other.command == row.command; });
-        std::cout << "option\t" << row.word << "\t" << first->word << "\n";
+                         [&row](const CommandOption& other) { return other.command == row.command; });
+        std::cout << "option\t" << row.name << "\t" << first->name << "\n";
     }
 }
 
-// filter WORD FIELD
+// filter OPTION FIELD
 void print_filters() {
-    for (const list_filter& row : LIST_FILTERS)
+    for (const ListFilter& row : LIST_FILTERS)
         std::cout << "filter\t" << row.option << "\t" << row.field << "\n";
 }
 
 // status CODE MESSAGE-ID TEXT, and plain-status CODE for one that the program raises without a text of its
 // own.
 void print_statuses() {
-    for (const status_message& row : STATUS_MESSAGES)
+    for (const StatusMessage& row : STATUS_MESSAGES)
         std::cout << "status\t" << row.code << "\t" << row.id << "\t" << english_text(row.id) << "\n";
     std::cout << "plain-status\t" << STATUS_REPOSITORY_FULL << "\n";
 }
 
 // message ID TEXT, with \n for a line end.
 void print_messages() {
-    for (const message& row : MESSAGES) {
+    for (const Message& row : MESSAGES) {
         std::cout << "message\t" << row.id << "\t";
         for (const char c : std::string(row.text))
             std::cout << (c == '\n' ? "\\n" : std::string(1, c));
@@ -60,7 +60,7 @@ void print_client_statuses() {
             std::cout << "client\t" << code << "\n";
 }
 
-// The word that the list of packages shows for a type.
+// What the list of packages shows for a type.
 std::string shown_type(const std::string& key) {
     QvRepoPackage package;
     package.packageType = key;

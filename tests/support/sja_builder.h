@@ -40,7 +40,7 @@ inline std::string sja_bytes(const std::vector<SjaEntry>& entries) {
     return bytes;
 }
 
-// The same behind a signature block that is no signature.
+// The same after a signature block that is not a signature.
 inline std::string sja_bytes_with_signature_block(const std::vector<SjaEntry>& entries) {
     return std::string(512, 's') + sja_bytes(entries);
 }

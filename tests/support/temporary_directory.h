@@ -30,7 +30,7 @@ class TemporaryDirectory {
     std::string path() const { return root_.string(); }
     std::string path(const std::string& name) const { return (root_ / name).string(); }
 
-    // The names of all files below, sorted; folders end in a slash.
+    // The names of all files below, sorted; directories end in a slash.
     std::vector<std::string> names() const {
         std::vector<std::string> all;
         for (const auto& entry : std::filesystem::recursive_directory_iterator(root_))

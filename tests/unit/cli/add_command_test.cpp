@@ -34,8 +34,8 @@ class Add : public CommandWorld {
         };
     }
 
-    int add(std::vector<const char*> words) {
-        return addPackagesCmd(static_cast<int>(words.size()), words.data(), out_);
+    int add(std::vector<const char*> arguments) {
+        return addPackagesCmd(static_cast<int>(arguments.size()), arguments.data(), out_);
     }
 
     static std::string single(const std::string& id) {
@@ -60,8 +60,8 @@ TEST_F(Add, HasFlushedItsAnnouncementWhenTheVerificationBegins) {
         EXPECT_THAT(out.flushed, ElementsAre(ANNOUNCEMENT));
         return 7236;
     };
-    const char* words[] = {PACKAGE};
-    EXPECT_EQ(addPackagesCmd(1, words, out.stream), 7236);
+    const char* arguments[] = {PACKAGE};
+    EXPECT_EQ(addPackagesCmd(1, arguments, out.stream), 7236);
 }
 
 TEST_F(Add, VerifiesRegistersAndCopiesASinglePackage) {
@@ -104,10 +104,10 @@ TEST_F(Add, ExtractsABundle) {
     EXPECT_EQ(out_.str(), ANNOUNCEMENT + "Successfully added deployment package ID: 12 to the repository.\n");
 }
 
-TEST_F(Add, WithoutExactlyOneWordPrintsTheHelpAndNoAnnouncement) {
-    for (const auto& words : std::vector<std::vector<const char*>>{{}, {PACKAGE, PACKAGE}}) {
+TEST_F(Add, WithoutExactlyOneArgumentPrintsTheHelpAndNoAnnouncement) {
+    for (const auto& arguments : std::vector<std::vector<const char*>>{{}, {PACKAGE, PACKAGE}}) {
         out_.str("");
-        EXPECT_EQ(add(words), 20);
+        EXPECT_EQ(add(arguments), 20);
         EXPECT_EQ(out_.str(), HELP_TEXT);
     }
     EXPECT_THAT(seam().calls, IsEmpty());
@@ -178,7 +178,7 @@ TEST_F(Add, CountsOnly201AsRegistered) {
     EXPECT_EQ(service().requests.size(), 1U);
 }
 
-TEST_F(Add, TakesTheRegistrationBackWhenTheExtractionFails) {
+TEST_F(Add, RemovesTheRegistrationWhenTheExtractionFails) {
     seam().extractSja = [](const char*) { return 7252; };
     answer(201, bundle("12"));
     const std::string gone = R"({"errorCode": 227, "errorMessage": "x"})";
@@ -198,7 +198,7 @@ TEST_F(Add, TakesTheRegistrationBackWhenTheExtractionFails) {
     EXPECT_EQ(out_.str(), ANNOUNCEMENT);
 }
 
-TEST_F(Add, TakesTheRegistrationBackWhenTheCopyFailsWithTheWordingOfTheExtraction) {
+TEST_F(Add, RemovesTheRegistrationWhenTheCopyFailsWithTheWordingOfTheExtraction) {
     seam().copySja = [](const char*) { return 7214; };
     answer(201, single("12"));
     answer_error(404, 227);
@@ -306,7 +306,7 @@ TEST_F(InterruptedAdd, BeforeTheRegistrationEndsAtOnce) {
     EXPECT_THAT(records_after_startup(), IsEmpty());
 }
 
-TEST_F(InterruptedAdd, DuringTheRegistrationReadsItsAnswerTakesItBackAndEndsByTheSignal) {
+TEST_F(InterruptedAdd, DuringTheRegistrationReadsItsAnswerRemovesItAndEndsByTheSignal) {
     for (int signal : {SIGINT, SIGTERM, SIGHUP}) {
         const std::string gone = R"({"errorCode": 227, "errorMessage": "x"})";
         EXPECT_EQ(ending({{201, single("12"), 0, 0, signal}, {404, gone}}), 128 + signal);
@@ -318,7 +318,7 @@ TEST_F(InterruptedAdd, DuringTheRegistrationReadsItsAnswerTakesItBackAndEndsByTh
     }
 }
 
-TEST_F(InterruptedAdd, AfterItsFilesAreInPlaceTellsItsSuccessFirst) {
+TEST_F(InterruptedAdd, AfterItsFilesAreInPlaceReportsItsSuccessFirst) {
     seam().copySja = [](const char*) { return std::raise(SIGTERM); };
     EXPECT_EQ(ending({{201, single("12")}}), 128 + SIGTERM);
     EXPECT_THAT(log_texts(),

@@ -26,8 +26,8 @@ class Delete : public CommandWorld {
     static void files_are_deleted(int all) {
         seam().deletePackageItems = [all](std::vector<std::string>) { return all; };
     }
-    int remove(std::vector<const char*> words) {
-        return deletePackageCmd(static_cast<int>(words.size()), words.data(), out_, in_);
+    int remove(std::vector<const char*> arguments) {
+        return deletePackageCmd(static_cast<int>(arguments.size()), arguments.data(), out_, in_);
     }
 
     const std::string package_ =
@@ -63,10 +63,10 @@ TEST_F(Delete, QuotesTheIdAsTypedAndSendsAndPromptsTheNumber) {
     EXPECT_EQ(calls_after_startup()[1], "confirmAction(qvrepo: delete package ID 7 [y/n]? (n) )");
 }
 
-TEST_F(Delete, WithoutExactlyOneWordPrintsTheHelpAndSendsNothing) {
-    for (const auto& words : std::vector<std::vector<const char*>>{{}, {"7", "8"}}) {
+TEST_F(Delete, WithoutExactlyOneArgumentPrintsTheHelpAndSendsNothing) {
+    for (const auto& arguments : std::vector<std::vector<const char*>>{{}, {"7", "8"}}) {
         out_.str("");
-        EXPECT_EQ(remove(words), 20);
+        EXPECT_EQ(remove(arguments), 20);
         EXPECT_EQ(out_.str(), HELP_TEXT);
     }
     EXPECT_THAT(seam().calls, IsEmpty());
@@ -77,7 +77,7 @@ TEST_F(Delete, ReturnsTheStatusOfAFailedStartup) {
     EXPECT_EQ(remove({"7"}), 110);
 }
 
-TEST_F(Delete, RefusesWhatIsNoIdAfterLookingForTheRepository) {
+TEST_F(Delete, RefusesWhatIsNotAnIdAfterLookingForTheRepository) {
     EXPECT_EQ(remove({"abc"}), 7219);
     EXPECT_EQ(log_.records().back(),
               (LogRecord{16, "validatePackageId", "[abc] is not a valid package ID."}));

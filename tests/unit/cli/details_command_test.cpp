@@ -10,8 +10,8 @@ constexpr const char* DETAILS = "getPackageDetailsCmd";
 
 class Details : public CommandWorld {
   protected:
-    int details(std::vector<const char*> words) {
-        return getPackageDetailsCmd(static_cast<int>(words.size()), words.data(), out_);
+    int details(std::vector<const char*> arguments) {
+        return getPackageDetailsCmd(static_cast<int>(arguments.size()), arguments.data(), out_);
     }
 };
 
@@ -45,9 +45,9 @@ TEST_F(Details, LogsTheSuccessBeforeItPrintsAndReturnsTheStatusThatThePrinterThr
     ThrowingOutput output;
     std::ostream out(&output);
     out.exceptions(std::ios::badbit);
-    const char* words[] = {"7"};
+    const char* arguments[] = {"7"};
     answer(200, PackageJson().response());
-    EXPECT_EQ(getPackageDetailsCmd(1, words, out), 5);
+    EXPECT_EQ(getPackageDetailsCmd(1, arguments, out), 5);
     std::vector<LogRecord> records = log_.records();
     records.erase(records.begin(), records.end() - 2);
     EXPECT_THAT(
@@ -68,10 +68,10 @@ TEST_F(Details, HoldsItsClientUntilAllIsPrinted) {
     EXPECT_EQ(printed.clients, 1);
 }
 
-TEST_F(Details, WithoutExactlyOneWordPrintsTheHelpAndSendsNothing) {
-    for (const auto& words : std::vector<std::vector<const char*>>{{}, {"7", "8"}}) {
+TEST_F(Details, WithoutExactlyOneArgumentPrintsTheHelpAndSendsNothing) {
+    for (const auto& arguments : std::vector<std::vector<const char*>>{{}, {"7", "8"}}) {
         out_.str("");
-        EXPECT_EQ(details(words), 20);
+        EXPECT_EQ(details(arguments), 20);
         EXPECT_EQ(out_.str(), HELP_TEXT);
     }
     EXPECT_THAT(seam().calls, IsEmpty());
@@ -84,7 +84,7 @@ TEST_F(Details, ReturnsTheStatusOfAFailedStartup) {
     EXPECT_EQ(service().clients, 0);
 }
 
-TEST_F(Details, RefusesWhatIsNoIdBeforeAnyRequest) {
+TEST_F(Details, RefusesWhatIsNotAnIdBeforeAnyRequest) {
     for (const char* id : {"0", "-4", "12x", "", "abc"})
         EXPECT_EQ(details({id}), 7219) << id;
     EXPECT_EQ(service().clients, 0);

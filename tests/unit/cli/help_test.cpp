@@ -28,34 +28,34 @@ TEST(Help, IsSixTextsWithTheirOwnLineEnds) {
     EXPECT_STREQ(outline, "qvrepo -h | -help\n");
 }
 
-TEST(Validate, WithoutWordsSaysThatItIsNotYetImplemented) {
+TEST(Validate, WithoutArgumentsSaysThatItIsNotYetImplemented) {
     EXPECT_EQ(standard_output_of([] { EXPECT_EQ(validatePackagesCmd(0, nullptr), 0); }),
               "qvrepo -validate is not yet implemented.\n");
 }
 
-TEST(Validate, WithWordsPrintsTheAddressOfTheWordsAndTheHelp) {
-    const char* words[] = {"x", nullptr};
-    const std::string output = standard_output_of([&] { EXPECT_EQ(validatePackagesCmd(1, words), 1); });
+TEST(Validate, WithArgumentsPrintsTheirAddressAndTheHelp) {
+    const char* arguments[] = {"x", nullptr};
+    const std::string output = standard_output_of([&] { EXPECT_EQ(validatePackagesCmd(1, arguments), 1); });
     std::ostringstream address;
-    address << static_cast<void*>(words);
+    address << static_cast<void*>(arguments);
     EXPECT_EQ(output, address.str() + "\n" + HELP_TEXT);
     EXPECT_TRUE(std::regex_search(output, std::regex("^0x[0-9a-f]+\n")));
 }
 
 TEST(Validate, FlushesTheLineOfTheAddress) {
-    const char* words[] = {"x", nullptr};
+    const char* arguments[] = {"x", nullptr};
     FlushRecord out;
     std::streambuf* const standard_output = std::cout.rdbuf(out.stream.rdbuf());
-    validatePackagesCmd(1, words);
+    validatePackagesCmd(1, arguments);
     std::cout.rdbuf(standard_output);
     std::ostringstream address;
-    address << static_cast<void*>(words) << "\n";
+    address << static_cast<void*>(arguments) << "\n";
     EXPECT_THAT(out.flushed, testing::ElementsAre(address.str()));
 }
 
 TEST(GetPkg, WithAnIdAndADestinationSaysThatItIsNotYetImplemented) {
-    const char* words[] = {"42", "-dest", "/tmp"};
-    EXPECT_EQ(standard_output_of([&] { EXPECT_EQ(getPackageCmd(3, words), 0); }),
+    const char* arguments[] = {"42", "-dest", "/tmp"};
+    EXPECT_EQ(standard_output_of([&] { EXPECT_EQ(getPackageCmd(3, arguments), 0); }),
               "qvrepo -getPkg 42 -dest /tmp is not yet implemented.\n");
 }
 
@@ -66,11 +66,12 @@ TEST(GetPkg, WithAnythingElsePrintsTheHelp) {
                                                          {"42", "-Dest", "/tmp"},
                                                          {"-dest", "42", "/tmp"},
                                                          {"42", "-dest", "/tmp", "x"}};
-    for (auto words : wrong)
-        EXPECT_EQ(standard_output_of(
-                      [&] { EXPECT_EQ(getPackageCmd(static_cast<int>(words.size()), words.data()), 1); }),
+    for (auto arguments : wrong)
+        EXPECT_EQ(standard_output_of([&] {
+                      EXPECT_EQ(getPackageCmd(static_cast<int>(arguments.size()), arguments.data()), 1);
+                  }),
                   HELP_TEXT)
-            << words.size();
+            << arguments.size();
 }
 
 } // namespace

@@ -13,8 +13,8 @@ constexpr const char* RETRIEVED = "Successfully retrieved deployment package lis
 
 class List : public CommandWorld {
   protected:
-    int list(std::vector<const char*> words) {
-        return listPackagesCmd(static_cast<int>(words.size()), words.data(), out_);
+    int list(std::vector<const char*> arguments) {
+        return listPackagesCmd(static_cast<int>(arguments.size()), arguments.data(), out_);
     }
 };
 
@@ -62,15 +62,15 @@ TEST_F(List, WithAFilterAsksForItWithTheValueAsTyped) {
     }
 }
 
-TEST_F(List, WithWrongWordsPrintsTheHelpAndTouchesNothing) {
+TEST_F(List, WithWrongArgumentsPrintsTheHelpAndTouchesNothing) {
     const std::vector<std::vector<const char*>> wrong = {
         {"-os"},           {"linux"},        {"-os", "linux", "-type"}, {"-os", "linux", "-type", "qv"},
         {"-name", "x"},    {"-OS", "linux"}, {"os", "linux"},           {"", ""},
         {"-osx", "linux"}, {"linux", "-os"},
     };
-    for (const auto& words : wrong) {
+    for (const auto& arguments : wrong) {
         out_.str("");
-        EXPECT_EQ(list(words), 20);
+        EXPECT_EQ(list(arguments), 20);
         EXPECT_EQ(out_.str(), HELP_TEXT);
     }
     EXPECT_THAT(seam().calls, IsEmpty());
@@ -110,7 +110,7 @@ TEST_F(List, ReturnsTheCodeOfAFailedRequestAndLogsItAsDetail) {
     EXPECT_EQ(out_.str(), "");
 }
 
-TEST_F(List, ReturnsTheStatusOfAResponseThatIsNoPackageListAndLogsItAsDetail) {
+TEST_F(List, ReturnsTheStatusOfAResponseThatIsNotAPackageListAndLogsItAsDetail) {
     for (const char* body : {"<html>", "{}", "{\"data\": [7]}", "{\"data\": [{}]}"}) {
         answer(200, body);
         EXPECT_EQ(list({}), 9103) << body;

@@ -164,7 +164,7 @@ TEST_F(Request, ExpectingA404IsASuccessWithItsBody) {
     EXPECT_EQ(response_, R"({"errorCode": 227, "errorMessage": "x"})");
 }
 
-TEST(ErrorResponse, GivesTheCodeAndLogsTheMessage) {
+TEST(ErrorResponse, ReturnsTheCodeAndLogsTheMessage) {
     LogCapture log;
     long code = 0;
     EXPECT_EQ(parseJSONErrorResponse(R"({"errorCode": 7220, "errorMessage": "gone"})", code), 0);

@@ -97,7 +97,7 @@ TEST_F(Startup, FailsWithLessThanOnePercentFreeAfterTellingTheSpace) {
                       "A minimum of one percent of the disk must be free to manage the repo."}));
 }
 
-TEST_F(Startup, GoesOnWithoutAWordWhenTheFreeSpaceCannotBeQueried) {
+TEST_F(Startup, GoesOnSilentlyWhenTheFreeSpaceCannotBeQueried) {
     seam().getFreeSpace = [](const char*, float*, unsigned long*) { return 11; };
     EXPECT_EQ(initialize(master_), 0);
     EXPECT_THAT(
@@ -105,13 +105,13 @@ TEST_F(Startup, GoesOnWithoutAWordWhenTheFreeSpaceCannotBeQueried) {
         ElementsAre(LogRecord{4, "initialize", "Initialized qvrepo on master server master.example.com."}));
 }
 
-TEST_F(Startup, OpensTheLogOnlyWhereItsFolderExists) {
-    const std::filesystem::path folder = std::string(LOG_DIRECTORY) + "/qvrepo";
-    ASSERT_FALSE(std::filesystem::exists(folder));
+TEST_F(Startup, OpensTheLogOnlyWhereItsDirectoryExists) {
+    const std::filesystem::path directory = std::string(LOG_DIRECTORY) + "/qvrepo";
+    ASSERT_FALSE(std::filesystem::exists(directory));
     EXPECT_EQ(initialize(master_), 0);
     EXPECT_EQ(seam().calls.at(1), "QV_read_master_config()");
 
-    std::filesystem::create_directories(folder);
+    std::filesystem::create_directories(directory);
     seam().calls.clear();
     seam().open_debug_log = [](const char*, const char*, const char*, int, int* status) {
         EXPECT_EQ(*status, 0);

@@ -38,9 +38,9 @@ inline std::ostream& operator<<(std::ostream& out, const Block& block) {
                << ", size " << block.data_size << ", mode " << std::oct << block.mode << std::dec << "}";
 }
 
-// The blocks that the walk finds in the file behind a magic at `base`, in the walk's order.
+// The blocks that the walk finds in the file after a magic at `base`, in the walk's order.
 inline std::vector<Block> blocks_of(const std::string& path, std::uint64_t base) {
-    const file_stream archive(std::fopen(path.c_str(), "rb"));
+    const FileStream archive(std::fopen(path.c_str(), "rb"));
     block_info* last = get_blocks(archive.get(), base);
     std::vector<Block> blocks;
     for (const block_info* block = last; block != nullptr; block = block->next)

@@ -10,13 +10,13 @@ int form_of(const std::string& bytes) {
     const TemporaryDirectory directory;
     const std::string path = directory.path("a.sja");
     write_file(path, bytes);
-    const file_stream archive(std::fopen(path.c_str(), "rb"));
+    const FileStream archive(std::fopen(path.c_str(), "rb"));
     return verify_jank_archive(archive.get());
 }
 
 } // namespace
 
-TEST(ArchiveForm, IsToldByThePlaceOfTheMagic) {
+TEST(ArchiveForm, FollowsFromThePlaceOfTheMagic) {
     const std::string block(512, '\0');
     const struct {
         const char* what;
@@ -25,8 +25,8 @@ TEST(ArchiveForm, IsToldByThePlaceOfTheMagic) {
     } cases[] = {
         {"magic at the start", "JANK", 0},
         {"magic at the start with entries", sja_bytes({{"a", "x"}}), 0},
-        {"magic behind the signature block", block + "JANK", 1},
-        {"magic behind the signature block with entries", sja_bytes_with_signature_block({{"a", "x"}}), 1},
+        {"magic after the signature block", block + "JANK", 1},
+        {"magic after the signature block with entries", sja_bytes_with_signature_block({{"a", "x"}}), 1},
         {"magic at both places", "JANK" + std::string(508, '\0') + "JANK", 0},
         {"nothing", "", 2},
         {"fewer bytes than the magic", "JAN", 2},
@@ -34,38 +34,38 @@ TEST(ArchiveForm, IsToldByThePlaceOfTheMagic) {
         {"lower case", "jank", 2},
         {"magic one byte late", " JANK", 2},
         {"signature block alone", block, 2},
-        {"half a magic behind the signature block", block + "JA", 2},
-        {"other bytes behind the signature block", block + "KNAJ", 2},
+        {"half a magic after the signature block", block + "JA", 2},
+        {"other bytes after the signature block", block + "KNAJ", 2},
         {"magic one byte before its second place", std::string(511, '\0') + "JANK.", 2},
-        {"magic one byte behind its second place", std::string(513, '\0') + "JANK", 2},
+        {"magic one byte past its second place", std::string(513, '\0') + "JANK", 2},
     };
     for (const auto& c : cases)
         EXPECT_EQ(form_of(c.bytes), c.form) << c.what;
 }
 
-TEST(ArchiveForm, DoesNotDependOnWhereTheStreamStands) {
+TEST(ArchiveForm, DoesNotDependOnTheStreamsPosition) {
     const TemporaryDirectory directory;
     write_file(directory.path("a.sja"), sja_bytes({{"a", "x"}}));
-    const file_stream archive(std::fopen(directory.path("a.sja").c_str(), "rb"));
+    const FileStream archive(std::fopen(directory.path("a.sja").c_str(), "rb"));
     ASSERT_EQ(std::fseek(archive.get(), 0, SEEK_END), 0);
     EXPECT_EQ(std::fgetc(archive.get()), EOF);
 
     EXPECT_EQ(verify_jank_archive(archive.get()), 0);
 }
 
-TEST(ArchiveForm, OfAFolderIsNoArchive) {
+TEST(ArchiveForm, OfADirectoryIsNotAnArchive) {
     const TemporaryDirectory directory;
-    const file_stream folder(std::fopen(directory.path().c_str(), "rb"));
-    ASSERT_TRUE(folder);
+    const FileStream directory(std::fopen(directory.path().c_str(), "rb"));
+    ASSERT_TRUE(directory);
 
-    EXPECT_EQ(verify_jank_archive(folder.get()), 2);
+    EXPECT_EQ(verify_jank_archive(directory.get()), 2);
 }
 
-TEST(ArchiveForm, OfAPipeIsNoArchive) {
+TEST(ArchiveForm, OfAPipeIsNotAnArchive) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
-    const file_stream reading(fdopen(ends[0], "rb"));
-    const file_stream writing(fdopen(ends[1], "wb"));
+    const FileStream reading(fdopen(ends[0], "rb"));
+    const FileStream writing(fdopen(ends[1], "wb"));
 
     EXPECT_EQ(verify_jank_archive(reading.get()), 2);
 }

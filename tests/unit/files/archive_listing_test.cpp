@@ -32,7 +32,7 @@ std::string one_byte_entry(int number) {
 
 } // namespace
 
-TEST_F(ArchiveListing, TellsNameSizeModeAndDataOffsetFromTheLastEntryToTheFirst) {
+TEST_F(ArchiveListing, ListsNameSizeModeAndDataOffsetFromTheLastEntryToTheFirst) {
     EXPECT_THAT(list(sja_bytes({{"one.sja", "12345", 0600}, {"two.txt", "", 0107755}})),
                 ElementsAre("two.txt 0 107755 45", "one.sja 5 600 22"));
 }
@@ -48,7 +48,7 @@ TEST_F(ArchiveListing, LeavesTheArchiveAlone) {
     EXPECT_EQ(read_file(path_), bytes);
 }
 
-TEST_F(ArchiveListing, FailsOnWhatIsNoArchive) {
+TEST_F(ArchiveListing, FailsOnWhatIsNotAnArchive) {
     EXPECT_THAT(lines_of(listing_of(directory_.path("missing"))), ElementsAre("none"));
     EXPECT_THAT(lines_of(listing_of(directory_.path())), ElementsAre("none"));
     EXPECT_THAT(list(""), ElementsAre("none"));

@@ -26,7 +26,7 @@ bool may_allocate() {
 
 } // namespace
 
-// Not inlined: a compiler that sees malloc behind new, or free behind delete, takes the pair for mismatched.
+// Not inlined: a compiler that sees malloc inside new, or free inside delete, takes the pair for mismatched.
 __attribute__((noinline)) void* operator new(std::size_t size) {
     void* memory = may_allocate() ? std::malloc(size == 0 ? 1 : size) : nullptr;
     if (memory == nullptr)

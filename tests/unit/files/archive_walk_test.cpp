@@ -33,12 +33,12 @@ TEST_F(ArchiveWalk, FindsTheEntriesFromTheLastToTheFirst) {
                                          Block{4, 1, 3, 5, 0644}));
 }
 
-TEST_F(ArchiveWalk, StartsBehindTheSignatureBlockInTheSignedForm) {
+TEST_F(ArchiveWalk, StartsAfterTheSignatureBlockInTheSignedForm) {
     EXPECT_THAT(walk(sja_bytes_with_signature_block({{"one", "12345"}}), 512),
                 ElementsAre(Block{516, 1, 3, 5, 0644}));
 }
 
-TEST_F(ArchiveWalk, FindsNothingBehindABareMagic) {
+TEST_F(ArchiveWalk, FindsNothingAfterABareMagic) {
     EXPECT_THAT(walk("JANK"), IsEmpty());
 }
 
@@ -70,7 +70,7 @@ TEST_F(ArchiveWalk, EndsAtASizeThatLeadsPastTheLargestOffset) {
     const std::string tail = SjaEntry{"never reached", "x"}.bytes();
     const std::uint64_t largest_offset = std::numeric_limits<std::int64_t>::max();
     // The first entry's data begins at 4 + 11 + 1. The last three sizes would lead back to the entry itself,
-    // to the magic and to the entry behind, were offsets to wrap around.
+    // to the magic and to the next entry, were offsets to wrap around.
     for (const std::uint64_t size : {largest_offset - 15, largest_offset - 16, largest_offset,
                                      largest_offset + 1, std::numeric_limits<std::uint64_t>::max(),
                                      std::uint64_t{0} - 12, std::uint64_t{0} - 16, std::uint64_t{0} - 1}) {
@@ -88,12 +88,12 @@ TEST_F(ArchiveWalk, CountsEntriesWithoutNameAndData) {
 TEST_F(ArchiveWalk, FindsNothingInAStreamThatCannotSeekOrCannotBeRead) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
-    const file_stream reading(fdopen(ends[0], "rb"));
-    const file_stream writing(fdopen(ends[1], "wb"));
+    const FileStream reading(fdopen(ends[0], "rb"));
+    const FileStream writing(fdopen(ends[1], "wb"));
     EXPECT_EQ(get_blocks(reading.get(), 0), nullptr);
 
-    const file_stream folder(std::fopen(directory_.path().c_str(), "rb"));
-    EXPECT_EQ(get_blocks(folder.get(), 0), nullptr);
+    const FileStream directory(std::fopen(directory_.path().c_str(), "rb"));
+    EXPECT_EQ(get_blocks(directory.get(), 0), nullptr);
 }
 
 TEST_F(ArchiveWalk, PassesEntriesOfMoreThan2GiBAndArchivesOfMoreThan4GiB) {

@@ -21,7 +21,7 @@ class PackageContents : public ::testing::Test {
   protected:
     PackageContents() { seam_with_real_helpers(); }
 
-    // "NAME SIZE" of every item that the call appends, behind its status.
+    // "NAME SIZE" of every item that the call appends, after its status.
     std::vector<std::string> read(const std::string& path) {
         std::vector<QvRepoPackageItem> items;
         std::vector<std::string> lines = {std::to_string(QvRepoHelper::readSjaContents(path.c_str(), items))};
@@ -95,7 +95,7 @@ TEST_F(PackageContents, OfAMissingFileAre7225) {
     EXPECT_THAT(seam().calls, ElementsAre("pathExists(" + path_ + ")"));
 }
 
-TEST_F(PackageContents, OfAFileThatIsNoArchiveAre7215) {
+TEST_F(PackageContents, OfAFileThatIsNotAnArchiveAre7215) {
     write_file(path_, "no archive");
     EXPECT_THAT(read(path_), ElementsAre("7215"));
     EXPECT_THAT(log_.records(),

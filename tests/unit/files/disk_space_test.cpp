@@ -16,7 +16,7 @@ constexpr const char* VOLUME_WITH_RESERVED_BLOCKS = "/a volume with reserved blo
 
 } // namespace
 
-// In front of the system's call (see this folder's CMakeLists.txt): one path is a volume of 1000 blocks, 300
+// In front of the system's call (see this directory's CMakeLists.txt): one path is a volume of 1000 blocks, 300
 // of them free and all of those reserved for the superuser, whose fragments are smaller than its blocks.
 extern "C" {
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names
@@ -52,7 +52,7 @@ TEST(FreeSpace, IsAPercentageOfAllBlocksAndWholeMebibytes) {
         {std::uint64_t{1} << 50, std::uint64_t{1} << 49, 4096, 50.0F, std::uint64_t{1} << 41},
     };
     for (const auto& c : cases) {
-        const free_space space = free_space_of(c.blocks, c.free_blocks, c.block_size);
+        const FreeSpace space = free_space_of(c.blocks, c.free_blocks, c.block_size);
         EXPECT_EQ(space.percent, c.percent) << c.free_blocks << " of " << c.blocks;
         EXPECT_EQ(space.megabytes, c.megabytes) << c.free_blocks << " of " << c.blocks;
     }
@@ -63,7 +63,7 @@ TEST(FreeSpace, OfExactlyOnePercentIsNotLessThanOne) {
     EXPECT_TRUE(free_space_of(1000000, 9999, 4096).percent < 1.0F);
 }
 
-TEST(FreeSpace, OfAVolumeWithoutBlocksIsNoNumber) {
+TEST(FreeSpace, OfAVolumeWithoutBlocksIsNotANumber) {
     EXPECT_TRUE(std::isnan(free_space_of(0, 0, 4096).percent));
 }
 

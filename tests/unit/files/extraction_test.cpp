@@ -130,7 +130,7 @@ TEST_F(Extraction, SetsTheLow12BitsOfTheStoredModeWhateverTheMask) {
     EXPECT_EQ(mode_of(in_out("nothing")), 0U);
 }
 
-TEST_F(Extraction, GivesAnEntryThatRunsPastTheEndOfTheFileItsDeclaredSize) {
+TEST_F(Extraction, WritesAnEntryThatRunsPastTheEndOfTheFileAtItsDeclaredSize) {
     // What the file lacks is filled with what the 4096-byte buffer holds: zeros at first, the last chunk
     // later on.
     ASSERT_EQ(extract("JANK" + sja_entry_header("short", 5000) + "0123456789"), 1);
@@ -147,7 +147,7 @@ TEST_F(Extraction, UsesWhatIsThereOfANameThatIsCutOff) {
     EXPECT_EQ(contents("pack"), std::string(3, '\0'));
 }
 
-TEST_F(Extraction, FailsOnWhatIsNoArchiveAndKeepsTheFile) {
+TEST_F(Extraction, FailsOnWhatIsNotAnArchiveAndKeepsTheFile) {
     for (const std::string& bytes : {std::string(), std::string("JAN"), std::string("JANK"),
                                      std::string("no archive at all"), sja_bytes_with_signature_block({})}) {
         EXPECT_EQ(extract(bytes), 0) << bytes;
@@ -159,7 +159,7 @@ TEST_F(Extraction, FailsOnWhatIsNoArchiveAndKeepsTheFile) {
 }
 
 TEST_F(Extraction, StopsAtTheEntryThatCannotBeWritten) {
-    // A folder has the name of the third entry from the end.
+    // A directory has the name of the third entry from the end.
     std::filesystem::create_directory(in_out("three"));
     const std::vector<SjaEntry> kept = {{"one", "1"}, {"two", "22"}, {"three", "333"}};
     std::vector<SjaEntry> all = kept;
@@ -196,12 +196,12 @@ TEST_F(Extraction, FailsWithoutTheDirectory) {
     EXPECT_EQ(read_file(archive_), bytes);
 }
 
-TEST_F(Extraction, UsesANameWithADirectoryPartAsItStands) {
+TEST_F(Extraction, UsesANameWithADirectoryPartAsItIs) {
     std::filesystem::create_directory(in_out("sub"));
     ASSERT_EQ(extract(sja_bytes({{"sub/inside", "i"}, {"../beside", "b"}})), 1);
     EXPECT_THAT(directory_.names(), ElementsAre("beside", "out/", "out/sub/", "out/sub/inside"));
 
-    EXPECT_EQ(extract(sja_bytes({{"no such folder/x", "x"}})), 0);
+    EXPECT_EQ(extract(sja_bytes({{"no such directory/x", "x"}})), 0);
     EXPECT_EQ(extract(sja_bytes({{"sub/", "x"}})), 0);
     EXPECT_EQ(extract(sja_bytes({{"new/", "x"}})), 0);
     EXPECT_EQ(extract(sja_bytes({{"..", "x"}})), 0);
@@ -249,7 +249,7 @@ TEST_F(Extraction, FailsOnLinksThatLeadNowhere) {
     std::filesystem::create_symlink("loop", in_out("loop"));
     EXPECT_EQ(extract(sja_bytes({{"loop", "x"}})), 0);
     std::filesystem::remove(in_out("loop"));
-    std::filesystem::create_symlink("no such folder/file", in_out("dangling"));
+    std::filesystem::create_symlink("no such directory/file", in_out("dangling"));
     EXPECT_EQ(extract(sja_bytes({{"dangling", "x"}})), 0);
     EXPECT_THAT(directory_.names(), ElementsAre("a.sja", "out/", "out/dangling"));
 }
@@ -341,7 +341,7 @@ TEST_F(Extraction, RefusesToWriteOverTheArchiveItself) {
     EXPECT_EQ(read_file(archive_), by_link);
 }
 
-TEST_F(Extraction, CutsTheArchiveBehindOffsetsOf4GiB) {
+TEST_F(Extraction, CutsTheArchiveAfterOffsetsOf4GiB) {
     // The first entry cannot be written and stays, so that nothing of its size is copied.
     std::filesystem::create_directory(in_out("huge"));
     const std::uint64_t size = (std::uint64_t{4} << 30) + 5;

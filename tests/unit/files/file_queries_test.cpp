@@ -29,7 +29,7 @@ TEST(SameFile, ComparesDeviceAndInode) {
     EXPECT_FALSE(QvRepoHelper::sameFile(directory.path("dangling"), directory.path("dangling")));
 }
 
-TEST(SameFile, TellsFilesOfOneNumberOnTwoDevicesApart) {
+TEST(SameFile, DistinguishesFilesOfOneNumberOnTwoDevices) {
     const SmallVolume first("size=64k");
     const SmallVolume second("size=64k");
     struct stat files[2] = {};
@@ -54,7 +54,7 @@ TEST(FileSize, IsInBytesAndZeroForWhatCannotBeExamined) {
     EXPECT_EQ(QvRepoHelper::fileSize(directory.path("missing").c_str()), 0U);
 }
 
-TEST(PathExists, IsTrueForFilesAndFolders) {
+TEST(PathExists, IsTrueForFilesAndDirectorys) {
     const TemporaryDirectory directory;
     write_file(directory.path("file"), "");
     std::filesystem::create_symlink("nothing", directory.path("dangling"));

@@ -177,7 +177,7 @@ TEST_F(PackageCopy, IsRefusedOnAVolumeWithoutAnyFreeSpace) {
     EXPECT_EQ(log_.records().back(), copying(16, "Not enough disk space to copy the package file."));
 }
 
-TEST_F(PackageCopy, IsTriedWhenTheFreeSpaceCannotBeTold) {
+TEST_F(PackageCopy, IsTriedWhenTheFreeSpaceIsUnknown) {
     seam().getFreeSpace = [](const char*, float*, unsigned long*) { return 11; };
     EXPECT_EQ(copy_as(""), 0);
     EXPECT_THAT(log_.records(),

@@ -85,7 +85,7 @@ TEST_F(PackageVerification, ReadsAKeyFileOf65535BytesAndReports7237ForOneByteMor
     EXPECT_EQ(verify(), 7237);
 }
 
-TEST_F(PackageVerification, Reports7237ForAKeyThatIsAFolder) {
+TEST_F(PackageVerification, Reports7237ForAKeyThatIsADirectory) {
     std::filesystem::remove(ProductRoot::key_file());
     std::filesystem::create_directory(ProductRoot::key_file());
     EXPECT_EQ(verify(), 7237);
@@ -126,7 +126,7 @@ TEST_F(PackageVerification, Reports7236ForAnUnsignedPackage) {
     EXPECT_EQ(verify(), 7236);
 }
 
-TEST_F(PackageVerification, Reports7236ForAShortFileAndForAFolder) {
+TEST_F(PackageVerification, Reports7236ForAShortFileAndForADirectory) {
     write_file(path_, std::string(511, 's'));
     EXPECT_EQ(verify(), 7236);
     std::filesystem::remove(path_);

@@ -36,12 +36,12 @@ class RealSeam : public ::testing::Test {
 } // namespace
 
 TEST_F(RealSeam, AsksThePlatform) {
-    // Root in the sandbox, without a master configuration and without a log folder.
+    // Root in the sandbox, without a master configuration and without a log directory.
     EXPECT_NE(T::is_user_admin(user_permission_type_t{}), 0);
     EXPECT_NE(T::QV_read_master_config(), 0);
     EXPECT_EQ(T::lunt_is_master_server("no.such.host.example"), 0);
     int status = 0;
-    T::open_debug_log("/usr/ormex/no/such/folder", "qvrepo", "qvrepo", 0666, &status);
+    T::open_debug_log("/usr/ormex/no/such/directory", "qvrepo", "qvrepo", 0666, &status);
     EXPECT_NE(status, 0);
 }
 

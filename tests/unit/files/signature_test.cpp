@@ -44,9 +44,9 @@ class Signature : public ::testing::Test {
   protected:
     void TearDown() override { std::filesystem::remove("/usr/ormex/large"); }
 
-    file_stream stream_of(const std::string& bytes) {
+    FileStream stream_of(const std::string& bytes) {
         write_file(path_, bytes);
-        return file_stream(std::fopen(path_.c_str(), "rb"));
+        return FileStream(std::fopen(path_.c_str(), "rb"));
     }
 
     PublicKey key_from(const std::string& pem) {
@@ -57,7 +57,7 @@ class Signature : public ::testing::Test {
     // Whether the file `path_` verifies with the key in `pem`. The stream has to stay open in any case.
     bool verifies(const std::string& pem = SigningKey::publisher().public_pem()) {
         const PublicKey key = key_from(pem);
-        const file_stream archive(std::fopen(path_.c_str(), "rb"));
+        const FileStream archive(std::fopen(path_.c_str(), "rb"));
         const bool valid = sja_verify_hash(archive.get(), key.get());
         EXPECT_NE(fcntl(fileno(archive.get()), F_GETFD), -1);
         EXPECT_EQ(ERR_peek_error(), 0U) << "left for the next TLS connection to stumble over";
@@ -90,7 +90,7 @@ int __wrap_SHA512_Update(SHA512_CTX* context, const void* bytes, size_t count) {
 // NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 
 TEST_F(Signature, FileSizeLeavesTheStreamAtItsStart) {
-    const file_stream stream = stream_of("0123456789");
+    const FileStream stream = stream_of("0123456789");
     ASSERT_EQ(std::fseek(stream.get(), 7, SEEK_SET), 0);
     EXPECT_EQ(get_filesize(stream.get()), 10);
     EXPECT_EQ(std::ftell(stream.get()), 0);
@@ -99,21 +99,21 @@ TEST_F(Signature, FileSizeLeavesTheStreamAtItsStart) {
 
 TEST_F(Signature, FileSizeHas64Bits) {
     write_sparse_file(path_, (std::uint64_t{5} << 30) + 1);
-    const file_stream stream(std::fopen(path_.c_str(), "rb"));
+    const FileStream stream(std::fopen(path_.c_str(), "rb"));
     EXPECT_EQ(get_filesize(stream.get()), (std::int64_t{5} << 30) + 1);
 }
 
 TEST_F(Signature, FileSizeOfAPipeIsUnknown) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
-    const file_stream reading(fdopen(ends[0], "rb"));
-    const file_stream writing(fdopen(ends[1], "wb"));
+    const FileStream reading(fdopen(ends[0], "rb"));
+    const FileStream writing(fdopen(ends[1], "wb"));
     EXPECT_EQ(get_filesize(reading.get()), -1);
     EXPECT_FALSE(sja_verify_hash(reading.get(), nullptr));
 }
 
 TEST_F(Signature, RangeIsReadWhereItLies) {
-    const file_stream stream = stream_of("0123456789");
+    const FileStream stream = stream_of("0123456789");
     EXPECT_EQ(text_of(Sequence(get_signature(stream.get(), 0, 10))), "0123456789");
     EXPECT_EQ(text_of(Sequence(get_signature(stream.get(), 3, 4))), "3456");
     EXPECT_EQ(text_of(Sequence(get_signature(stream.get(), 9, 1))), "9");
@@ -155,7 +155,7 @@ TEST_F(Signature, RangeThatCannotBeReadClosesTheStream) {
 TEST_F(Signature, DigestCoversTheBytesUpToItsEnd) {
     for (const std::size_t size : {0U, 1U, 4095U, 4096U, 4097U, 8191U, 8192U, 300000U}) {
         const std::string bytes = std::string(size, 'd') + "behind";
-        const file_stream stream = stream_of("before" + bytes);
+        const FileStream stream = stream_of("before" + bytes);
         EXPECT_EQ(text_of(Sequence(calc_sha_512(stream.get(), 6, 6 + size))), sha_512(std::string(size, 'd')))
             << size;
     }
@@ -166,7 +166,7 @@ TEST_F(Signature, DigestCoversBytesPast4GiB) {
     const std::uint64_t end = (std::uint64_t{4} << 30) + 20000;
     write_sparse_file(path_, end);
     overwrite_at(path_, end - 4, "end.");
-    const file_stream stream(std::fopen(path_.c_str(), "rb"));
+    const FileStream stream(std::fopen(path_.c_str(), "rb"));
     EXPECT_EQ(text_of(Sequence(calc_sha_512(stream.get(), end - 9000, end))),
               sha_512(std::string(8996, '\0') + "end."));
 }
@@ -176,7 +176,7 @@ TEST_F(Signature, DigestCoversEveryByteOfAFileOfMoreThan4GiB) {
     path_ = "/usr/ormex/large";
     const std::uint64_t size = (std::uint64_t{4} << 30) + 5000;
     write_sparse_file(path_, size);
-    const file_stream archive(std::fopen(path_.c_str(), "rb"));
+    const FileStream archive(std::fopen(path_.c_str(), "rb"));
     const PublicKey key = key_from(SigningKey::publisher().public_pem());
     digested_bytes = 0;
     EXPECT_FALSE(sja_verify_hash(archive.get(), key.get()));
@@ -185,21 +185,21 @@ TEST_F(Signature, DigestCoversEveryByteOfAFileOfMoreThan4GiB) {
 }
 
 TEST_F(Signature, DigestFailsWhenItsEndComesFirst) {
-    const file_stream stream = stream_of("0123456789");
+    const FileStream stream = stream_of("0123456789");
     EXPECT_EQ(calc_sha_512(stream.get(), 5, 4), nullptr);
     EXPECT_NE(fcntl(fileno(stream.get()), F_GETFD), -1);
 }
 
 TEST_F(Signature, DigestFailsWhenTheFileCannotBeReadOrSeeked) {
-    const file_stream folder(std::fopen(directory_.path().c_str(), "rb"));
-    EXPECT_EQ(calc_sha_512(folder.get(), 0, 10), nullptr);
-    EXPECT_EQ(calc_sha_512(folder.get(), UINT64_MAX - 1, UINT64_MAX), nullptr);
-    EXPECT_NE(fcntl(fileno(folder.get()), F_GETFD), -1);
+    const FileStream directory(std::fopen(directory_.path().c_str(), "rb"));
+    EXPECT_EQ(calc_sha_512(directory.get(), 0, 10), nullptr);
+    EXPECT_EQ(calc_sha_512(directory.get(), UINT64_MAX - 1, UINT64_MAX), nullptr);
+    EXPECT_NE(fcntl(fileno(directory.get()), F_GETFD), -1);
 }
 
 TEST_F(Signature, DigestDoesNotNoticeAFileThatEndsEarly) {
     // What is missing is digested as the buffer holds it: zeros at first.
-    const file_stream stream = stream_of("0123");
+    const FileStream stream = stream_of("0123");
     EXPECT_EQ(text_of(Sequence(calc_sha_512(stream.get(), 0, 6))), sha_512(std::string("0123\0\0", 6)));
 }
 
@@ -259,11 +259,11 @@ TEST_F(Signature, OfAFileShorterThanItsBlockIsInvalid) {
     }
 }
 
-TEST_F(Signature, OfAFolderIsInvalid) {
+TEST_F(Signature, OfADirectoryIsInvalid) {
     const PublicKey key = key_from(SigningKey::publisher().public_pem());
-    const file_stream folder(std::fopen(directory_.path().c_str(), "rb"));
-    EXPECT_FALSE(sja_verify_hash(folder.get(), key.get()));
-    EXPECT_NE(fcntl(fileno(folder.get()), F_GETFD), -1);
+    const FileStream directory(std::fopen(directory_.path().c_str(), "rb"));
+    EXPECT_FALSE(sja_verify_hash(directory.get(), key.get()));
+    EXPECT_NE(fcntl(fileno(directory.get()), F_GETFD), -1);
 }
 
 TEST_F(Signature, KeyFilesOfUpTo65535BytesAreRead) {
@@ -291,7 +291,7 @@ TEST_F(Signature, KeyFilesWithoutAReadableKeyGiveAKeyThatFailsEveryVerification)
         std::string text;
     } cases[] = {
         {"one byte", "x"},
-        {"text", "this is no key at all\n"},
+        {"text", "this is not a key\n"},
         {"binary", std::string(3000, '\0')},
         {"damaged", std::string(pem).replace(27, 4, "AAAA")},
         {"cut in the middle", pem.substr(0, pem.size() / 2)},
@@ -335,7 +335,7 @@ TEST_F(Signature, IsCheckedWithTheSameMemoryForEverySize) {
     write_file(path_, std::string(600, 's'));
     const PublicKey key = key_from(SigningKey::publisher().public_pem());
     const auto verify = [&key](const std::string& path) {
-        const buffered_stream archive(std::fopen(path.c_str(), "rb"));
+        const BufferedStream archive(std::fopen(path.c_str(), "rb"));
         sja_verify_hash(archive.get(), key.get());
     };
     const long growth = memory_growth([&] { verify(path_); }, [&] { verify(large); });

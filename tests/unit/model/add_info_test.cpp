@@ -68,14 +68,14 @@ TEST_F(AddInfo, TakesThePrefixOffTheStartOnlyAndComparesItWithLetterCase) {
         EXPECT_EQ(thrown_for(path), 7265) << path;
 }
 
-// A fifth word would make 8.3 an EEB version, and redhat the version.
+// A fifth part would make 8.3 an EEB version, and redhat the version.
 TEST_F(AddInfo, ReadsOnlyTheFirst127BytesOfANameWithoutItsPrefix) {
     const std::string start = "qvclient_8.3_redhat_x64.";
     const auto named = [&start](std::size_t length) {
         return "dunmarel_" + start + std::string(length - start.length() - 2, 'x') + "_y";
     };
-    EXPECT_EQ(thrown_for(named(127).c_str()), 7264) << "the fifth word is just within";
-    EXPECT_EQ(thrown_for(named(128).c_str()), 0) << "the fifth word is cut off";
+    EXPECT_EQ(thrown_for(named(127).c_str()), 7264) << "the fifth part is just within";
+    EXPECT_EQ(thrown_for(named(128).c_str()), 0) << "the fifth part is cut off";
     const std::string longest = named(200);
     EXPECT_EQ(QvRepoAddInfo(longest.c_str()).packageFileName, longest) << "the name itself is not cut";
 }
@@ -117,7 +117,7 @@ TEST_F(AddInfo, RefusesANameWithTheStatusOfWhatItLacks) {
     }
 }
 
-TEST_F(AddInfo, RefusesANameOfThreeWordsAfterTheTwoGeneralLines) {
+TEST_F(AddInfo, RefusesANameOfThreePartsAfterTheTwoGeneralLines) {
     EXPECT_EQ(thrown_for("/tmp/qvclient_8.3_redhat.sja"), 7216);
     EXPECT_THAT(
         log_.records(),
@@ -161,7 +161,7 @@ TEST_F(AddInfo, RendersAnArchiveWithoutItemsAsAnEmptyArray) {
     EXPECT_THAT(QvRepoAddInfo(GOOD_PATH).getJSONPackageDetails(), testing::HasSubstr("\"packageItems\": []"));
 }
 
-TEST_F(AddInfo, RendersAnEmptyBodyAndLogsItWhenATextIsNoUtf8) {
+TEST_F(AddInfo, RendersAnEmptyBodyAndLogsItWhenATextIsNotUtf8) {
     archive_holds({{"a.sja", 1}, {"\xFF.sja", 1}});
     QvRepoAddInfo info(GOOD_PATH);
     EXPECT_EQ(info.getJSONPackageDetails(), "");

@@ -30,7 +30,7 @@ std::string reason(const std::string& text) {
     return error.text;
 }
 
-TEST(JsonDocument, TakesTheFirstValueAndNothingBehindIt) {
+TEST(JsonDocument, ReadsTheFirstValueAndNothingAfterIt) {
     const std::pair<const char*, std::size_t> texts[] = {
         {"{}", 2},          {" {} ", 3},       {"[1, [2]], 3", 8}, {R"({"a": "}"}])", 10},
         {R"("a\"]" ,)", 6}, {R"(["\\"],)", 6}, {"12, 3", 2},       {"12", 2},
@@ -45,14 +45,14 @@ TEST(JsonDocument, TakesTheFirstValueAndNothingBehindIt) {
         EXPECT_EQ(taken(text), length) << text;
 }
 
-TEST(JsonDocument, IsNoPlainValueUnlessAskedFor) {
+TEST(JsonDocument, IsNotAPlainValueUnlessAskedFor) {
     for (const char* text : {"1", "\"a\"", "true", "null"}) {
         EXPECT_FALSE(parse_json(text)) << text;
         EXPECT_TRUE(parse_json(text, JSON_DECODE_ANY)) << text;
     }
 }
 
-TEST(JsonDocument, TellsInTheParsersWordsWhatIsWrong) {
+TEST(JsonDocument, ReportsWhatIsWrongAsTheParserDoes) {
     EXPECT_EQ(reason("<html>"), "'[' or '{' expected near '<'");
     EXPECT_EQ(reason("[1 2]"), "']' expected near '2'");
     EXPECT_EQ(reason(nested(2049)), "maximum parsing depth reached near '['");
@@ -78,7 +78,7 @@ TEST(JsonDocument, MayHoldTheMostValuesAndNotOneMore) {
     }
 }
 
-TEST(JsonDocument, CountsNoValuesBehindTheFirst) {
+TEST(JsonDocument, CountsNoValuesAfterTheFirst) {
     EXPECT_EQ(taken("[]" + repeated(",0", MAX_JSON_VALUES)), 2U);
 }
 

@@ -34,7 +34,7 @@ TEST(StrToVersion, KeepsTwoDigitsOfTheMajorNumberAndOneOfEachOther) {
         EXPECT_EQ(str_to_version(version.text), version.packed) << version.text;
 }
 
-TEST(StrToVersion, Gives107WithoutALeadingNumberAndForItsTwin) {
+TEST(StrToVersion, Returns107WithoutALeadingNumberAndForItsTwin) {
     for (const char* text : {"beta", "", ".8", "x8"})
         EXPECT_EQ(str_to_version(text), 107) << text;
     EXPECT_EQ(str_to_version("0.0.0.1.0.7"), 107);
@@ -119,8 +119,8 @@ TEST(PackageName, NeedsAVersionOfAtLeast7Point7) {
         EXPECT_EQ(parse(name.name).error, name.error) << name.name;
 }
 
-TEST(PackageName, IgnoresWordsBeyondTheFifthAndReadsTheFirstFiveInTheLongForm) {
-    // The third word, x, is taken for the version.
+TEST(PackageName, IgnoresPartsBeyondTheFifthAndReadsTheFirstFiveInTheLongForm) {
+    // The third part, x, counts as the version.
     EXPECT_EQ(parse("qvclient_9.1_x_redhat_x64_extra.sja").error, 103);
     EXPECT_EQ(parse("qveeb_1.0_8.3_redhat_x64_extra.sja").error, 0);
 }
@@ -130,11 +130,11 @@ TEST(PackageName, IsCutToItsFieldWhenItFillsItWithoutAnEnd) {
     const std::string start = "qvclient_8.3_redhat_x64.";
     std::memset(details.name, 'x', sizeof details.name);
     std::memcpy(details.name, start.c_str(), start.length());
-    std::memcpy(details.name + sizeof details.name - 2, "_y", 2); // a fifth word, were it not cut off
+    std::memcpy(details.name + sizeof details.name - 2, "_y", 2); // a fifth part, were it not cut off
     EXPECT_EQ(extract_package_details_from_name(&details), 0);
 
     EXPECT_EQ(parse("qvclient_8.3_" + std::string(200, 'r')).error, 101)
-        << "the fourth word lies behind the cut";
+        << "the fourth part lies past the cut";
 }
 
 TEST(PackageName, LosesItsExtensionAtTheFirstDotOfTheOperatingSystem) {

@@ -91,7 +91,7 @@ TEST(PackageRecord, AcceptsAnEmptyListOfItems) {
         IsEmpty());
 }
 
-TEST(PackageRecord, RefusesItemsThatAreNoArrayOfTexts) {
+TEST(PackageRecord, RefusesItemsThatAreNotAnArrayOfTexts) {
     for (const char* items : {"\"/repo/a.sja\"", "{}", "null", "[\"/repo/a.sja\", 7]", "[[]]"}) {
         LogCapture log;
         EXPECT_EQ(thrown_by(PackageJson().with("packageItemFilePaths", items).response()), 9103) << items;
@@ -149,7 +149,7 @@ TEST(PackageRecord, ProvidesTypeAndVersionForAnyOtherType) {
     EXPECT_THAT(installables(package_of("qveeb.both", "8.3", "x")), ElementsAre("qveeb.both_8.3"));
 }
 
-TEST(PackageRecord, ProvidesTheFirstThreeWordsOfAnEebName) {
+TEST(PackageRecord, ProvidesTheFirstThreePartsOfAnEebName) {
     for (const char* type : {"qveeb", "qveeb.client", "qveeb.server"})
         EXPECT_THAT(installables(package_of(type, "8.3", "qveeb_ET123_linux_extra")),
                     ElementsAre("qveeb_ET123_linux"))
@@ -159,12 +159,12 @@ TEST(PackageRecord, ProvidesTheFirstThreeWordsOfAnEebName) {
 
 TEST(PackageRecord, TakesAnEebNameOf128BytesAndRefusesALongerOne) {
     const std::string start = "qveeb_ET123_";
-    const std::string fits = start + std::string(128 - start.length(), 'x');
-    EXPECT_THAT(installables(package_of("qveeb", "8.3", fits)), ElementsAre(fits));
-    EXPECT_EQ(thrown_by(package_of("qveeb", "8.3", fits + "x").response()), 9103);
+    const std::string longest = start + std::string(128 - start.length(), 'x');
+    EXPECT_THAT(installables(package_of("qveeb", "8.3", longest)), ElementsAre(longest));
+    EXPECT_EQ(thrown_by(package_of("qveeb", "8.3", longest + "x").response()), 9103);
 }
 
-TEST(PackageRecord, RefusesAnEebNameOfFewerThanThreeWords) {
+TEST(PackageRecord, RefusesAnEebNameOfFewerThanThreeParts) {
     for (const char* name : {"qveeb_ET123", "qveeb", "", "___", "a_b___"}) {
         LogCapture log;
         EXPECT_EQ(thrown_by(package_of("qveeb.server", "8.3", name).response()), 9103) << name;
@@ -186,7 +186,7 @@ TEST(PackageResponse, IsRefusedWhenItIsNotJson) {
             "Failed to parse package details from response received from server. Error: '[' or '{' expected near '<'."}));
 }
 
-TEST(PackageResponse, IsRefusedWhenItsDataIsMissingOrNoObject) {
+TEST(PackageResponse, IsRefusedWhenItsDataIsMissingOrNotAnObject) {
     for (const std::string& response :
          {std::string("{}"), std::string("{\"data\": null}"), PackageJson().list(), std::string("[]")}) {
         LogCapture log;
@@ -196,7 +196,7 @@ TEST(PackageResponse, IsRefusedWhenItsDataIsMissingOrNoObject) {
     }
 }
 
-TEST(PackageResponse, MayHaveTextBehindTheObject) {
+TEST(PackageResponse, MayHaveTextAfterTheObject) {
     EXPECT_EQ(thrown_by(PackageJson().response() + " and more"), 0);
     std::vector<QvRepoPackage> packages;
     EXPECT_EQ(parse_list(PackageJson().list() + "}}}", packages), 0);
@@ -232,7 +232,7 @@ TEST(PackageListResponse, IsRefusedWithItsWholeTextWhenItIsNotJson) {
             "Failed to parse package details from response received from server and the response is: {\"data\": [."}));
 }
 
-TEST(PackageListResponse, IsRefusedWhenItsDataIsNoArray) {
+TEST(PackageListResponse, IsRefusedWhenItsDataIsNotAnArray) {
     for (const char* response : {"{\"data\": {}}", "{}", "[]", "{\"data\": null}"}) {
         LogCapture log;
         std::vector<QvRepoPackage> packages;
@@ -241,7 +241,7 @@ TEST(PackageListResponse, IsRefusedWhenItsDataIsNoArray) {
     }
 }
 
-TEST(PackageListResponse, IsRefusedWhenAnElementIsNoObject) {
+TEST(PackageListResponse, IsRefusedWhenAnElementIsNotAnObject) {
     LogCapture log;
     std::vector<QvRepoPackage> packages;
     EXPECT_EQ(parse_list("{\"data\": [" + PackageJson().object() + ", 7]}", packages), 9103);
@@ -327,7 +327,7 @@ TEST(PackageListResponse, IsRefusedAlikeInWhateverShapeItComes) {
     }
 }
 
-TEST(PackageListResponse, WithWrongSyntaxBesideItsListIsNoJson) {
+TEST(PackageListResponse, WithWrongSyntaxBesideItsListIsNotJson) {
     const std::string one = PackageJson().object();
     for (const char* end :
          {",}", ", \"x\"}", ", \"x\": }", ", x: 1}", ", \"x\": 1", " \"x\": 1}", ", 1: 1}", "]"}) {
@@ -352,7 +352,7 @@ TEST(PackageListResponse, IsNestedNoDeeperThanAWholeDocument) {
     EXPECT_EQ(parse_list(list_around(2048 - 2), packages), 9103);
 }
 
-TEST(PackageListResponse, IsNoJsonWhereverItBreaksOff) {
+TEST(PackageListResponse, IsNotJsonWhereverItBreaksOff) {
     const std::string whole = "{\"data\": [" + PackageJson().object() + ", " + PackageJson().object() + "]}";
     for (std::size_t length = 0; length < whole.length(); ++length) {
         LogCapture log;
@@ -368,7 +368,7 @@ TEST(PackageListResponse, IsNoJsonWhereverItBreaksOff) {
     }
 }
 
-TEST(PackageListResponse, WithWrongSyntaxBehindAWrongElementIsNoJson) {
+TEST(PackageListResponse, WithWrongSyntaxAfterAWrongElementIsNotJson) {
     for (const char* list : {"[7, {]", "[{}, {]", "[{} {}]", "[{},]", "[,{}]", "[{}}"}) {
         LogCapture log;
         std::vector<QvRepoPackage> packages;

@@ -43,7 +43,7 @@ long writes_so_far() {
 class DebugLog : public ::testing::Test {
   protected:
     void SetUp() override {
-        std::filesystem::create_directory(folder_.path("prog"));
+        std::filesystem::create_directory(directory_.path("prog"));
         // Far enough from UTC for another day at most hours, and never UTC.
         setenv("TZ", "XYZ-13:30", 1);
         tzset();
@@ -58,20 +58,20 @@ class DebugLog : public ::testing::Test {
 
     int open(int mode = 0666) {
         int status = -1;
-        open_debug_log(folder_.path().c_str(), "prog", "name", mode, &status);
+        open_debug_log(directory_.path().c_str(), "prog", "name", mode, &status);
         return status;
     }
 
-    std::string file() const { return folder_.path("prog/name." + today() + ".log"); }
+    std::string file() const { return directory_.path("prog/name." + today() + ".log"); }
 
-    // The text of the last record: what stands behind "FUNCTION: ".
+    // The text of the last record: what follows "FUNCTION: ".
     std::string text_of_record() const {
         const std::string all = read_file(file());
         const std::size_t start = all.find("fn: ");
         return start == std::string::npos ? all : all.substr(start + 4);
     }
 
-    TemporaryDirectory folder_;
+    TemporaryDirectory directory_;
     mode_t old_mask_ = umask(022);
 };
 
@@ -152,7 +152,7 @@ TEST_F(DebugLog, EscapesTheArgumentsOfAFormatToo) {
     EXPECT_EQ(text_of_record(), "[a\\r\\n2026-11-20T23:34:00.123Z [1] <16> main: forged]\\n\n");
 }
 
-TEST_F(DebugLog, TakesAFixedTextAsItStands) {
+TEST_F(DebugLog, TakesAFixedTextAsItIs) {
     ASSERT_EQ(open(), 0);
     logmsg(2, "100%s %n %d", "fn");
     EXPECT_EQ(text_of_record(), "100%s %n %d\n");
@@ -196,7 +196,7 @@ TEST_F(DebugLog, KeepsRecordsOfProcessesApart) {
     for (int i = 0; i < processes; ++i) {
         if (fork() == 0) {
             int status = -1;
-            open_debug_log(folder_.path().c_str(), "prog", "name", 0666, &status);
+            open_debug_log(directory_.path().c_str(), "prog", "name", 0666, &status);
             log_set_pid();
             const std::string text(20000, static_cast<char>('a' + i));
             for (int n = 0; n < records; ++n)
@@ -259,29 +259,29 @@ TEST_F(DebugLog, KeepsTheModeOfAFileThatIsThere) {
     EXPECT_EQ(status.st_mode & 07777U, 0600U);
 }
 
-TEST_F(DebugLog, WritesNothingWhenTheFolderIsMissing) {
-    std::filesystem::remove(folder_.path("prog"));
+TEST_F(DebugLog, WritesNothingWhenTheDirectoryIsMissing) {
+    std::filesystem::remove(directory_.path("prog"));
     EXPECT_EQ(open(), ENOENT);
     logmsg(16, "text", "fn");
-    EXPECT_EQ(folder_.names(), std::vector<std::string>{});
+    EXPECT_EQ(directory_.names(), std::vector<std::string>{});
 }
 
-TEST_F(DebugLog, TellsWhyItCannotBeOpened) {
+TEST_F(DebugLog, ReturnsWhyItCannotBeOpened) {
     std::filesystem::create_directory(file());
     EXPECT_EQ(open(), EISDIR);
     std::filesystem::remove(file());
-    std::filesystem::remove(folder_.path("prog"));
-    write_file(folder_.path("prog"), "");
+    std::filesystem::remove(directory_.path("prog"));
+    write_file(directory_.path("prog"), "");
     EXPECT_EQ(open(), ENOTDIR);
     int status = -1;
     open_debug_log(nullptr, "prog", "name", 0666, &status);
     EXPECT_EQ(status, EINVAL);
-    open_debug_log(folder_.path().c_str(), nullptr, "name", 0666, &status);
+    open_debug_log(directory_.path().c_str(), nullptr, "name", 0666, &status);
     EXPECT_EQ(status, EINVAL);
-    open_debug_log(folder_.path().c_str(), "prog", nullptr, 0666, &status);
+    open_debug_log(directory_.path().c_str(), "prog", nullptr, 0666, &status);
     EXPECT_EQ(status, EINVAL);
     logmsgf(16, "fn", "%s", "goes nowhere");
-    EXPECT_EQ(folder_.names(), std::vector<std::string>{"prog"});
+    EXPECT_EQ(directory_.names(), std::vector<std::string>{"prog"});
 }
 
 TEST_F(DebugLog, IsNeverAPipeADeviceOrASymbolicLink) {
@@ -294,17 +294,17 @@ TEST_F(DebugLog, IsNeverAPipeADeviceOrASymbolicLink) {
     EXPECT_EQ(open(), EINVAL);
     ASSERT_EQ(umount(file().c_str()), 0);
     std::filesystem::remove(file());
-    write_file(folder_.path("target"), "");
-    std::filesystem::create_symlink(folder_.path("target"), file());
+    write_file(directory_.path("target"), "");
+    std::filesystem::create_symlink(directory_.path("target"), file());
     EXPECT_EQ(open(), ELOOP);
     logmsg(16, "text", "fn");
-    EXPECT_EQ(read_file(folder_.path("target")), "");
+    EXPECT_EQ(read_file(directory_.path("target")), "");
 }
 
 TEST_F(DebugLog, IsClosedAfterAFailedOpening) {
     ASSERT_EQ(open(), 0);
     int status = -1;
-    open_debug_log(folder_.path("missing").c_str(), "prog", "name", 0666, &status);
+    open_debug_log(directory_.path("missing").c_str(), "prog", "name", 0666, &status);
     EXPECT_EQ(status, ENOENT);
     logmsg(2, "text", "fn");
     EXPECT_EQ(read_file(file()), "");
@@ -312,13 +312,13 @@ TEST_F(DebugLog, IsClosedAfterAFailedOpening) {
 
 TEST_F(DebugLog, MovesToTheFileOpenedLast) {
     ASSERT_EQ(open(), 0);
-    std::filesystem::create_directory(folder_.path("other"));
+    std::filesystem::create_directory(directory_.path("other"));
     int status = -1;
-    open_debug_log(folder_.path().c_str(), "other", "name", 0666, &status);
+    open_debug_log(directory_.path().c_str(), "other", "name", 0666, &status);
     ASSERT_EQ(status, 0);
     logmsg(2, "text", "fn");
     EXPECT_EQ(read_file(file()), "");
-    EXPECT_NE(read_file(folder_.path("other/name." + today() + ".log")), "");
+    EXPECT_NE(read_file(directory_.path("other/name." + today() + ".log")), "");
 }
 
 TEST_F(DebugLog, DoesNothingBeforeItIsOpenedOrAfterItIsClosed) {
@@ -355,7 +355,7 @@ TEST_F(DebugLog, WritesTheFormatOfATextThatCannotBeRendered) {
 }
 
 TEST_F(DebugLog, LosesARecordOnAFullDiskInSilence) {
-    ASSERT_EQ(mount("full", folder_.path("prog").c_str(), "tmpfs", 0, "size=16k"), 0);
+    ASSERT_EQ(mount("full", directory_.path("prog").c_str(), "tmpfs", 0, "size=16k"), 0);
     ASSERT_EQ(open(), 0);
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
@@ -364,7 +364,7 @@ TEST_F(DebugLog, LosesARecordOnAFullDiskInSilence) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     close_debug_log();
-    ASSERT_EQ(umount(folder_.path("prog").c_str()), 0);
+    ASSERT_EQ(umount(directory_.path("prog").c_str()), 0);
 }
 
 TEST_F(DebugLog, ClosesARecordThatAFullDiskCut) {

@@ -83,7 +83,7 @@ class FileCopy : public ::testing::Test {
     mode_t old_mask_ = umask(022);
 };
 
-TEST_F(FileCopy, BringsEveryByteUnderTheNewName) {
+TEST_F(FileCopy, CopiesEveryByte) {
     EXPECT_EQ(copy(), 0);
     EXPECT_TRUE(read_file(to_) == long_text());
     EXPECT_TRUE(read_file(from_) == long_text());
@@ -151,7 +151,7 @@ TEST_F(FileCopy, OfAMissingSourceLeavesNothing) {
     EXPECT_EQ(repository(), Names{});
 }
 
-TEST_F(FileCopy, OfWhatIsNoRegularFileLeavesNothing) {
+TEST_F(FileCopy, OfWhatIsNotARegularFileLeavesNothing) {
     EXPECT_EQ(fileCOPY(directory_.path().c_str(), to_.c_str()), EISDIR);
     ASSERT_EQ(mkfifo(directory_.path("pipe").c_str(), 0600), 0);
     EXPECT_EQ(fileCOPY(directory_.path("pipe").c_str(), to_.c_str()), EINVAL);
@@ -308,7 +308,7 @@ TEST_F(FileCopy, CrossesVolumes) {
     EXPECT_TRUE(read_file(to_) == long_text());
 }
 
-TEST_F(FileCopy, BringsAFileToTheDiskThatIsInPlaceAlready) {
+TEST_F(FileCopy, FlushesAFileThatIsInPlaceAlready) {
     EXPECT_EQ(flush_file(from_.c_str()), 0);
     EXPECT_EQ(faults().count("fsync"), 2);
     for (const int passed : {0, 1}) {
@@ -339,7 +339,7 @@ TEST(FileDelete, RemovesALinkAndNotItsTarget) {
     EXPECT_EQ(directory.names(), Names{"target"});
 }
 
-TEST(FileDelete, TellsWhyItFailed) {
+TEST(FileDelete, ReturnsWhyItFailed) {
     const TemporaryDirectory directory;
     std::filesystem::create_directory(directory.path("directory"));
     EXPECT_EQ(fileDELETE(directory.path("missing").c_str()), ENOENT);
@@ -394,7 +394,7 @@ TEST(OpenFile, IsClosedOnceByItsLastOwner) {
     EXPECT_EQ(read(reading.get(), &byte, 1), 0) << "no writer is left";
 }
 
-TEST(OpenFile, TellsOfAFailureToClose) {
+TEST(OpenFile, ReportsAFailureToClose) {
     FileDescriptor file(9999);
     EXPECT_EQ(file.close(), EBADF);
     EXPECT_FALSE(file.is_open());

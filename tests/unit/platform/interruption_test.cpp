@@ -71,7 +71,7 @@ TEST(Interruption, OutsideAChangeIsObeyedAtOnce) {
     EXPECT_EQ(ending, 128 + SIGTERM);
 }
 
-TEST(Interruption, IsNoBrokenPipeFromTheChangeOn) {
+TEST(Interruption, IsNotABrokenPipeFromTheChangeOn) {
     const int ending = in_child([] {
         { const DeferredSignals over; }
         static_cast<void>(std::raise(SIGPIPE));

@@ -75,7 +75,7 @@ TEST_F(MasterConfig, KeepsAnEmptyName) {
     EXPECT_EQ(lunt_is_master_server(""), 0);
 }
 
-TEST_F(MasterConfig, RefusesWhatIsNoConfigurationAndKeepsTheEarlierRecord) {
+TEST_F(MasterConfig, RefusesWhatIsNotAConfigurationAndKeepsTheEarlierRecord) {
     ASSERT_EQ(read(R"({"servers": ["kept.example.com"]})"), 0);
     const std::vector<std::string> table = {
         "",
@@ -119,7 +119,7 @@ TEST_F(MasterConfig, MayBeOneMebibyteLongAndNoMore) {
 TEST_F(MasterConfig, MustBeARegularFile) {
     EXPECT_NE(QV_read_master_config(), 0) << "missing";
     std::filesystem::create_directories(MASTER_CONFIG_FILE);
-    EXPECT_NE(QV_read_master_config(), 0) << "a folder";
+    EXPECT_NE(QV_read_master_config(), 0) << "a directory";
     std::filesystem::remove(MASTER_CONFIG_FILE);
     ASSERT_EQ(mkfifo(MASTER_CONFIG_FILE, 0600), 0);
     EXPECT_NE(QV_read_master_config(), 0) << "a pipe";
@@ -150,9 +150,9 @@ TEST_F(MasterRole, IsHeldByTheHostOfThatNameWithoutAskingAResolver) {
 
 TEST_F(MasterRole, IsHeldByTheHostOfThatFullName) {
     // The address is another machine's, so that nothing but the name can decide.
-    const TemporaryDirectory folder;
-    write_file(folder.path("hosts"), "192.0.2.7 full.example.com short\n");
-    ASSERT_EQ(mount(folder.path("hosts").c_str(), "/etc/hosts", nullptr, MS_BIND, nullptr), 0);
+    const TemporaryDirectory directory;
+    write_file(directory.path("hosts"), "192.0.2.7 full.example.com short\n");
+    ASSERT_EQ(mount(directory.path("hosts").c_str(), "/etc/hosts", nullptr, MS_BIND, nullptr), 0);
     ASSERT_EQ(sethostname("short", 5), 0);
     EXPECT_TRUE(is_master("Full.example.com"));
     EXPECT_EQ(faults().count("getaddrinfo"), 1)

@@ -20,10 +20,10 @@ std::string catalog_path(const std::string& locale) {
 
 // Compiles a catalog of the locale; `source` is what gencat reads.
 void install_catalog(const std::string& locale, const std::string& source) {
-    const TemporaryDirectory folder;
-    write_file(folder.path("messages"), "$ codeset=UTF-8\n" + source);
+    const TemporaryDirectory directory;
+    write_file(directory.path("messages"), "$ codeset=UTF-8\n" + source);
     std::filesystem::create_directories(std::filesystem::path(catalog_path(locale)).parent_path());
-    const std::string command = "gencat " + catalog_path(locale) + " " + folder.path("messages");
+    const std::string command = "gencat " + catalog_path(locale) + " " + directory.path("messages");
     ASSERT_EQ(std::system(command.c_str()), 0) << command; // NOLINT(cert-env33-c): fixed words only
 }
 
@@ -106,13 +106,13 @@ TEST_F(MessageLocale, FillsEveryBufferThatIsThere) {
     EXPECT_EQ(fifth[0], '#');
 }
 
-TEST_F(MessageCatalog, GivesTheDefaultTextWithoutACatalog) {
+TEST_F(MessageCatalog, UsesTheDefaultTextWithoutACatalog) {
     for (const char* locale : {"ja_JP.UTF-8", "C", "POSIX", "", "nonsense"})
         EXPECT_EQ(lookup(locale), "default text.") << locale;
     EXPECT_EQ(lookup(nullptr), "default text.");
 }
 
-TEST_F(MessageCatalog, GivesTheTextOfTheNumberInTheIdentifier) {
+TEST_F(MessageCatalog, UsesTheTextOfTheNumberInTheIdentifier) {
     install_catalog("ja", "$set 1\n25 vingt-cinq %s\n7 sept %s\n1025 mille %s\n");
     EXPECT_EQ(lookup("ja", "TqlRpo0025N"), "vingt-cinq text");
     EXPECT_EQ(lookup("ja", "TqlRpo0007N"), "sept text");
@@ -154,7 +154,7 @@ TEST_F(MessageCatalog, IsNeverUsedForThePlainLocales) {
         EXPECT_EQ(lookup(locale), "default text.") << locale;
 }
 
-TEST_F(MessageCatalog, IsNotLookedForOutsideItsFolder) {
+TEST_F(MessageCatalog, IsNotLookedForOutsideItsDirectory) {
     install_catalog("ja", "$set 1\n25 found %s\n");
     for (const char* locale : {"../msg/ja", "./ja", "x/../ja", "/ja"})
         EXPECT_EQ(lookup(locale), "default text.") << locale;
@@ -258,7 +258,7 @@ TEST_F(MessageCatalog, ThatIsDamagedCountsAsMissing) {
         {"table larger than the file", with_word(1, 1000000)},
         {"table whose size overflows", with_word(1, 0xffffffff)},
         {"table of size zero by overflow", with_word(1, 0x80000000)},
-        {"text behind the file", with_word(5, 0x7fffffff)},
+        {"text past the file's end", with_word(5, 0x7fffffff)},
         {"over a mebibyte", sound + std::string(std::size_t{1024} * 1024, '\0')},
         {"no catalog at all", std::string(4096, '\0')},
     };
@@ -269,7 +269,7 @@ TEST_F(MessageCatalog, ThatIsDamagedCountsAsMissing) {
     }
 }
 
-TEST_F(MessageCatalog, WhoseTextWouldLieBehindTheFileCountsAsMissing) {
+TEST_F(MessageCatalog, WhoseTextWouldLieAfterTheFileCountsAsMissing) {
     install_catalog("ja", "$set 1\n25 found %s\n26 more %s\n");
     std::string bytes = read_file(catalog_path("ja"));
     const auto word = [&](std::size_t i) {
@@ -277,7 +277,7 @@ TEST_F(MessageCatalog, WhoseTextWouldLieBehindTheFileCountsAsMissing) {
         std::memcpy(&value, bytes.data() + i * sizeof value, sizeof value);
         return value;
     };
-    // Behind three words of header stand the entries, twice: set, message, place of the text.
+    // The entries follow three words of header, twice: set, message, place of the text.
     const std::size_t entries = std::size_t{word(1)} * word(2);
     const auto texts = static_cast<std::uint32_t>(bytes.size() - (3 + 6 * entries) * sizeof(std::uint32_t));
     for (std::size_t entry = 0; entry < entries; ++entry) {
@@ -311,7 +311,7 @@ TEST_F(MessageCatalog, IsOpenedOnce) {
     EXPECT_EQ(read(watcher.get(), events.data(), sizeof events), ssize_t{2 * sizeof(inotify_event)});
 }
 
-TEST_F(MessageCatalog, ThatIsAFolderCountsAsMissing) {
+TEST_F(MessageCatalog, ThatIsADirectoryCountsAsMissing) {
     std::filesystem::create_directories(catalog_path("ja"));
     EXPECT_EQ(catalog_text(catalog_path("ja"), 25), std::nullopt);
 }

@@ -115,7 +115,7 @@ TEST_F(APendingFile, ReplacesADanglingSymbolicLink) {
     EXPECT_FALSE(std::filesystem::exists(directory_.path("nowhere")));
 }
 
-TEST_F(APendingFile, TakesAPathWithoutADirectory) {
+TEST_F(APendingFile, AcceptsAPathWithoutADirectory) {
     const auto before = std::filesystem::current_path();
     std::filesystem::current_path(directory_.path("repo"));
     EXPECT_EQ(put("package.sja"), 0);
@@ -123,7 +123,7 @@ TEST_F(APendingFile, TakesAPathWithoutADirectory) {
     EXPECT_EQ(repository(), Names{"package.sja"});
 }
 
-TEST_F(APendingFile, TakesTheLongestNames) {
+TEST_F(APendingFile, AcceptsTheLongestNames) {
     const std::string name(255, 'n');
     const std::string path = directory_.path("repo/" + name);
     for (int i = 0; i < 2; ++i)

@@ -21,7 +21,7 @@ inline void empty_product_tree() {
         std::filesystem::remove_all(entry.path());
 }
 
-// Writes `bytes` to `path`, making the folders above it.
+// Writes `bytes` to `path`, making the directories above it.
 inline void write_product_file(const std::string& path, const std::string& bytes) {
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     write_file(path, bytes);

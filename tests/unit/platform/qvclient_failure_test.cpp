@@ -1,4 +1,4 @@
-// How a request ends that brings no whole answer: libcurl's number, one record in the log, and no results.
+// How a request ends without a whole answer: libcurl's number, one record in the log, and no results.
 
 #include "tests/unit/platform/qvclient_fixture.h"
 
@@ -49,7 +49,7 @@ constexpr int NO_ANSWER = 52;
 constexpr int CANNOT_UNPACK = 61;
 constexpr int ANNOUNCED_TOO_LONG = 63;
 
-constexpr std::size_t LONGEST_ANSWER = std::size_t{512} * 1024 * 1024;
+constexpr std::size_t MAX_ANSWER = std::size_t{512} * 1024 * 1024;
 
 // Bits in the order in which a deflate stream holds them.
 class BitStream {
@@ -110,7 +110,7 @@ class QvClientFailure : public QvClient {
         EXPECT_EQ(client.httpResponseCode, 0);
         EXPECT_EQ(client.responseBody, "");
         const std::vector<LogRecord> records = log_.records();
-        EXPECT_EQ(records.size(), records_before + 1) << "one record tells of one failure";
+        EXPECT_EQ(records.size(), records_before + 1) << "one record for one failure";
         if (records.size() <= records_before)
             return "";
         EXPECT_EQ(records.back().level, 16);
@@ -183,7 +183,7 @@ TEST_F(QvClientFailure, OfNoAnswerAtAll) {
     EXPECT_EQ(failure(NO_ANSWER), "Empty reply from server");
 }
 
-TEST_F(QvClientFailure, OfAnAnswerThatIsNoHttp) {
+TEST_F(QvClientFailure, OfAnAnswerThatIsNotHttp) {
     serve("hello\r\n");
     EXPECT_EQ(failure(UNSUPPORTED_PROTOCOL), "Received HTTP/0.9 when not allowed");
 }
@@ -193,7 +193,7 @@ TEST_F(QvClientFailure, OfABodyThatCannotBeUnpacked) {
     EXPECT_NE(failure(CANNOT_UNPACK), "");
 }
 
-TEST_F(QvClientFailure, OfAHostThatIsNoHost) {
+TEST_F(QvClientFailure, OfAnInvalidHost) {
     for (const std::string& host :
          {std::string(""), std::string(" "), std::string("master.example.com/x"),
           std::string("master.example.com?x"), std::string("master.example.com#x"),
@@ -228,7 +228,7 @@ TEST_F(QvClientFailure, DoesNotSpoilTheNextRequest) {
     EXPECT_EQ(client.responseBody, "well");
 }
 
-TEST_F(QvClientFailure, IsToldByWhateverOperation) {
+TEST_F(QvClientFailure, IsReportedByEveryOperation) {
     Client client;
     EXPECT_EQ(client.post("x", "{}"), CANNOT_CONNECT);
     EXPECT_EQ(client.postStream("x", "{}"), CANNOT_CONNECT);
@@ -253,24 +253,24 @@ TEST_F(QvClientLongAnswer, IsUnpacked) {
 }
 
 TEST_F(QvClientLongAnswer, MayUnpackToTheLimit) {
-    serve(answer(200, packed_zeros(LONGEST_ANSWER), "Content-Encoding: deflate\r\n"));
+    serve(answer(200, packed_zeros(MAX_ANSWER), "Content-Encoding: deflate\r\n"));
     Client client;
     ASSERT_EQ(client.get("x"), 0);
-    EXPECT_EQ(client.responseBody.size(), LONGEST_ANSWER);
+    EXPECT_EQ(client.responseBody.size(), MAX_ANSWER);
 }
 
 TEST_F(QvClientLongAnswer, IsRefusedWhenItUnpacksToMore) {
-    serve(answer(200, packed_zeros(LONGEST_ANSWER + 1), "Content-Encoding: deflate\r\n"));
+    serve(answer(200, packed_zeros(MAX_ANSWER + 1), "Content-Encoding: deflate\r\n"));
     EXPECT_THAT(failure(ANSWER_REFUSED), MatchesRegex(".*: the answer is longer than 536870912 bytes"));
 }
 
 TEST_F(QvClientLongAnswer, IsRefusedAtOnceWhenItAnnouncesMore) {
-    serve("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(LONGEST_ANSWER + 1) + "\r\n\r\nfirst bytes");
+    serve("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(MAX_ANSWER + 1) + "\r\n\r\nfirst bytes");
     EXPECT_EQ(failure(ANNOUNCED_TOO_LONG), "Maximum file size exceeded");
 }
 
 TEST_F(QvClientLongAnswer, MayAnnounceTheLimit) {
-    serve("HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: " + std::to_string(LONGEST_ANSWER) +
+    serve("HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: " + std::to_string(MAX_ANSWER) +
           "\r\n\r\nfirst bytes");
     EXPECT_NE(failure(HALF_AN_ANSWER), "") << "taken up to where it broke off";
 }

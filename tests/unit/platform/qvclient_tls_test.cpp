@@ -162,9 +162,9 @@ TEST_F(QvClientTls, FailsWithAnotherCertificatesKey) {
 }
 
 // In a process with a terminal, where OpenSSL would ask.
-TEST_F(QvClientTls, FailsWithALockedKeyAndAsksNobodyForItsWord) {
+TEST_F(QvClientTls, FailsWithAnEncryptedKeyAndAsksNobodyForItsPassphrase) {
     write_certificate(TLS_HOST_CERTIFICATE_FILE, host_);
-    write_key(TLS_HOST_KEY_FILE, host_, "word");
+    write_key(TLS_HOST_KEY_FILE, host_, "secret");
     int terminal = -1;
     const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
     ASSERT_GE(child, 0);

@@ -17,13 +17,13 @@ bool is_unusable(int stream) {
     return count < 0 && errno == EBADF;
 }
 
-TEST(StandardStreams, ThatAreClosedAreOccupiedAndStayUnusable) {
+TEST(StandardStreams, ThatAreClosedAreReservedAndStayUnusable) {
     for (unsigned closed = 0; closed < 8; ++closed) {
         const int wrong = in_child([closed] {
             for (int stream = 0; stream < 3; ++stream)
                 if ((closed >> static_cast<unsigned>(stream) & 1U) != 0)
                     close(stream);
-            occupy_standard_streams();
+            reserve_standard_fds();
             for (int stream = 0; stream < 3; ++stream) {
                 const bool was_closed = (closed >> static_cast<unsigned>(stream) & 1U) != 0;
                 if (fcntl(stream, F_GETFD) < 0 || (was_closed && !is_unusable(stream)))
@@ -40,7 +40,7 @@ TEST(StandardStreams, ThatAreOpenStayAsTheyAre) {
         int ends[2];
         if (pipe(ends) != 0 || dup2(ends[1], 1) != 1)
             return 1;
-        occupy_standard_streams();
+        reserve_standard_fds();
         char byte = 0;
         return write(1, "x", 1) == 1 && read(ends[0], &byte, 1) == 1 && byte == 'x' ? 0 : 2;
     });

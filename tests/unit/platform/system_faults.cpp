@@ -119,11 +119,11 @@ int __wrap_ioctl(int file, unsigned long request, ...) {
     return __real_ioctl(file, request, argument);
 }
 
-int __wrap_linkat(int from_folder, const char* from, int to_folder, const char* to, int flags) {
-    return faults().fails("linkat") ? -1 : __real_linkat(from_folder, from, to_folder, to, flags);
+int __wrap_linkat(int from_directory, const char* from, int to_directory, const char* to, int flags) {
+    return faults().fails("linkat") ? -1 : __real_linkat(from_directory, from, to_directory, to, flags);
 }
 
-int __wrap_openat64(int folder, const char* path, int flags, ...) {
+int __wrap_openat64(int directory, const char* path, int flags, ...) {
     std::va_list arguments;
     va_start(arguments, flags);
     const auto mode = va_arg(arguments, mode_t);
@@ -134,7 +134,7 @@ int __wrap_openat64(int folder, const char* path, int flags, ...) {
         errno = faults().unknown_open_flags_error;
         return -1;
     }
-    return __real_openat64(folder, path, flags, mode);
+    return __real_openat64(directory, path, flags, mode);
 }
 
 ssize_t __wrap_read(int file, void* bytes, size_t size) {
@@ -147,8 +147,8 @@ ssize_t __wrap_read(int file, void* bytes, size_t size) {
     return size == 0 ? 0 : __real_read(file, bytes, size);
 }
 
-int __wrap_renameat(int from_folder, const char* from, int to_folder, const char* to) {
-    return faults().fails("renameat") ? -1 : __real_renameat(from_folder, from, to_folder, to);
+int __wrap_renameat(int from_directory, const char* from, int to_directory, const char* to) {
+    return faults().fails("renameat") ? -1 : __real_renameat(from_directory, from, to_directory, to);
 }
 
 ssize_t __wrap_write(int file, const void* bytes, size_t size) {

@@ -1,7 +1,6 @@
-// Stands in front of some system calls of the code under test, to count them and to make them fail on
-// request.
+// Wraps some system calls of the code under test, to count them and to make them fail on request.
 //
-// The calls are the ones that this folder's CMakeLists.txt names; all pass to the system unless a test says
+// The calls are the ones that this directory's CMakeLists.txt names; all pass to the system unless a test says
 // otherwise.
 
 #ifndef TESTS_UNIT_PLATFORM_SYSTEM_FAULTS_H

@@ -45,8 +45,8 @@ struct TlsServerOptions {
 class TlsServer {
   public:
     using Options = TlsServerOptions;
-    // The bytes that answer a request. The connection is closed behind an answer of the form "Connection:
-    // close", and behind an empty one.
+    // The bytes that answer a request. The connection is closed after an answer with "Connection:
+    // close", and after an empty one.
     using Handler = std::function<std::string(const WireRequest&)>;
 
     TlsServer(const Identity& identity, Handler handler, const Options& options = Options());
