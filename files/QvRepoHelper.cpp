@@ -77,7 +77,7 @@ int confirmAction(const std::string& prompt, std::ostream& out, std::istream& in
     return line[0] == 'y' || line[0] == 'Y' ? 1 : 0;
 }
 
-// By value, as the seam hands it on.
+// By value, as the seam passes it on.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 int deletePackageItems(std::vector<std::string> paths) {
     const char* function = "QvRepoHelper::deletePackageItems";
@@ -85,7 +85,7 @@ int deletePackageItems(std::vector<std::string> paths) {
     for (const std::string& path : paths) {
         if (!pathExists(path.c_str()))
             logmsgf(16, function, "Package item %s does not exist.", path.c_str());
-        // Tried even so: the outcome is the system's to tell.
+        // Tried all the same: the system decides the outcome.
         if (T::fileDELETE(path.c_str()) != 0) {
             logmsgf(16, function, "Failed to delete package item %s.", path.c_str());
             deleted_all = false;

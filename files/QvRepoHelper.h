@@ -33,7 +33,7 @@ bool isSjaExtension(std::string name);
 // empty listing is one too. Empty slots are skipped. Logs every entry and the verdict.
 bool isSjaEnvelope(const stat_array* listing);
 
-// Writes `prompt` as it stands, flushes, and reads one line. 1 for a line that begins with y or Y, else 0.
+// Writes `prompt` as it is, flushes, and reads one line. 1 for a line that begins with y or Y, else 0.
 int confirmAction(const std::string& prompt, std::ostream& out, std::istream& in);
 
 // Deletes every path, going on after a failure. 1 when all were deleted, else 0.

@@ -25,8 +25,8 @@ namespace {
 constexpr std::uint64_t CHUNK_SIZE = 4096;
 constexpr unsigned MODE_BITS = 0xFFF;
 
-// The path of the entry's file, its name as stored, up to its first NUL byte. Of a name that the file cuts
-// off, what is there. A directory longer than sja_strnlen measures gives an empty path, which cannot be
+// The path of the entry's file, its name as stored, up to its first NUL byte. Where the file ends inside
+// the name, what there is of it. A directory longer than sja_strnlen measures makes an empty path, which cannot be
 // opened.
 std::string entry_path(FILE* archive, const block_info& block, const char* directory) {
     const std::size_t directory_length = sja_strnlen(directory);
@@ -40,7 +40,7 @@ std::string entry_path(FILE* archive, const block_info& block, const char* direc
     return std::string(directory) + "/" + name.data();
 }
 
-// Copies `size` bytes from where the archive stands. An archive that ends earlier is not an error: the file
+// Copies `size` bytes from the archive's position. An archive that ends earlier is not an error: the file
 // gets its full size, and the buffer's old bytes fill what is missing.
 bool copy_data(FILE* archive, FILE* file, std::uint64_t size) {
     std::vector<char> buffer(CHUNK_SIZE);
@@ -53,7 +53,7 @@ bool copy_data(FILE* archive, FILE* file, std::uint64_t size) {
             return false;
         size -= chunk;
     }
-    // An error of before counts, too: the entry's name may have met it.
+    // An earlier error counts, too: reading the entry's name may have met it.
     return !interruption_noted() && std::ferror(archive) == 0;
 }
 
@@ -89,7 +89,7 @@ bool try_write_entry(FILE* archive, const block_info& block, const char* directo
 
 void cut_off(FILE* archive, std::uint64_t offset) {
     seek_to(archive, 0);
-    // Not tested: an archive that stays longer only means that its last entries are written once more.
+    // The result does not count: an archive that stays longer only means that its last entries are written once more.
     if (ftruncate(fileno(archive), static_cast<off_t>(offset)) != 0)
         return;
 }
@@ -104,7 +104,7 @@ bool claim(FILE* archive) {
 void remove_archive(FILE* archive, const char* path) {
     struct stat named = {};
     if (stat(path, &named) == 0 && is_file_of(archive, named) && std::remove(path) == 0)
-        // Not tested: what comes back without it after a power failure is an archive without entries.
+        // The result does not count: what a power failure brings back is an archive without entries.
         static_cast<void>(flush_directory_of(path));
 }
 

@@ -13,9 +13,9 @@
 
 namespace {
 
-constexpr char file_header[4] = {'J', 'A', 'N', 'K'};
-// Nearer to the largest offset, filling a stream's buffer is an error and not the end of the file, and the
-// stream would remember it.
+constexpr char MAGIC[4] = {'J', 'A', 'N', 'K'};
+// Nearer to the largest offset, a stream that fills its buffer meets an error instead of the end of the file,
+// and remembers it.
 constexpr std::uint64_t MAX_OFFSET = std::numeric_limits<off_t>::max() - STREAM_BUFFER_SIZE;
 constexpr std::size_t FIRST_CAPACITY = 16;
 constexpr std::size_t SLOT_SIZE = sizeof(void*);
@@ -51,7 +51,7 @@ struct Walk {
 Walk walk_blocks(FILE* archive, std::uint64_t base) {
     Walk found;
     BlockList& last = found.last;
-    std::uint64_t offset = base + sizeof file_header;
+    std::uint64_t offset = base + sizeof MAGIC;
     // Ends where the file does. A size that leads past the largest offset counts as one that runs past the
     // end, as wrapping around would read the same entries for ever.
     while (offset <= MAX_OFFSET) {
@@ -140,14 +140,14 @@ BlockList walk_archive(FILE* archive) {
 }
 
 int verify_jank_archive(FILE* archive) {
-    char magic[sizeof file_header] = {};
+    char magic[sizeof MAGIC] = {};
     if (!seek_to(archive, 0) || !read_whole(archive, magic, sizeof magic))
         return 2;
-    if (std::memcmp(magic, file_header, sizeof magic) == 0)
+    if (std::memcmp(magic, MAGIC, sizeof magic) == 0)
         return 0;
     if (!seek_to(archive, SIGNATURE_SIZE) || !read_whole(archive, magic, sizeof magic))
         return 2;
-    return std::memcmp(magic, file_header, sizeof magic) == 0 ? 1 : 2;
+    return std::memcmp(magic, MAGIC, sizeof magic) == 0 ? 1 : 2;
 }
 
 block_info* get_blocks(FILE* archive, std::uint64_t base) {

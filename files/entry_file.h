@@ -16,7 +16,7 @@
 // Behaves like a stream opened with "wb", symbolic links followed, but a regular file takes its name only
 // when it is complete: until put_in_place() succeeds, an earlier file of that name stays as it is, and
 // afterwards nothing of an unfinished one is left. Anything else that has the name already, a device or a
-// pipe, is written to as it stands.
+// pipe, is written to as it is.
 class EntryFile {
   public:
     EntryFile() = default;

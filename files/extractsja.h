@@ -61,7 +61,7 @@ stat_array* stat_archive(const char* path);
 // a null or empty directory), sets its stored mode and cuts the archive at the entry's start. Releases
 // `block` and returns its `next`, null at the end of the list.
 //
-// NAME is used as it stands. A symbolic link of that name is followed; an earlier file keeps the name until
+// NAME is used as it is. A symbolic link of that name is followed; an earlier file keeps the name until
 // the new one is complete and on the disk, and only then is the archive cut. Fails when the file cannot be
 // opened for writing or written, for the archive itself, and for a directory of more than 1024 bytes. On
 // failure nothing is left of the entry's file, the archive keeps the entry and is closed, `block` and all

@@ -16,8 +16,8 @@
 
 namespace {
 
-constexpr const char* copy_tag = "QvRepoHelper::copySja";
-constexpr const char* extract_tag = "QvRepoHelper::extractSja";
+constexpr const char* COPY_FUNCTION = "QvRepoHelper::copySja";
+constexpr const char* EXTRACT_FUNCTION = "QvRepoHelper::extractSja";
 
 // The whole part of `number`. What no 64-bit number can hold, the total of a volume without a single free
 // block among it, counts as the largest one, which no free space is enough for.
@@ -33,9 +33,10 @@ std::uint64_t required_megabytes(float percent_free, unsigned long megabytes_fre
                                  std::uint64_t package_megabytes) {
     const double total = 100.0 / static_cast<double>(percent_free) * static_cast<double>(megabytes_free);
     const std::uint64_t total_megabytes = truncated(total);
-    logmsgf(2, copy_tag, "Total disk space: [%llu] MB.", static_cast<unsigned long long>(total_megabytes));
-    logmsgf(2, copy_tag, "Free disk space: [%lu] MB.", megabytes_free);
-    logmsgf(2, copy_tag, "Percent free: [%f].", static_cast<double>(percent_free));
+    logmsgf(2, COPY_FUNCTION, "Total disk space: [%llu] MB.",
+            static_cast<unsigned long long>(total_megabytes));
+    logmsgf(2, COPY_FUNCTION, "Free disk space: [%lu] MB.", megabytes_free);
+    logmsgf(2, COPY_FUNCTION, "Percent free: [%f].", static_cast<double>(percent_free));
     // Single precision from here on: the verdict at the boundary is the one that administrators know.
     const float kept_free = static_cast<float>(total_megabytes) * 0.015F;
     const float required = kept_free + static_cast<float>(package_megabytes);
@@ -49,11 +50,11 @@ bool has_space_for(std::uint64_t package_megabytes) {
     unsigned long megabytes_free = 0;
     const int error = T::getFreeSpace(REPOSITORY_DIRECTORY, &percent_free, &megabytes_free);
     if (error != 0) {
-        logmsgf(16, copy_tag, "Attempt to resolve free disk space returned error code [%d].", error);
+        logmsgf(16, COPY_FUNCTION, "Attempt to resolve free disk space returned error code [%d].", error);
         return true;
     }
     const std::uint64_t required = required_megabytes(percent_free, megabytes_free, package_megabytes);
-    logmsgf(2, copy_tag, "Required disk space: [%llu] MB.", static_cast<unsigned long long>(required));
+    logmsgf(2, COPY_FUNCTION, "Required disk space: [%llu] MB.", static_cast<unsigned long long>(required));
     return required <= megabytes_free;
 }
 
@@ -64,26 +65,26 @@ std::string place_in_repository(const char* source, const std::string& prefix) {
 bool repository_exists() {
     if (T::pathExists(REPOSITORY_DIRECTORY))
         return true;
-    logmsgf(16, copy_tag, "Package repository location does not exist: [%s].", REPOSITORY_DIRECTORY);
+    logmsgf(16, COPY_FUNCTION, "Package repository location does not exist: [%s].", REPOSITORY_DIRECTORY);
     return false;
 }
 
 int status_of_copy(int error, const char* source) {
     if (error == 0)
         return 0;
-    logmsgf(16, copy_tag, "Unable to copy package file [%s] to [%s].", source, REPOSITORY_DIRECTORY);
+    logmsgf(16, COPY_FUNCTION, "Unable to copy package file [%s] to [%s].", source, REPOSITORY_DIRECTORY);
     return STATUS_COPY_FAILED;
 }
 
 int copy_to(const char* source, const std::string& destination) {
     const int result = T::fileCOPY(source, destination.c_str());
     // Logged whatever the result: readers of the log know it as the trace of the attempt.
-    logmsgf(4, copy_tag, "Copied package file [%s] to [%s].", source, destination.c_str());
+    logmsgf(4, COPY_FUNCTION, "Copied package file [%s] to [%s].", source, destination.c_str());
     return status_of_copy(result, source);
 }
 
 int refuse_extraction(const char* source) {
-    logmsgf(16, extract_tag, "Failed extracting [%s] to directory [%s]", source, REPOSITORY_DIRECTORY);
+    logmsgf(16, EXTRACT_FUNCTION, "Failed extracting [%s] to directory [%s]", source, REPOSITORY_DIRECTORY);
     return STATUS_EXTRACTION_FAILED;
 }
 
@@ -97,35 +98,35 @@ bool is_in_use(const std::string& path) {
 
 void delete_temporary(const std::string& path) {
     if (is_in_use(path) || T::fileDELETE(path.c_str()) != 0)
-        logmsgf(16, extract_tag, "Could not delete temporary package file [%s].", path.c_str());
+        logmsgf(16, EXTRACT_FUNCTION, "Could not delete temporary package file [%s].", path.c_str());
 }
 
 } // namespace
 
-// By value, as the seam hands it on.
+// By value, as the seam passes it on.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 int QvRepoHelper::copySja(const char* source, std::string& destination, std::string name) {
     if (!repository_exists())
         return STATUS_NO_REPOSITORY;
     if (const int code = T::verifySja(source); code != 0) {
-        logmsgf(16, copy_tag,
+        logmsgf(16, COPY_FUNCTION,
                 "Package verification for input file [%s] failed. Error code returned from verifySja: %d.",
                 source, code);
         return code;
     }
     destination = place_in_repository(source, name);
     const std::uint64_t package_megabytes = fileSize(source) >> 20U;
-    logmsgf(2, copy_tag, "Package size: [%llu] MB.", static_cast<unsigned long long>(package_megabytes));
+    logmsgf(2, COPY_FUNCTION, "Package size: [%llu] MB.", static_cast<unsigned long long>(package_megabytes));
     const bool has_space = has_space_for(package_megabytes);
     if (sameFile(source, destination)) {
-        logmsgf(4, copy_tag, "[%s] to [%s] are the same file, no file copy necessary.", source,
+        logmsgf(4, COPY_FUNCTION, "[%s] to [%s] are the same file, no file copy necessary.", source,
                 destination.c_str());
         // Whoever put the file there may not have flushed it.
         return status_of_copy(flush_file(destination.c_str()), source);
     }
     if (has_space)
         return copy_to(source, destination);
-    logmsg(16, "Not enough disk space to copy the package file.", copy_tag);
+    logmsg(16, "Not enough disk space to copy the package file.", COPY_FUNCTION);
     return STATUS_COPY_FAILED;
 }
 
@@ -134,7 +135,7 @@ int QvRepoHelper::copySja(const char* source) {
         return STATUS_NO_REPOSITORY;
     // The other form verifies once more; a plain copy is verified twice.
     if (const int code = T::verifySja(source); code != 0) {
-        logmsgf(16, copy_tag,
+        logmsgf(16, COPY_FUNCTION,
                 "Package verification for input file [%s] failed. Error code returned from verifySja: [%d].",
                 source, code);
         return code;
@@ -152,19 +153,19 @@ int QvRepoHelper::extractSja(const char* source) {
     const int code = T::copySja(source, temporary, "tmp_");
     umask(mask);
     if (code != 0) {
-        logmsgf(16, extract_tag,
+        logmsgf(16, EXTRACT_FUNCTION,
                 "Failed to copy the input sja file to repository. Error code returned from copySja %d.",
                 code);
         // The path is still empty when the copy failed before it was formed; the log shows that as empty
         // brackets.
-        logmsgf(4, extract_tag, "Removing temporary package file [%s].", temporary.c_str());
+        logmsgf(4, EXTRACT_FUNCTION, "Removing temporary package file [%s].", temporary.c_str());
         delete_temporary(temporary);
         return code;
     }
-    logmsgf(4, extract_tag, "Extracting [%s] to [%s].", source, REPOSITORY_DIRECTORY);
-    logmsgf(2, extract_tag, "Running do_extract [%s] to [%s].", temporary.c_str(), REPOSITORY_DIRECTORY);
+    logmsgf(4, EXTRACT_FUNCTION, "Extracting [%s] to [%s].", source, REPOSITORY_DIRECTORY);
+    logmsgf(2, EXTRACT_FUNCTION, "Running do_extract [%s] to [%s].", temporary.c_str(), REPOSITORY_DIRECTORY);
     if (T::do_extract(temporary.c_str(), REPOSITORY_DIRECTORY) != 0) {
-        logmsgf(4, extract_tag, "Successfully extracted [%s] to [%s].", source, REPOSITORY_DIRECTORY);
+        logmsgf(4, EXTRACT_FUNCTION, "Successfully extracted [%s] to [%s].", source, REPOSITORY_DIRECTORY);
         return 0;
     }
     const int status = refuse_extraction(source);

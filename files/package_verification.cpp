@@ -18,14 +18,14 @@
 
 namespace {
 
-constexpr const char* function_tag = "QvRepoHelper::verifySja";
+constexpr const char* FUNCTION = "QvRepoHelper::verifySja";
 
 using PublicKeyPtr = std::unique_ptr<RSA, Release<free_pubkey>>;
 
 PublicKeyPtr installed_key(const std::string& key_path) {
     if (!T::pathExists(key_path.c_str()))
         return nullptr;
-    logmsgf(4, function_tag, "Trying to get Pubkey [%s]", key_path.c_str());
+    logmsgf(4, FUNCTION, "Trying to get Pubkey [%s]", key_path.c_str());
     return PublicKeyPtr(get_pubkey(key_path.c_str()));
 }
 
@@ -37,7 +37,7 @@ std::string without_quotes(std::string path) {
 int refuse_signature(const char* path) {
     // An interrupted check says nothing about the package.
     if (!interruption_noted())
-        logmsgf(16, function_tag, "Signature invalid for SJA file [%s].", path);
+        logmsgf(16, FUNCTION, "Signature invalid for SJA file [%s].", path);
     return STATUS_INVALID_SIGNATURE;
 }
 
@@ -54,17 +54,17 @@ bool is_verified_too(const char* path, FILE* verified, RSA* key) {
 
 int verify_with_key(const char* path, RSA* key) {
     const std::string unquoted = without_quotes(path);
-    logmsg(4, "Public key found. Proceeding with verification", function_tag);
+    logmsg(4, "Public key found. Proceeding with verification", FUNCTION);
     const BufferedStream archive(open_to_read(unquoted.c_str()));
     if (!archive) {
-        logmsgf(16, function_tag, "Could not open SJA file at path [%s].", unquoted.c_str());
+        logmsgf(16, FUNCTION, "Could not open SJA file at path [%s].", unquoted.c_str());
         return STATUS_UNREADABLE_PACKAGE;
     }
     if (!sja_verify_hash(archive.get(), key))
         return refuse_signature(unquoted.c_str());
     if (unquoted != path && !is_verified_too(path, archive.get(), key))
         return refuse_signature(path);
-    logmsgf(4, function_tag, "Signature of SJA file [%s] is verified.", path);
+    logmsgf(4, FUNCTION, "Signature of SJA file [%s] is verified.", path);
     return 0;
 }
 
@@ -72,14 +72,14 @@ int verify_with_key(const char* path, RSA* key) {
 
 int QvRepoHelper::verifySja(const char* path) {
     if (!T::pathExists(path)) {
-        logmsgf(16, function_tag, "Failed to read package content. Supplied .sja file does not exist: [%s].",
+        logmsgf(16, FUNCTION, "Failed to read package content. Supplied .sja file does not exist: [%s].",
                 path);
         return STATUS_FILE_NOT_FOUND;
     }
     const std::string key_path = std::string(PACKAGE_KEY_DIRECTORY) + "/pubkey.pem";
     const PublicKeyPtr key = installed_key(key_path);
     if (!key) {
-        logmsgf(16, function_tag, "Public key [%s] not found.", key_path.c_str());
+        logmsgf(16, FUNCTION, "Public key [%s] not found.", key_path.c_str());
         return STATUS_NO_PUBLIC_KEY;
     }
     return verify_with_key(path, key.get());

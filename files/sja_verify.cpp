@@ -48,7 +48,7 @@ void read_pem_key(const std::vector<unsigned char>& pem, KeyPtr& key) {
     RSA* read_into = key.release();
     PEM_read_bio_RSA_PUBKEY(bio.get(), &read_into, no_passphrase, nullptr);
     key.reset(read_into);
-    // What is left in the error queue would be taken for its own by the next TLS connection.
+    // The next TLS connection would mistake what is left in the error queue for its own errors.
     ERR_clear_error();
 }
 

@@ -20,7 +20,7 @@ std::int64_t get_filesize(FILE* stream);
 
 // Reads an RSA public key from the PEM file at `path`. The caller releases it with free_pubkey or RSA_free.
 // Null when the file cannot be opened or read, is a pipe, is empty or larger than 65535 bytes. A file that
-// holds no readable key, or an encrypted one (nobody is asked for a passphrase), gives an empty key, which
+// holds no readable key, or an encrypted one (nobody is asked for a passphrase), yields an empty key, which
 // fails every verification.
 RSA* get_pubkey(const char* path);
 

@@ -44,7 +44,7 @@ class QvRepoPackage {
     // The type as an administrator reads it: "server+client", "client", "server eeb", ...
     std::string formatPackageType();
 
-    // The service's time stamp as an administrator reads it: 2021-03-04T05:06:07.890Z gives 2021-03-04
+    // The service's time stamp as an administrator reads it: 2021-03-04T05:06:07.890Z becomes 2021-03-04
     // 05:06:07.
     std::string formatDateTime(const std::string& utc);
 

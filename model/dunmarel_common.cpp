@@ -33,7 +33,7 @@ constexpr std::array<const char*, PACKAGE_TYPE_COUNT> PACKAGE_TYPE_KEYS = {"qvcl
                                                                            "qvrt",
                                                                            "mongotc"};
 
-// How many decimal digits each number of a version keeps, and what its last digit stands for in the packed
+// How many decimal digits each number of a version keeps, and what its last digit is worth in the packed
 // form.
 struct VersionDigit {
     unsigned modulus;

@@ -40,11 +40,11 @@ int extract_package_details_from_name(pkg_details* details);
 std::string get_package_type_string(int type);
 inline constexpr int PACKAGE_TYPE_COUNT = 18;
 
-// The name of an operating-system code, as the platform gives it; "INVALID" for an unknown one.
+// The name of an operating-system code, as the platform calls it; "INVALID" for an unknown one.
 std::string get_package_os_string(int os);
 
 // Packs up to six dot-separated numbers into one: two decimal digits of the first, one of each other, so that
-// "8.3.0.1" gives 830100. Returns 107 when `text` does not begin with a number, which is the packed form of
+// "8.3.0.1" becomes 830100. Returns 107 when `text` does not begin with a number, which is the packed form of
 // "0.0.0.1.0.7" as well: callers compare against a lowest version far above both.
 int str_to_version(const char* text);
 

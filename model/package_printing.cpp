@@ -66,7 +66,7 @@ std::string QvRepoPackage::formatPackageType() {
         return "server+client";
     if (packageType == "maint.qvclient")
         return "client";
-    // The name, not the type: it alone tells for which side an EEB was built.
+    // The name, not the type: only the name says for which side an EEB was built.
     if (packageName.find("qveeb.client") != std::string::npos)
         return "client eeb";
     if (packageName.find("qveeb.server") != std::string::npos)

@@ -44,7 +44,7 @@ std::string percent_encoded(const std::string& uri) {
     return encoded;
 }
 
-// Whether the name stays a name, and nothing but it, where a URL has its host.
+// Whether the name is only a host where a URL has its host.
 bool is_host(const std::string& host) {
     return !host.empty() && std::none_of(host.begin(), host.end(), [](char c) {
         return is_control(c) || std::string(" /?#@\\[]").find(c) != std::string::npos;
@@ -85,8 +85,7 @@ struct QVClientCURL::Transfer {
     void set_answer(QVClientCURL& client);
     void explain() const;
 
-    // After the first option that libcurl refuses nothing is sent: a request never goes out with less
-    // protection.
+    // Once libcurl has refused an option, nothing is sent: a request never goes out with less protection.
     template <typename Value>
     void set(CURLoption option, Value value) {
         if (result == CURLE_OK)
@@ -169,7 +168,7 @@ void QVClientCURL::Transfer::set_tls() {
     set(CURLOPT_SSL_VERIFYPEER, 1L);
     set(CURLOPT_SSL_VERIFYHOST, 2L);
     set(CURLOPT_CAINFO, TLS_AUTHORITY_FILE);
-    // libcurl would trust the distribution's directory of authorities besides.
+    // libcurl would also trust the distribution's directory of authorities.
     set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
     // A service that asks for certificates may refuse a resumed session, and the connection is kept anyway.
     set(CURLOPT_SSL_SESSIONID_CACHE, 0L);
@@ -186,7 +185,7 @@ void QVClientCURL::Transfer::set_limits() {
     set(CURLOPT_CONNECTTIMEOUT, connect_timeout);
     set(CURLOPT_LOW_SPEED_LIMIT, MIN_BYTES_PER_SECOND);
     set(CURLOPT_LOW_SPEED_TIME, MAX_IDLE_SECONDS);
-    // Refuses an answer by the length that it announces; what arrives is counted besides.
+    // Refuses an answer by its announced length; receive() counts what arrives.
     set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(MAX_ANSWER_SIZE));
 }
 

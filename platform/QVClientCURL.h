@@ -16,8 +16,9 @@ class TokenManager_Base;
 // and has a connection of its own, over which it is sent once, whatever the service does. HTTPS only,
 // HTTP/1.1, TLS 1.2 or newer; the service's certificate must come from TLS_AUTHORITY_FILE and carry the
 // host's name, and there is no way to switch that off. Where both TLS_HOST_CERTIFICATE_FILE and
-// TLS_HOST_KEY_FILE exist they are presented as this host's own. No redirect is followed, and the environment
-// gives neither a proxy nor a .netrc, nor a file (SSLKEYLOGFILE) for the secrets of the connections.
+// TLS_HOST_KEY_FILE exist they are presented as this host's own. No redirect is followed, and the client
+// takes neither a proxy nor a .netrc from the environment, nor a file (SSLKEYLOGFILE) for the secrets of the
+// connections.
 //
 // A request returns 0 when an HTTP exchange took place, whatever its code, and else libcurl's error number (1
 // to 99); libcurl's own explanation is then one record of the debug log, level 16, under "QVClientCURL". An

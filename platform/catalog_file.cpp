@@ -46,7 +46,7 @@ std::optional<std::string> catalog_text(const std::string& path, int number) {
         return std::nullopt;
     const std::size_t texts = sizeof header + entries * 2 * sizeof(CatalogEntry);
     std::optional<std::string> text;
-    // All entries are looked at: of a damaged catalog nothing is used.
+    // The loop checks all entries: of a damaged catalog nothing is used.
     for (std::size_t i = 0; i < entries; ++i) {
         const auto entry = part_at<CatalogEntry>(bytes, sizeof header + i * sizeof(CatalogEntry));
         if (entry.text_offset >= bytes.size() - texts)

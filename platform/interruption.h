@@ -1,4 +1,4 @@
-// Signals that ask the program to end, at a time when it must not stop where it is.
+// Signals that ask the program to end while it must not stop where it is.
 
 #ifndef PLATFORM_INTERRUPTION_H
 #define PLATFORM_INTERRUPTION_H
@@ -23,7 +23,7 @@ class DeferredSignals {
     std::array<struct sigaction, SIGNALS.size()> before_ = {};
 };
 
-// Whether a signal was noted: what takes long and can be undone then fails before its end.
+// Whether a signal was noted: a long operation that can be undone then fails early.
 bool interruption_noted();
 
 #endif

@@ -42,7 +42,7 @@ std::string fully_qualified(const std::string& host) {
     return addresses == nullptr || addresses->ai_canonname == nullptr ? "" : addresses->ai_canonname;
 }
 
-// The bytes of an address, which tell by their number what kind it is; none for a kind other than IPv4 and
+// The bytes of an address, whose number says which kind it is; none for a kind other than IPv4 and
 // IPv6. An IPv4 address inside IPv6 is an IPv4 address.
 std::string address_bytes(const sockaddr* address) {
     if (address != nullptr && address->sa_family == AF_INET) {
@@ -59,7 +59,7 @@ std::string address_bytes(const sockaddr* address) {
     return {};
 }
 
-// Whether this machine answers on the address without an interface that has it.
+// Whether this machine answers on the address although no interface has it.
 bool is_loopback(const std::string& address) {
     if (address.size() == sizeof(in_addr))
         return address.front() == IN_LOOPBACKNET;

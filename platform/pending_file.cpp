@@ -24,7 +24,7 @@ constexpr std::string_view ENDING = ".part";
 constexpr std::size_t DIGITS = 16;
 constexpr std::size_t TAIL = 1 + DIGITS + ENDING.size();
 
-// One try is enough, unless somebody takes or locks every name at once.
+// One try is enough, unless others take or lock every name at once.
 constexpr int MAX_TRIES = 100;
 
 // The start of 2000, in seconds: older than any file that a writer can have left.
@@ -80,11 +80,11 @@ int PendingFile::open(mode_t mode) {
     remove_left_files();
     file_ = FileDescriptor(openat(directory_.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, mode));
     if (file_.is_open()) {
-        // Before the file can have a name: nobody ever sees it unlocked.
+        // Before the file has a name, so that nobody ever sees it unlocked.
         static_cast<void>(lock());
         return 0;
     }
-    // EISDIR and EINVAL are how file systems answer that do not know the flag at all.
+    // EISDIR and EINVAL come from file systems that do not know the flag at all.
     if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)
         return errno;
     return take_temporary_name([this, mode] {
@@ -92,7 +92,7 @@ int PendingFile::open(mode_t mode) {
                                       O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
         if (!file_.is_open())
             return errno;
-        // Up to here another writer of this name may have taken the file for one that was left.
+        // Until the lock, another writer of this name may have mistaken the file for one that was left.
         if (lock() && has_name(file_.get(), directory_.get(), temporary_name_.c_str()))
             return 0;
         remove_temporary();
@@ -101,7 +101,7 @@ int PendingFile::open(mode_t mode) {
 }
 
 int PendingFile::commit() {
-    // A file that is called like a temporary one for good, as an archive's entry may be, is told apart by its
+    // A file whose final name looks like a temporary one, as an archive's entry may have, is recognised by its
     // time.
     const timespec before_all[2] = {};
     if (is_temporary_name(name_) && futimens(file_.get(), before_all) != 0)
@@ -155,7 +155,7 @@ int PendingFile::take_temporary_name(const Take& take) {
 }
 
 int PendingFile::link_as(const std::string& name) const {
-    // Needs a capability that root in a container may lack; then the name below /proc does the same.
+    // This needs a capability that root in a container may lack; the name below /proc does the same.
     if (linkat(file_.get(), "", directory_.get(), name.c_str(), AT_EMPTY_PATH) == 0)
         return 0;
     if (errno != ENOENT && errno != EPERM)

@@ -60,7 +60,7 @@ int in_child(const Body& body) {
         int result = 127;
         try {
             result = body();
-        } catch (...) { // told by the result
+        } catch (...) { // the result says so
         }
         keep_coverage();
         _exit(result);

@@ -10,7 +10,7 @@
 #include "tests/support/fake_seam.h"
 
 // Starts the fake anew with every repository helper and file call answered by its real target. What a test
-// replaces afterwards stands for a failing neighbour.
+// replaces afterwards is a failing neighbour.
 inline FakeSeam& seam_with_real_helpers() {
     FakeSeam& fake = seam();
     fake.reset();

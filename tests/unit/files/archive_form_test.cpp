@@ -55,10 +55,10 @@ TEST(ArchiveForm, DoesNotDependOnTheStreamsPosition) {
 
 TEST(ArchiveForm, OfADirectoryIsNotAnArchive) {
     const TemporaryDirectory directory;
-    const FileStream directory(std::fopen(directory.path().c_str(), "rb"));
-    ASSERT_TRUE(directory);
+    const FileStream stream(std::fopen(directory.path().c_str(), "rb"));
+    ASSERT_TRUE(stream);
 
-    EXPECT_EQ(verify_jank_archive(directory.get()), 2);
+    EXPECT_EQ(verify_jank_archive(stream.get()), 2);
 }
 
 TEST(ArchiveForm, OfAPipeIsNotAnArchive) {

@@ -18,7 +18,7 @@ std::string nested(std::size_t depth) {
     return std::string(depth, '[') + std::string(depth, ']');
 }
 
-// How many bytes of the text are taken for its first value; 0 when there is none.
+// How many bytes of the text its first value takes; 0 when there is none.
 std::size_t taken(const std::string& text) {
     json_error_t error;
     return parse_json(text.c_str(), JSON_DECODE_ANY, &error) ? static_cast<std::size_t>(error.position) : 0;

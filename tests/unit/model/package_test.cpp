@@ -290,8 +290,8 @@ TEST(PackageListResponse, IsReadAlikeInWhateverShapeItComes) {
     }
 }
 
-// Whether the list stands in the service's own form, with other members beside it, or twice makes no
-// difference to what is told of it.
+// Whether the list comes in the service's own form, with other members beside it, or twice makes no
+// difference to what is reported.
 TEST(PackageListResponse, IsRefusedAlikeInWhateverShapeItComes) {
     const std::string one = PackageJson().object();
     const std::string bad = PackageJson().without("os").object();

@@ -68,7 +68,7 @@ class FileCopy : public ::testing::Test {
 
     int copy() const { return fileCOPY(from_.c_str(), to_.c_str()); }
 
-    // What lies in the destination's directory.
+    // The names in the destination's directory.
     Names repository() const {
         Names names;
         for (const auto& entry : std::filesystem::directory_iterator(directory_.path("repo")))

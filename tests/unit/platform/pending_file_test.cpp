@@ -43,7 +43,7 @@ class APendingFile : public ::testing::Test {
     }
     int put() const { return put(to_); }
 
-    // What lies in the file's directory.
+    // The names in the file's directory.
     Names repository() const {
         Names names;
         for (const auto& entry : std::filesystem::directory_iterator(directory_.path("repo")))

@@ -157,7 +157,7 @@ TEST_F(QvClientFailure, WhereTheServiceDoesNotGetThroughToAConnectionInTime) {
     EXPECT_NE(failure(client, TIMED_OUT), "");
 }
 
-// Nobody waits so long in a test, so the options tell.
+// The wait is too long for a test, so the options are checked.
 TEST_F(QvClientFailure, WhereNothingMovesFor300Seconds) {
     Client client;
     for (int time = 1; time <= 2; ++time) {

@@ -14,18 +14,18 @@
 
 class SystemFaults {
   public:
-    // The next call of `call`, after `passed` that go well, fails with `error`.
+    // The next call of `call`, after `passed` that succeed, fails with `error`.
     void fail_next(const std::string& call, int error, int passed = 0) { faults_[call] = {error, passed, 1}; }
     // Every call of `call` fails with `error`.
     void fail_always(const std::string& call, int error) { faults_[call] = {error, 0, -1}; }
-    // The process is killed as it enters `call`, after `passed` calls that go well.
+    // The process is killed as it enters `call`, after `passed` calls that succeed.
     void kill_at(const std::string& call, int passed = 0) { faults_[call] = {KILL, passed, 1}; }
-    // The process is stopped as it enters `call`, after `passed` calls that go well. When it is told to go
-    // on, the call fails with `error`, or goes well where that is 0.
+    // The process is stopped as it enters `call`, after `passed` calls that succeed. When it is
+    // continued, the call fails with `error`, or succeeds where that is 0.
     void stop_at(const std::string& call, int error = 0, int passed = 0) {
         faults_[call] = {error, passed, 1, true};
     }
-    // `signal` arrives as the process enters `call`, which goes well.
+    // `signal` arrives as the process enters `call`, which succeeds.
     void signal_at(const std::string& call, int signal) { signals_[call] = signal; }
 
     // The flags of openat that fail, as on a file system that does not know them, and how.
