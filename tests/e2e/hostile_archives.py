@@ -260,14 +260,14 @@ def _single(sentence, name, listed=None):
 
 
 NAMES = [
-    _refused("with a slash", "folder/x.sja"), _refused("that climbs", "../x.sja"),
+    _refused("with a slash", "directory/x.sja"), _refused("that climbs", "../x.sja"),
     _refused("that climbs far", "../" * 20 + "etc/x.sja"), _refused("that climbs in the middle", "a/../../x.sja"),
     _refused("from the root", "/etc/x.sja"), _refused("from the root's root", "//x.sja"),
-    _refused("of this folder", "./x.sja"), _refused("of a slash and the ending", "/.sja"),
+    _refused("of this directory", "./x.sja"), _refused("of a slash and the ending", "/.sja"),
     _refused("below the package", f"{BUNDLE}/x.sja"),
     _single("without the ending", "inner.txt"), _single("with more behind the ending", "x.sja.gz"),
     _single("with a blank behind the ending", "x.sja "), _single("with a slash behind the ending", "x.sja/"),
-    _single("of this folder alone", "."), _single("of the folder above alone", ".."),
+    _single("of this directory alone", "."), _single("of the directory above alone", ".."),
     _single("of three letters", "sja"), _single("without the point", "xsja"),
     _single("whose ending stands behind a NUL byte", "x\0.sja", listed="x"),
     _single("of a NUL byte and the ending", "\0.sja", listed=""),

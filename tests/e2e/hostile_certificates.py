@@ -1,4 +1,4 @@
-"""Certificates that a service must not be trusted with, each made by openssl in a folder of the test's own."""
+"""Certificates that a service must not be trusted with, each made by openssl in a directory of the test's own."""
 
 import os
 import subprocess
@@ -12,7 +12,7 @@ _AUTHORITY_CONFIG = """\
 [ca]
 default_ca = authority
 [authority]
-dir = {folder}
+dir = {directory}
 database = $dir/index
 serial = $dir/serial
 new_certs_dir = $dir
@@ -38,22 +38,22 @@ class Issuer:
 TRUSTED = Issuer(TLS / "ca")
 
 
-def make_authority(folder, name="other", subject="/CN=Quorvelle evaluation authority"):
+def make_authority(directory, name="other", subject="/CN=Quorvelle evaluation authority"):
     """An authority of its own; by default it bears the name of the trusted one."""
     openssl("req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-keyout",
-            folder / f"{name}.key", "-out", folder / f"{name}.pem", "-days", "30", "-subj", subject, "-addext",
+            directory / f"{name}.key", "-out", directory / f"{name}.pem", "-days", "30", "-subj", subject, "-addext",
             "keyUsage=critical,keyCertSign,cRLSign")
-    return Issuer(folder / name)
+    return Issuer(directory / name)
 
 
-def issue(folder, name="service", issuer=TRUSTED, subject=f"/CN={HOST}", extensions=(f"subjectAltName=DNS:{HOST}",),
+def issue(directory, name="service", issuer=TRUSTED, subject=f"/CN={HOST}", extensions=(f"subjectAltName=DNS:{HOST}",),
           key=("ec", "-pkeyopt", "ec_paramgen_curve:P-256"), digest="sha256", start="20200101000000Z",
           end="20991231235959Z"):
-    """A certificate NAME.pem with NAME.key in `folder`; returns it as an issuer, which it may pass for."""
-    made = Issuer(folder / name)
-    request, config, wanted = folder / f"{name}.csr", folder / f"{name}.cnf", folder / f"{name}.ext"
-    config.write_text(_AUTHORITY_CONFIG.format(folder=folder, digest=digest))
-    (folder / "index").write_text("")
+    """A certificate NAME.pem with NAME.key in `directory`; returns it as an issuer, which it may pass for."""
+    made = Issuer(directory / name)
+    request, config, wanted = directory / f"{name}.csr", directory / f"{name}.cnf", directory / f"{name}.ext"
+    config.write_text(_AUTHORITY_CONFIG.format(directory=directory, digest=digest))
+    (directory / "index").write_text("")
     wanted.write_text("\n".join(extensions) + "\n")
     openssl("req", "-newkey", *key, "-nodes", "-keyout", made.key, "-subj", subject, "-out", request)
     openssl("ca", "-batch", "-notext", "-config", config, "-cert", issuer.certificate, "-keyfile", issuer.key, "-in",

@@ -37,16 +37,16 @@ def flip_byte(path, offset):
     path.write_bytes(content)
 
 
-def make_single(folder, name=SINGLE, data=b"the client\n"):
+def make_single(directory, name=SINGLE, data=b"the client\n"):
     """A signed package file that is no envelope."""
-    path = folder / name
+    path = directory / name
     path.write_bytes(signed(archive(("payload.txt", data))))
     return path
 
 
-def make_bundle(folder, name=BUNDLE, inner=None):
+def make_bundle(directory, name=BUNDLE, inner=None):
     """A signed envelope; `inner` are names and contents of the package files in it."""
-    path = folder / name
+    path = directory / name
     inner = inner or {INNER[0]: b"inner client\n", INNER[1]: b"inner server\n"}
     path.write_bytes(signed(archive(*inner.items())))
     return path

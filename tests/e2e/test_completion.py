@@ -11,9 +11,9 @@ from world import PATIENCE, SOURCES
 
 PROGRAMS = ["qvrepo", "qvmaster", "sjapack"]
 
-# Files in the folder where the shells are asked.
+# Files in the directory where the shells are asked.
 FILES = ["a.sja", "B.SJA", "notes.txt", "pubkey.pem", "signing.key"]
-FOLDER = "packages"
+DIRECTORY = "packages"
 
 BASH = """
 source /usr/share/bash-completion/bash_completion
@@ -35,7 +35,7 @@ printf '%s\\n' "${COMPREPLY[@]}"
 # Every match that is added is told as well, and an end after each completion and when the shell is ready for a line.
 ZSHRC = """
 PS1= HISTFILE=
-fpath=({folder} $fpath)
+fpath=({directory} $fpath)
 autoload -Uz compinit
 compinit -u -D
 exec 9>{told}
@@ -59,23 +59,23 @@ bindkey '^I' tell-completions
 
 
 @pytest.fixture(scope="module")
-def folder(tmp_path_factory):
-    """A folder with files of every kind."""
-    folder = tmp_path_factory.mktemp("files")
-    (folder / FOLDER).mkdir()
+def directory(tmp_path_factory):
+    """A directory with files of every kind."""
+    directory = tmp_path_factory.mktemp("files")
+    (directory / DIRECTORY).mkdir()
     for name in FILES:
-        (folder / name).touch()
-    return folder
+        (directory / name).touch()
+    return directory
 
 
 class Bash:
-    def __init__(self, folder):
-        self.folder = folder
+    def __init__(self, directory):
+        self.directory = directory
 
     def candidates(self, *words):
         """What is offered for the last of `words`, sorted."""
         asked = ["bash", "--norc", "-c", BASH, "bash", words[0], SOURCES / "completion", *words[1:]]
-        run = subprocess.run(asked, cwd=self.folder, capture_output=True, text=True, check=True, timeout=PATIENCE)
+        run = subprocess.run(asked, cwd=self.directory, capture_output=True, text=True, check=True, timeout=PATIENCE)
         errors = [line for line in run.stderr.splitlines() if "not currently executing completion function" not in line]
         assert errors == []
         return sorted(word for word in run.stdout.split("\n") if word)
@@ -84,15 +84,15 @@ class Bash:
 class Zsh:
     """An interactive zsh on a terminal of its own."""
 
-    def __init__(self, folder, scratch):
+    def __init__(self, directory, scratch):
         told = scratch / "told"
         os.mkfifo(told)
         self._told = os.open(told, os.O_RDWR)
-        (scratch / ".zshrc").write_text(ZSHRC.format(folder=SOURCES / "completion/zsh", told=told))
+        (scratch / ".zshrc").write_text(ZSHRC.format(directory=SOURCES / "completion/zsh", told=told))
         environment = {"PATH": "/usr/bin:/bin", "HOME": str(scratch), "ZDOTDIR": str(scratch), "TERM": "dumb", "LC_ALL": "C"}
         self.process, self._terminal = pty.fork()
         if self.process == 0:
-            os.chdir(folder)
+            os.chdir(directory)
             os.execve("/usr/bin/zsh", ["zsh", "-d", "-i"], environment)
         self._read_to_end()
 
@@ -120,18 +120,18 @@ class Zsh:
 
 
 @pytest.fixture(scope="module", params=["bash", "zsh"])
-def shell(request, folder, tmp_path_factory):
+def shell(request, directory, tmp_path_factory):
     if request.param == "bash":
-        yield Bash(folder)
+        yield Bash(directory)
         return
-    zsh = Zsh(folder, tmp_path_factory.mktemp("zsh"))
+    zsh = Zsh(directory, tmp_path_factory.mktemp("zsh"))
     yield zsh
     zsh.close()
 
 
 def files(*names):
-    """Files and the folder, as candidates."""
-    return sorted([*names, FOLDER])
+    """Files and the directory, as candidates."""
+    return sorted([*names, DIRECTORY])
 
 
 @pytest.mark.parametrize("program", PROGRAMS)
@@ -172,7 +172,7 @@ def test_a_key_is_completed_from_its_beginning(shell):
 
 
 @pytest.mark.parametrize("option", ["-add", "-a"])
-def test_behind_add_stand_package_files_and_folders(shell, option):
+def test_behind_add_stand_package_files_and_directories(shell, option):
     assert shell.candidates("qvrepo", option, "") == files("B.SJA", "a.sja")
 
 
@@ -194,8 +194,8 @@ def test_behind_qvmaster_stand_its_options(shell):
 VALUES_OF_QVMASTER = {
     "--db": files(*FILES),
     "--access-log": files(*FILES),
-    "--tls": [FOLDER],
-    "--repo": [FOLDER],
+    "--tls": [DIRECTORY],
+    "--repo": [DIRECTORY],
     "--listen": [],
     "--port": [],
     "--patience": [],
@@ -240,7 +240,7 @@ def test_behind_an_option_of_a_subcommand_stand_the_files_that_it_takes(shell):
     (["list", ""], files("B.SJA", "a.sja")),
     (["verify", "--key", "pubkey.pem", ""], files("B.SJA", "a.sja")),
     (["verify", "a.sja", ""], []),
-    (["verify", "--key", "folder:keys=1/pubkey.pem", ""], files("B.SJA", "a.sja")),
+    (["verify", "--key", "directory:keys=1/pubkey.pem", ""], files("B.SJA", "a.sja")),
     (["keygen", ""], []),
 ])
 def test_behind_a_subcommand_stand_the_files_that_it_works_on(shell, words, expected):

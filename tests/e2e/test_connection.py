@@ -65,7 +65,7 @@ def test_a_service_that_speaks_no_tls_fails_with_35(qvrepo):
 def test_a_certificate_of_another_authority_fails_with_60(qvrepo, log_records, tmp_path):
     make_certificate(tmp_path, "other", authority=None)
     make_certificate(tmp_path, "service", authority=tmp_path / "other")
-    with ScriptedService(GOOD_ANSWER, certificate="service", folder=tmp_path) as service:
+    with ScriptedService(GOOD_ANSWER, certificate="service", directory=tmp_path) as service:
         assert qvrepo("-list") == failed(60)
         assert service.requests == []
     assert explained(log_records(), 60)
@@ -73,26 +73,26 @@ def test_a_certificate_of_another_authority_fails_with_60(qvrepo, log_records, t
 
 def test_a_self_signed_certificate_fails_with_60(qvrepo, tmp_path):
     make_certificate(tmp_path, "service", authority=None)
-    with ScriptedService(GOOD_ANSWER, certificate="service", folder=tmp_path):
+    with ScriptedService(GOOD_ANSWER, certificate="service", directory=tmp_path):
         assert qvrepo("-list") == failed(60)
 
 
 def test_a_certificate_for_another_name_fails_with_60(qvrepo, tmp_path):
     make_certificate(tmp_path, "service", subject="/CN=other.example.com", san="DNS:other.example.com")
-    with ScriptedService(GOOD_ANSWER, certificate="service", folder=tmp_path) as service:
+    with ScriptedService(GOOD_ANSWER, certificate="service", directory=tmp_path) as service:
         assert qvrepo("-list") == failed(60)
         assert service.requests == []
 
 
 def test_an_expired_certificate_fails_with_60(qvrepo, tmp_path):
     make_certificate(tmp_path, "service", days=-1)
-    with ScriptedService(GOOD_ANSWER, certificate="service", folder=tmp_path):
+    with ScriptedService(GOOD_ANSWER, certificate="service", directory=tmp_path):
         assert qvrepo("-list") == failed(60)
 
 
 def test_a_trusted_certificate_for_the_right_name_is_accepted(qvrepo, tmp_path):
     make_certificate(tmp_path, "service")
-    with ScriptedService(GOOD_ANSWER, certificate="service", folder=tmp_path):
+    with ScriptedService(GOOD_ANSWER, certificate="service", directory=tmp_path):
         assert qvrepo("-list") == SUCCESS
 
 
@@ -138,7 +138,7 @@ def test_a_proxy_in_the_environment_is_not_used(qvrepo, master):
 def test_the_environment_does_not_choose_what_is_trusted(qvrepo, tmp_path):
     make_certificate(tmp_path, "service", authority=None)
     trust = {"SSL_CERT_FILE": str(tmp_path / "service.pem"), "CURL_CA_BUNDLE": str(tmp_path / "service.pem")}
-    with ScriptedService(GOOD_ANSWER, certificate="service", folder=tmp_path):
+    with ScriptedService(GOOD_ANSWER, certificate="service", directory=tmp_path):
         assert qvrepo("-list", env=trust) == failed(60)
 
 

@@ -35,8 +35,8 @@ def tree(service):
     """In place of a fresh tree for each test: one as if fresh, with the service running on it."""
     for package in service.packages():
         service.delete(package["id"])
-    for folder in (REPOSITORY, LOGS):
-        for file in folder.iterdir():
+    for directory in (REPOSITORY, LOGS):
+        for file in directory.iterdir():
             file.unlink()
     return ROOT
 
@@ -55,15 +55,15 @@ def everything_else():
 class Addition:
     """A package file added, and what there was before."""
 
-    def __init__(self, service, folder, name, content):
+    def __init__(self, service, directory, name, content):
         self.service = service
-        self.path = folder / name
+        self.path = directory / name
         self.path.write_bytes(content)
         self.content = content
         before, seen = everything_else(), len(service.exchanges())
         self.outcome = world.run_qvrepo("-add", self.path)
         assert everything_else() == before
-        assert [file.name for file in folder.iterdir()] == [name]
+        assert [file.name for file in directory.iterdir()] == [name]
         assert self.path.read_bytes() == content
         self.records = world.read_log_records()
         self.exchanges = service.exchanges()[seen:]
@@ -167,10 +167,10 @@ CHECKS = {
     REFUSED_BY_SERVICE: check_refused_by_service, EXTRACTED: check_extracted, NOT_EXTRACTED: check_not_extracted}
 
 
-def check(case, service, volume, folder):
+def check(case, service, volume, directory):
     if case.volume:
         volume(case.volume)
-    addition = Addition(service, folder, case.name, case.make())
+    addition = Addition(service, directory, case.name, case.make())
     CHECKS[case.end](addition, case)
     assert addition.listed == case.listed
     if case.end not in (COPIED, EXTRACTED):

@@ -13,7 +13,7 @@ from scripted_service import ScriptedService, answer
 from world import INSTRUMENTED, REPOSITORY, ROOT, read_log_records, run_measured
 
 MB = 1 << 20
-LOG_FOLDER = ROOT / "quorvelle/logs/qvrepo"
+LOG_DIRECTORY = ROOT / "quorvelle/logs/qvrepo"
 TOO_LONG = 23
 
 # Enough for more than a million values, the most that are parsed. Of instrumented programs nothing is measured.
@@ -54,17 +54,17 @@ def packed_answer(megabytes):
 
 @pytest.fixture
 def no_log():
-    LOG_FOLDER.rmdir()
+    LOG_DIRECTORY.rmdir()
 
 
-def measure(way, reply, folder):
-    words = [*way.words, make_single(folder)] if way is ADD else way.words
+def measure(way, reply, directory):
+    words = [*way.words, make_single(directory)] if way is ADD else way.words
     with ScriptedService(*way.before, reply):
         return run_measured(*words, stdin=way.stdin)
 
 
-def check_refused(way, reply, folder, most, status=9103):
-    outcome, peak = measure(way, reply, folder)
+def check_refused(way, reply, directory, most, status=9103):
+    outcome, peak = measure(way, reply, directory)
     assert outcome == (way.stdout, error_line(status), status & 0xFF)
     assert INSTRUMENTED or peak < most
     assert list(REPOSITORY.iterdir()) == []

@@ -240,7 +240,7 @@ def test_a_catalog_of_random_bytes_is_not_used(qvrepo, catalogs):
     lambda path: path.symlink_to("/dev/zero"), lambda path: path.symlink_to("missing"),
     lambda path: path.symlink_to(path), lambda path: path.write_bytes(b""),
     lambda path: path.write_text("$set 1\n8 x\n")],
-    ids=["no folder", "missing", "folder", "pipe", "device", "dangling link", "link to itself", "empty", "source"])
+    ids=["no directory", "missing", "directory", "pipe", "device", "dangling link", "link to itself", "empty", "source"])
 def test_what_is_no_catalog_counts_as_missing(qvrepo, catalogs, put):
     catalog = catalogs / "de/qvrepo.cat"
     catalog.unlink()

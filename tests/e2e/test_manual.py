@@ -17,8 +17,8 @@ STATUS_HEADINGS = {
     "client": ("Status", "Shell", "What happened, and what to do"),
 }
 
-# What lies in the folders of the program's paths under a name of its own.
-WITHIN_FOLDERS = {
+# What lies in the directories of the program's paths under a name of its own.
+WITHIN_DIRECTORIES = {
     "/usr/ormex/quorvelle/logs/qvrepo",
     "/usr/ormex/quorvelle/logs/qvrepo/qvrepo.YYYY-MM-DD.log",
     "/usr/ormex/quorvelle/msg/LOCALE/qvrepo.cat",
@@ -167,7 +167,7 @@ def test_the_page_speaks_of_no_other_status(qvrepo_page):
 
 
 def test_the_page_names_every_path_of_the_program_and_no_other(qvrepo_page):
-    assert paths_in(qvrepo_page) == fixed_paths() | WITHIN_FOLDERS
+    assert paths_in(qvrepo_page) == fixed_paths() | WITHIN_DIRECTORIES
 
 
 def test_the_page_lists_the_type_keys_as_the_program_shows_them(qvrepo_page):
@@ -243,7 +243,7 @@ def test_the_page_names_no_option_that_sjapack_does_not_have():
 
 @pytest.mark.parametrize("page", ["qvmaster", "sjapack", "sja"])
 def test_a_page_names_no_path_that_the_program_does_not_know(page):
-    assert paths_in(Page(page)) <= fixed_paths() | WITHIN_FOLDERS
+    assert paths_in(Page(page)) <= fixed_paths() | WITHIN_DIRECTORIES
 
 
 def test_the_page_tells_the_layout_of_an_archive_as_the_format_document_does():

@@ -77,7 +77,7 @@ def test_a_client_without_a_certificate_gets_no_answer(master, version):
 @pytest.mark.parametrize("version", NEWER)
 def test_a_certificate_of_another_authority_gets_no_answer(master, other_authority, version):
     with pytest.raises(ssl.SSLError, match="(?i)alert unknown ca"):
-        knock(master, context_of_version(version, folder=other_authority))
+        knock(master, context_of_version(version, directory=other_authority))
     assert master.exchanges() == []
 
 

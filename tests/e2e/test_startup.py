@@ -130,7 +130,7 @@ def test_less_than_one_percent_free_refuses_to_run(qvrepo, master, small_volume,
     assert master.requests() == []
 
 
-def test_without_the_log_folder_nothing_is_logged_and_all_else_is_the_same(qvrepo, master, tree):
+def test_without_the_log_directory_nothing_is_logged_and_all_else_is_the_same(qvrepo, master, tree):
     master.register("a.sja")
     with_log = qvrepo("-list")
     for file in (tree / "quorvelle/logs/qvrepo").iterdir():

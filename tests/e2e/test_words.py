@@ -45,7 +45,7 @@ def test_only_the_first_word_is_looked_at(qvrepo):
     assert qvrepo("-x", "-list") == (HELP, INVALID, 20)
 
 
-def test_an_unknown_word_writes_no_log_though_the_folder_is_there(qvrepo, log_records):
+def test_an_unknown_word_writes_no_log_though_the_directory_is_there(qvrepo, log_records):
     qvrepo("-x")
     assert log_records() == []
 

@@ -81,11 +81,11 @@ class Outcome(NamedTuple):
     status: int
 
 
-def client_context(certificate="host", folder=TLS):
+def client_context(certificate="host", directory=TLS):
     """TLS as an honest client sets it up; `certificate` names NAME.pem and NAME.key, or is None for none."""
     context = ssl.create_default_context(cafile=TLS / "ca.pem")
     if certificate is not None:
-        context.load_cert_chain(Path(folder) / f"{certificate}.pem", Path(folder) / f"{certificate}.key")
+        context.load_cert_chain(Path(directory) / f"{certificate}.pem", Path(directory) / f"{certificate}.key")
     return context
 
 

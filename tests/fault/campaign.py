@@ -12,7 +12,7 @@ import injector
 from injector import Fault
 from scenarios import AddPackage, DeletePackage, MakeArchive
 
-# How the scenarios are called, and how they are made of (master, folder, report).
+# How the scenarios are called, and how they are made of (master, directory, report).
 SCENARIOS = {
     "add a single package": lambda *world: AddPackage(*world),
     "add a single package over an earlier file": lambda *world: AddPackage(*world, earlier=True),
@@ -20,7 +20,7 @@ SCENARIOS = {
     "add a bundle over earlier files": lambda *world: AddPackage(*world, bundle=True, earlier=True),
     "add a bundle over earlier files without nameless files": lambda *world: AddPackage(
         *world, bundle=True, earlier=True, refuse_nameless=True),
-    "delete a bundle": lambda master, folder, report: DeletePackage(master, report),
+    "delete a bundle": lambda master, directory, report: DeletePackage(master, report),
     "create an archive": lambda master, *place: MakeArchive(*place),
     "create an archive over an earlier one": lambda master, *place: MakeArchive(*place, earlier=True),
     "sign an archive": lambda master, *place: MakeArchive(*place, sign=True),
@@ -112,13 +112,13 @@ class Campaign:
                         break
 
     def finish(self, title):
-        """Leaves the counts in the build folder, prints them, and fails where there are complaints."""
+        """Leaves the counts in the build directory, prints them, and fails where there are complaints."""
         points = sum(self.outcomes.values())
         counts = {"title": title, "points": points, "outcomes": dict(self.outcomes), "calls": dict(self.hit),
                   "complaints": self.complaints}
-        folder = Path(os.environ.get("QV_FAULT_RESULTS", PROGRAMS.parent / "faults"))
-        folder.mkdir(parents=True, exist_ok=True)
-        (folder / f"{title}.json").write_text(json.dumps(counts, indent=1, sort_keys=True) + "\n")
+        directory = Path(os.environ.get("QV_FAULT_RESULTS", PROGRAMS.parent / "faults"))
+        directory.mkdir(parents=True, exist_ok=True)
+        (directory / f"{title}.json").write_text(json.dumps(counts, indent=1, sort_keys=True) + "\n")
         print(f"{title}: {points} points")
         for outcome, count in sorted(self.outcomes.items()):
             print(f"  {count:5} {outcome}")

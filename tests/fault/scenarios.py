@@ -59,16 +59,16 @@ def digest(data):
     return hashlib.sha256(data).hexdigest()
 
 
-def digests(folder):
-    return {entry.name: digest(entry.read_bytes()) for entry in folder.iterdir()}
+def digests(directory):
+    return {entry.name: digest(entry.read_bytes()) for entry in directory.iterdir()}
 
 
 def is_temporary(name):
     return name.startswith("tmp_") or (name.startswith(".") and name.endswith(".part"))
 
 
-def empty(folder):
-    for entry in folder.iterdir():
+def empty(directory):
+    for entry in directory.iterdir():
         entry.unlink()
 
 
@@ -158,13 +158,13 @@ class RepositoryScenario(Scenario):
 class AddPackage(RepositoryScenario):
     """`-add` of a single package, or of a bundle of two; with `earlier`, other files have the names already."""
 
-    def __init__(self, master, folder, report, bundle=False, earlier=False, refuse_nameless=False):
+    def __init__(self, master, directory, report, bundle=False, earlier=False, refuse_nameless=False):
         super().__init__(master, report, refuse_nameless)
         if bundle:
             contents = dict(zip(INNER, (FIRST, SECOND)))
-            self.name, self.package = BUNDLE, make_bundle(folder, inner=contents)
+            self.name, self.package = BUNDLE, make_bundle(directory, inner=contents)
         else:
-            self.name, self.package = SINGLE, make_single(folder, data=SECOND)
+            self.name, self.package = SINGLE, make_single(directory, data=SECOND)
             contents = {SINGLE: self.package.read_bytes()}
         self.bundle = bundle
         self.earlier = earlier
@@ -199,7 +199,7 @@ class AddPackage(RepositoryScenario):
         # The service may have registered the package and the answer been lost: a status of the web client.
         if ids and not answer_was_lost(run):
             return [f"a refusal left the registration: {run}"]
-        # A file that has replaced an earlier one stays when its folder cannot be flushed.
+        # A file that has replaced an earlier one stays when its directory cannot be flushed.
         not_flushed = fault.name == "fsync" and self.earlier
         if not ids and not self.bundle and complete and not not_flushed:
             return ["a refusal left the file without a registration"]
@@ -289,12 +289,12 @@ class MakeArchive(Scenario):
 
     LINE = re.compile(r"sjapack: [^\n]+\n")
 
-    def __init__(self, folder, report, sign=False, earlier=False, refuse_nameless=False):
+    def __init__(self, directory, report, sign=False, earlier=False, refuse_nameless=False):
         super().__init__(report, refuse_nameless)
-        self.sources = [folder / "payload-1", folder / "payload-2"]
+        self.sources = [directory / "payload-1", directory / "payload-2"]
         self.sources[0].write_bytes(FIRST)
         self.sources[1].write_bytes(b"a short one\n")
-        self.output = folder / "output" / SINGLE
+        self.output = directory / "output" / SINGLE
         self.output.parent.mkdir()
         self.sign = sign
         self.before = EARLIER if earlier else None
@@ -334,7 +334,7 @@ class MakeArchive(Scenario):
             return [] if found == self.wanted and not run.stderr else [f"reported success: {run}"]
         if run.status != 1 or not self.LINE.fullmatch(run.stderr):
             return [f"no status and line of the program: {run}"]
-        # The archive stands when telling about it is what failed, or when its folder was not flushed after the
+        # The archive stands when telling about it is what failed, or when its directory was not flushed after the
         # earlier one was replaced.
         told_late = fault.name == "write" and "standard output" in run.stderr
         not_flushed = fault.name == "fsync" and self.before is not None

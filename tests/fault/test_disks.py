@@ -22,11 +22,11 @@ real_volumes = pytest.mark.skipif("QV_VOLUMES" not in os.environ,
 
 
 class Volume:
-    """A file system mounted over the repository; `folder` is where it lies besides."""
+    """A file system mounted over the repository; `directory` is where it lies besides."""
 
-    def __init__(self, folder=None, options=""):
-        self.folder = folder
-        source = ["--bind", folder / "repo"] if folder else ["-t", "tmpfs", "-o", options, "volume"]
+    def __init__(self, directory=None, options=""):
+        self.directory = directory
+        source = ["--bind", directory / "repo"] if directory else ["-t", "tmpfs", "-o", options, "volume"]
         subprocess.run(["mount", *source, REPOSITORY], check=True)
 
     def remount(self, options):
@@ -56,8 +56,8 @@ class Volume:
                 file.unlink()
 
     def close(self):
-        if self.folder:
-            for file in [*(self.folder / "repo").iterdir(), *(self.folder / "packages").iterdir()]:
+        if self.directory:
+            for file in [*(self.directory / "repo").iterdir(), *(self.directory / "packages").iterdir()]:
                 file.unlink()
         subprocess.run(["umount", "-l", REPOSITORY], check=True)
 
@@ -80,8 +80,8 @@ def new_files():
     return sorted(file.name for file in REPOSITORY.iterdir() if not file.name.startswith(("taken", "filler")))
 
 
-def large_bundle(folder):
-    return make_bundle(folder, inner={INNER[0]: os.urandom(MIB), INNER[1]: os.urandom(MIB)})
+def large_bundle(directory):
+    return make_bundle(directory, inner={INNER[0]: os.urandom(MIB), INNER[1]: os.urandom(MIB)})
 
 
 MAKERS = pytest.mark.parametrize("make", [make_single, make_bundle])
@@ -265,7 +265,7 @@ def test_a_deletion_from_a_read_only_repository_deletes_the_registration_and_lea
 @pytest.mark.parametrize("kind", ["single", "bundle"])
 def test_a_package_on_the_repositorys_own_disk_is_copied_inside_the_kernel(master, volume, report, kind):
     place = volume(name="disk")
-    package = (make_single if kind == "single" else make_bundle)(place.folder / "packages")
+    package = (make_single if kind == "single" else make_bundle)(place.directory / "packages")
     before = package.read_bytes()
     calls = trace([PROGRAMS / "qvrepo", "-add", package], report)
     copies = [call.text for call in calls if call.name == "copy_file_range"]

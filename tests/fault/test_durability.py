@@ -31,7 +31,7 @@ class Order:
                 if call.name == name and all(part in call.text for part in parts)]
 
     def naming(self, name):
-        """The place of the call that gave a file the name, and the descriptor and folder as strace shows them."""
+        """The place of the call that gave a file the name, and the descriptor and directory as strace shows them."""
         (place,) = [place for place, call in enumerate(self.calls)
                     if call.name in ("linkat", "renameat") and call.text.endswith(" = 0")
                     and f'"{name}"' in call.text.split(", ", 2)[2]]
@@ -51,11 +51,11 @@ def written_file(order, place):
     return order.calls[opened].text.rsplit(" = ", 1)[1].split("<")[0], opened
 
 
-def check_file(order, name, folder):
-    """The bytes, the flush, the name, the folder's flush, in this order; the place of the last."""
+def check_file(order, name, directory):
+    """The bytes, the flush, the name, the directory's flush, in this order; the place of the last."""
     named = order.naming(name)
     descriptor, opened = written_file(order, named)
-    flushed = order.last_before(named, "fsync", f"{descriptor}<{folder}/")
+    flushed = order.last_before(named, "fsync", f"{descriptor}<{directory}/")
     assert opened < flushed < named
     duplicates = {descriptor} | {call.text.rsplit(" = ", 1)[1].split("<")[0] for call in order.calls[opened:flushed]
                                  if call.name == "fcntl" and "F_DUPFD" in call.text}
@@ -63,7 +63,7 @@ def check_file(order, name, folder):
                if opened < place < named and call.name in ("write", "pwrite64", "fchmod", "fchown", "ftruncate")
                and call.text.split("<")[0] in duplicates]
     assert changes and max(changes) < flushed, "bytes or mode are written after the flush"
-    return order.first_after(named, "fsync", f"<{folder}>")
+    return order.first_after(named, "fsync", f"<{directory}>")
 
 
 def in_order(*places):
@@ -84,8 +84,8 @@ def order(master, tmp_path, report):
 @pytest.mark.parametrize("name", ["add a single package", "add a single package over an earlier file"])
 def test_a_copied_package_is_on_the_disk_before_success_is_told(order, name):
     calls, _ = order(name)
-    folder_flushed = check_file(calls, SINGLE, REPOSITORY)
-    in_order(folder_flushed, calls.only("write", "1<", "Successfully added"))
+    directory_flushed = check_file(calls, SINGLE, REPOSITORY)
+    in_order(directory_flushed, calls.only("write", "1<", "Successfully added"))
 
 
 def test_a_package_of_the_repository_itself_is_on_the_disk_before_success_is_told(tree, master, report):
@@ -130,8 +130,8 @@ def test_the_registration_is_gone_before_a_file_is_deleted(order):
     "sign an archive without nameless files"])
 def test_an_archive_is_on_the_disk_before_its_summary_is_printed(order, name):
     calls, scenario = order(name)
-    folder_flushed = check_file(calls, scenario.output.name, scenario.output.parent)
-    in_order(folder_flushed, calls.only("write", "1<"))
+    directory_flushed = check_file(calls, scenario.output.name, scenario.output.parent)
+    in_order(directory_flushed, calls.only("write", "1<"))
 
 
 def test_the_service_has_a_change_on_the_disk_before_it_acknowledges_it(idle_master, report):

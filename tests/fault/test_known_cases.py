@@ -201,7 +201,7 @@ def test_a_package_that_cannot_be_read_to_its_end_is_not_listed_as_a_shorter_one
     assert NOT_READABLE in refusals
 
 
-def test_signing_never_loses_the_package_even_when_its_folder_cannot_be_flushed(scenario):
+def test_signing_never_loses_the_package_even_when_its_directory_cannot_be_flushed(scenario):
     # Both the earlier file and the new one were gone.
     sign = scenario("sign an archive")
     run = hit(sign, calls_to(sign, "fsync", "/output>")[0], "EIO")
@@ -210,7 +210,7 @@ def test_signing_never_loses_the_package_even_when_its_folder_cannot_be_flushed(
     assert [entry.name for entry in sign.output.parent.iterdir()] == [SINGLE]
 
 
-def test_a_copy_whose_folder_cannot_be_flushed_is_taken_away_again_unless_it_replaced_a_file(scenario):
+def test_a_copy_whose_directory_cannot_be_flushed_is_taken_away_again_unless_it_replaced_a_file(scenario):
     for name, left in (("add a single package", []), ("add a single package over an earlier file", [SINGLE])):
         add = scenario(name)
         run = hit(add, calls_to(add, "fsync", "/repo>")[0], "EIO")

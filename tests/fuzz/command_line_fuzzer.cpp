@@ -276,19 +276,19 @@ void check_promises(const Scenario& scenario, const Run& run) {
     require(service().alive == 0, "every client is gone");
 }
 
-// The real debug log, in a folder of its own.
+// The real debug log, in a directory of its own.
 class Log {
   public:
-    Log() : folder_(make_scratch_folder("log")) {
-        std::filesystem::create_directory(folder_ + "/qvrepo");
+    Log() : directory_(make_scratch_directory("log")) {
+        std::filesystem::create_directory(directory_ + "/qvrepo");
         int status = 0;
-        open_debug_log(folder_.c_str(), "qvrepo", "qvrepo", 0666, &status);
+        open_debug_log(directory_.c_str(), "qvrepo", "qvrepo", 0666, &status);
         require(status == 0, "the log can be opened");
     }
 
     // Checks that each line is a record, and empties the log.
     void check() const {
-        for (const auto& file : std::filesystem::directory_iterator(folder_ + "/qvrepo")) {
+        for (const auto& file : std::filesystem::directory_iterator(directory_ + "/qvrepo")) {
             std::ifstream lines(file.path(), std::ios::binary);
             for (std::string line; std::getline(lines, line);)
                 require(is_record(line), "every line of the log is one record");
@@ -307,7 +307,7 @@ class Log {
         return std::none_of(line.begin(), line.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; });
     }
 
-    std::string folder_;
+    std::string directory_;
 };
 
 void prepare_process() {

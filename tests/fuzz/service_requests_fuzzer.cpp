@@ -295,7 +295,7 @@ void Checker::check_resource(const ServiceRequest& request, const Answer& answer
 // A store that is emptied after every input, so that each begins alike.
 class EmptiedStore {
   public:
-    EmptiedStore() : file_(make_scratch_folder("service") + "/packages.db"), store_(file_) {}
+    EmptiedStore() : file_(make_scratch_directory("service") + "/packages.db"), store_(file_) {}
 
     PackageStore& store() { return store_; }
 

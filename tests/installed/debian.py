@@ -27,9 +27,9 @@ class Outcome(NamedTuple):
     status: int
 
 
-def deb(name, folder=FIRST):
-    """The one package file of `name` in `folder`."""
-    (file,) = folder.glob(f"{name}_*.deb")
+def deb(name, directory=FIRST):
+    """The one package file of `name` in `directory`."""
+    (file,) = directory.glob(f"{name}_*.deb")
     return file
 
 
@@ -72,23 +72,23 @@ class Debian:
         assert expect is None or run.returncode == expect, f"{words} ended with {run.returncode}:\n{run.stdout}"
         return Outcome(run.stdout, run.returncode)
 
-    def dpkg(self, action, *names, folder=FIRST, expect=0):
-        """dpkg --install, --remove or --purge of packages by name; package files come from `folder`."""
+    def dpkg(self, action, *names, directory=FIRST, expect=0):
+        """dpkg --install, --remove or --purge of packages by name; package files come from `directory`."""
         if action != "--install":
             return self.run("dpkg", action, *names, expect=expect)
         inside = self.path("tmp/packages")
         inside.mkdir(exist_ok=True)
-        files = [Path(shutil.copy(deb(name, folder), inside)) for name in names]
+        files = [Path(shutil.copy(deb(name, directory), inside)) for name in names]
         return self.run("dpkg", "--install", *(f"/tmp/packages/{file.name}" for file in files), expect=expect)
 
     def exists(self, name):
         return self.path(name).exists()
 
-    def facts(self, *folders):
-        """All that lies below `folders`: path -> mode, owner, and the content's digest or a link's target."""
+    def facts(self, *directories):
+        """All that lies below `directories`: path -> mode, owner, and the content's digest or a link's target."""
         facts = {}
-        for folder in folders:
-            top = self.path(folder)
+        for directory in directories:
+            top = self.path(directory)
             for path in sorted([top, *top.rglob("*")]):
                 state = path.lstat()
                 content = None

@@ -1,5 +1,5 @@
 // Runs a fuzzer over files that are there already: for builds without libFuzzer. Each argument is a file or a
-// folder of files.
+// directory of files.
 
 #include "tests/fuzz/support/property.h"
 
