@@ -87,8 +87,8 @@ def conversions(text):
 def faults_of(message, original):
     """What is wrong with a translation of the English text `original`."""
     text = message.text
-    # Letters beside names, option words and conversions are there to be translated.
-    has_words = any(c.isalpha() for c in KEPT.sub("", CONVERSION.sub("", original)))
+    # Letters beside names, options and conversions are there to be translated.
+    has_letters = any(c.isalpha() for c in KEPT.sub("", CONVERSION.sub("", original)))
     ends = [[t[: len(t) - len(t.lstrip(" \n"))], t[len(t.rstrip(" \n")) :]] for t in (original, text)]
     controls = [c for c in text.strip(" \n") if unicodedata.category(c) in ("Cc", "Cf", "Co", "Zl", "Zp")]
     if message.original is None:
@@ -97,10 +97,10 @@ def faults_of(message, original):
         yield f"is a translation of {message.original!r}, but the English text is {original!r}"
     if conversions(text) != conversions(original):
         yield f"has conversions {conversions(text)}, not {conversions(original)}"
-    if (text == original) == has_words:
-        yield "is not translated" if has_words else "has nothing to translate, and differs"
+    if (text == original) == has_letters:
+        yield "is not translated" if has_letters else "has nothing to translate, and differs"
     if sorted(KEPT.findall(text)) != sorted(KEPT.findall(original)):
-        yield f"does not keep the names and option words: {' '.join(KEPT.findall(original))}"
+        yield f"does not keep the names and options: {' '.join(KEPT.findall(original))}"
     if ends[0] != ends[1]:
         yield "does not keep the blanks and line ends at its ends"
     if controls:

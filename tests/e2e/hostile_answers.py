@@ -89,7 +89,7 @@ NOT_JSON = [
     ("blanks and line ends alone", _constant(b" \t\r\n ")),
     ("a page of HTML", _constant(b"<!DOCTYPE html><html lang=\"en\"><body>[Sign in]</body></html>")),
     ("XML", _constant(b'<?xml version="1.0"?><data/>')),
-    ("plain words", _constant(b"Service temporarily unavailable")),
+    ("plain text", _constant(b"Service temporarily unavailable")),
     ("a number alone", _constant(b"9103")),
     ("a text alone", _constant(b'"data"')),
     ("true alone", _constant(b"true")),
@@ -111,8 +111,8 @@ NOT_JSON = [
     ("a bracket closed by a brace", _value(b"[1}")),
     ("NaN", _value(b"NaN")),
     ("infinity", _value(b"-Infinity")),
-    ("a word in capitals", _value(b"True")),
-    ("half a word", _value(b"nul")),
+    ("a literal in capitals", _value(b"True")),
+    ("half a literal", _value(b"nul")),
     ("a number in hexadecimal", _value(b"0x1F")),
     ("a number with a leading zero", _value(b"01")),
     ("a number with a plus", _value(b"+1")),
@@ -210,7 +210,7 @@ WRONG_PACKAGES = [
     ("a package one of whose items is a number", package(packageItemFilePaths=["/a.sja", 7]), NO_ITEMS),
     ("a package one of whose items is null", package(packageItemFilePaths=[None]), NO_ITEMS),
     ("a package one of whose items is an array", package(packageItemFilePaths=[["/a.sja"]]), NO_ITEMS),
-    ("an EEB package whose name has two words", package(packageType="qveeb.server", packageName="qveeb.server_3.1"),
+    ("an EEB package whose name has two parts", package(packageType="qveeb.server", packageName="qveeb.server_3.1"),
      _unpacked("[qveeb.server_3.1] is not the name of an EEB package.")),
     ("an EEB package whose name is too long", package(packageType="qveeb", packageName="a_b_" + "c" * 125),
      _unpacked("[a_b_" + "c" * 125 + "] is not the name of an EEB package.")),
@@ -267,7 +267,7 @@ CODES = [
 ERROR_BODIES = [
     *(_unreadable(f"an error body: {sentence}", make(text_of({"errorCode": 7220, "errorMessage": "x"})))
       for sentence, make in NOT_JSON if sentence in [
-          "nothing at all", "a page of HTML", "plain words", "a number alone", "a document cut in the middle",
+          "nothing at all", "a page of HTML", "plain text", "a number alone", "a document cut in the middle",
           "a byte order mark in front", "UTF-16", "arrays nested a million deep", "a NUL byte in the middle",
           "a byte that is no UTF-8", "compressed bytes that do not say so", "more values than are parsed, in one"]),
     _unreadable("error code 2^63", _code_as(b"9223372036854775808")),

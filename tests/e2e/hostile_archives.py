@@ -52,8 +52,8 @@ def _case(sentence, content, end, listed=None, **how):
 # Signatures
 
 
-def _sign(content, *words, key=ROOT / "publisher/signing.key"):
-    return subprocess.run(["openssl", *words, key], input=content, capture_output=True, check=True).stdout
+def _sign(content, *arguments, key=ROOT / "publisher/signing.key"):
+    return subprocess.run(["openssl", *arguments, key], input=content, capture_output=True, check=True).stdout
 
 
 def _digest(name, content):
@@ -352,8 +352,8 @@ ENVELOPES = [
 # Names of package files: a sentence, the name, and the status of those that are refused
 
 FILE_NAMES = [
-    ("of one word", "package.sja", 7216), ("of two words", "qvclient_8.3.sja", 7216),
-    ("of three words", "qvclient_8.3_redhat.sja", 7216), ("of the prefix alone", "dunmarel_", 7216),
+    ("of one part", "package.sja", 7216), ("of two parts", "qvclient_8.3.sja", 7216),
+    ("of three parts", "qvclient_8.3_redhat.sja", 7216), ("of the prefix alone", "dunmarel_", 7216),
     ("of underscores", "____.sja", 7216), ("whose type is in capitals", "QVCLIENT_8.3_redhat_x64.sja", 7265),
     ("of an unknown type", "qvtool_8.3_redhat_x64.sja", 7265), ("with the prefix twice",
                                                                "dunmarel_dunmarel_qvclient_8.3_redhat_x64.sja", 7265),

@@ -24,8 +24,8 @@ commonName = supplied
 """
 
 
-def openssl(*words):
-    subprocess.run(["openssl", *words], check=True, capture_output=True, env={**os.environ, **LENIENT})
+def openssl(*arguments):
+    subprocess.run(["openssl", *arguments], check=True, capture_output=True, env={**os.environ, **LENIENT})
 
 
 class Issuer:

@@ -48,7 +48,7 @@ def closing_records(status):
 class Way(NamedTuple):
     """One request of one command, the last that is sent when its answer is bad."""
 
-    words: list
+    arguments: list
     method: str
     expected: int  # the HTTP code that counts as a success
     level: int  # of the command's own line about a failed request or an answer that is no package
@@ -122,11 +122,11 @@ class Run(NamedTuple):
 
 def run(way, reply, package_file):
     """Runs the way's command against a service that answers its last request with `reply`."""
-    words = [*way.words, package_file] if way is ADD else way.words
+    arguments = [*way.arguments, package_file] if way is ADD else way.arguments
     # Lies there whatever the command, and has to lie there still.
     (REPOSITORY / FILE_NAME).write_bytes(b"kept")
     with ScriptedService(*way.before, reply) as service:
-        outcome, peak = run_measured(*words, stdin=way.stdin)
+        outcome, peak = run_measured(*arguments, stdin=way.stdin)
     records = read_log_records()
     sendings = [place for place, record in enumerate(records) if record[2].startswith("Sending curl request")]
     assert len(sendings) == len(way.methods), records

@@ -26,17 +26,17 @@ def processor_seconds():
     return usage.ru_utime + usage.ru_stime
 
 
-def run_timed(what, *words):
+def run_timed(what, *arguments):
     began, processor = time.monotonic(), processor_seconds()
-    outcome, peak = run_measured(*words, patience=PATIENCE)
+    outcome, peak = run_measured(*arguments, patience=PATIENCE)
     seconds, processor = time.monotonic() - began, processor_seconds() - processor
     figures = f"{seconds:6.1f} s, processor {processor:5.1f} s, {peak:7.1f} MB"
     print(f"\n  {what:50} status {outcome.status:3} {figures}", end="")
     return outcome, seconds, peak
 
 
-def check_given_up(what, words, patience):
-    outcome, seconds, peak = run_timed(what, *words)
+def check_given_up(what, arguments, patience):
+    outcome, seconds, peak = run_timed(what, *arguments)
     assert outcome == ("", error_line(TIMED_OUT), TIMED_OUT)
     assert patience <= seconds < patience + LATENESS
     assert INSTRUMENTED or peak < LITTLE_MEMORY
@@ -111,7 +111,7 @@ def longest(start, block, end=b""):
 
 def check_longest(what, way, reply, most):
     with ScriptedService(reply):
-        outcome, _, peak = run_timed(what, *way.words)
+        outcome, _, peak = run_timed(what, *way.arguments)
     assert INSTRUMENTED or peak < most
     return outcome
 

@@ -3,7 +3,7 @@
 import html.parser
 import subprocess
 
-from program_words import BUILD
+from program_options import BUILD
 
 PAGES = {"qvrepo": "8", "qvmaster": "8", "sjapack": "1", "sja": "5"}
 

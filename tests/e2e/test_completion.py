@@ -6,7 +6,7 @@ import select
 import subprocess
 
 import pytest
-from program_words import column, help_options, option_names, subcommands, usage_options
+from program_options import column, help_options, option_names, subcommands, usage_options
 from world import PATIENCE, SOURCES
 
 PROGRAMS = ["qvrepo", "qvmaster", "sjapack"]
@@ -22,7 +22,7 @@ source "$2/bash/$program"
 shift 2
 COMP_LINE="$program $*"
 COMP_POINT=${#COMP_LINE}
-# A shell takes words apart at colons and equals signs.
+# A shell splits its words at colons and equals signs.
 spaced=${COMP_LINE//:/ : }
 read -ra COMP_WORDS <<<"${spaced//=/ = }"
 [ -n "${!#}" ] || COMP_WORDS+=("")
@@ -72,13 +72,13 @@ class Bash:
     def __init__(self, directory):
         self.directory = directory
 
-    def candidates(self, *words):
-        """What is offered for the last of `words`, sorted."""
-        asked = ["bash", "--norc", "-c", BASH, "bash", words[0], SOURCES / "completion", *words[1:]]
+    def candidates(self, *arguments):
+        """What is offered for the last of `arguments`, sorted."""
+        asked = ["bash", "--norc", "-c", BASH, "bash", arguments[0], SOURCES / "completion", *arguments[1:]]
         run = subprocess.run(asked, cwd=self.directory, capture_output=True, text=True, check=True, timeout=PATIENCE)
         errors = [line for line in run.stderr.splitlines() if "not currently executing completion function" not in line]
         assert errors == []
-        return sorted(word for word in run.stdout.split("\n") if word)
+        return sorted(candidate for candidate in run.stdout.split("\n") if candidate)
 
 
 class Zsh:
@@ -102,9 +102,9 @@ class Zsh:
         os.waitpid(self.process, 0)
         os.close(self._told)
 
-    def candidates(self, *words):
-        """What is offered for the last of `words`, sorted."""
-        os.write(self._terminal, f"\x15{' '.join(words)}\t".encode())
+    def candidates(self, *arguments):
+        """What is offered for the last of `arguments`, sorted."""
+        os.write(self._terminal, f"\x15{' '.join(arguments)}\t".encode())
         return sorted(set(self._read_to_end()))
 
     def _read_to_end(self):
@@ -176,11 +176,11 @@ def test_behind_add_stand_package_files_and_directories(shell, option):
     assert shell.candidates("qvrepo", option, "") == files("B.SJA", "a.sja")
 
 
-@pytest.mark.parametrize("words", [
+@pytest.mark.parametrize("arguments", [
     ["-list", "-version", ""], ["-pkgDetails", ""], ["-p", ""], ["-delete", ""], ["-d", ""], ["-help", ""], ["-x", ""],
     ["-add", "a.sja", ""], ["-list", "-os", "suse_x64", ""], ["-delete", "-os", ""], ["-x", "-os", ""]])
-def test_nothing_is_offered_where_the_program_takes_nothing_that_is_known(shell, words):
-    assert shell.candidates("qvrepo", *words) == []
+def test_nothing_is_offered_where_the_program_takes_nothing_that_is_known(shell, arguments):
+    assert shell.candidates("qvrepo", *arguments) == []
 
 
 # qvmaster
@@ -229,7 +229,7 @@ def test_behind_an_option_of_a_subcommand_stand_the_files_that_it_takes(shell):
                 assert shell.candidates("sjapack", command, option.name, "") == expected, (command, option.name)
 
 
-@pytest.mark.parametrize("words, expected", [
+@pytest.mark.parametrize("arguments, expected", [
     (["create", ""], files("B.SJA", "a.sja")),
     (["create", "out.sja", ""], files(*FILES)),
     (["create", "--key", "signing.key", "out.sja", "notes.txt", "n"], ["notes.txt"]),
@@ -243,18 +243,18 @@ def test_behind_an_option_of_a_subcommand_stand_the_files_that_it_takes(shell):
     (["verify", "--key", "directory:keys=1/pubkey.pem", ""], files("B.SJA", "a.sja")),
     (["keygen", ""], []),
 ])
-def test_behind_a_subcommand_stand_the_files_that_it_works_on(shell, words, expected):
-    assert shell.candidates("sjapack", *words) == expected
+def test_behind_a_subcommand_stand_the_files_that_it_works_on(shell, arguments, expected):
+    assert shell.candidates("sjapack", *arguments) == expected
 
 
 # Descriptions
 
 
-def test_zsh_tells_what_each_word_means():
+def test_zsh_tells_what_each_option_and_subcommand_means():
     script = "".join((SOURCES / f"completion/zsh/_{name}").read_text() for name in ("qvmaster", "sjapack")).splitlines()
     told = [(option.name, option.description) for option in help_options("qvmaster")] + subcommands("sjapack")
     for command, _ in subcommands("sjapack"):
         told += [(option.name, option.description) for option in help_options("sjapack", command)]
-    for word, meaning in told:
-        quoted = f"{word}:{meaning}".replace("'", "'\\''")
+    for name, meaning in told:
+        quoted = f"{name}:{meaning}".replace("'", "'\\''")
         assert f"    '{quoted}'" in script

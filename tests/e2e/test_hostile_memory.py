@@ -58,9 +58,9 @@ def no_log():
 
 
 def measure(way, reply, directory):
-    words = [*way.words, make_single(directory)] if way is ADD else way.words
+    arguments = [*way.arguments, make_single(directory)] if way is ADD else way.arguments
     with ScriptedService(*way.before, reply):
-        return run_measured(*words, stdin=way.stdin)
+        return run_measured(*arguments, stdin=way.stdin)
 
 
 def check_refused(way, reply, directory, most, status=9103):

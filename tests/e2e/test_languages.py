@@ -12,7 +12,7 @@ import sys
 
 import pytest
 from packages import SINGLE, make_single
-from program_words import column
+from program_options import column
 from scripted_service import ScriptedService, answer
 from world import PROGRAMS, SOURCES
 
@@ -51,8 +51,8 @@ class Language:
         self.texts = {number: message.text for number, message in messages.items()}
         self._qvrepo = qvrepo
 
-    def run(self, *words, **how):
-        return self._qvrepo(*words, env={"LANG": self.locale}, **how)
+    def run(self, *arguments, **how):
+        return self._qvrepo(*arguments, env={"LANG": self.locale}, **how)
 
     @property
     def help(self):
@@ -103,7 +103,7 @@ def test_the_program_asks_for_the_messages_of_its_table_and_no_other():
 
 # The program in each language
 
-def test_help_and_a_wrong_word(language):
+def test_help_and_an_unknown_option(language):
     assert language.run("-h") == (language.help, "", 0)
     assert language.run("-lists") == (language.help, "Error: " + language.line(8), 20)
     assert language.run("-list", "-name", "x") == (language.help, "Error: " + language.line(8), 20)
@@ -164,8 +164,8 @@ def test_every_status(language):
 
 
 def test_a_session_in_german(qvrepo, master, tmp_path):
-    def run(*words, stdin=None):
-        return qvrepo(*words, stdin=stdin, env={"LANG": "de_DE.UTF-8"})
+    def run(*arguments, stdin=None):
+        return qvrepo(*arguments, stdin=stdin, env={"LANG": "de_DE.UTF-8"})
 
     assert run("-h").stdout == (
         "\nVerwendung: Dienstprogramm für das Quorvelle-Paket-Repository\n\n"

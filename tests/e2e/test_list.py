@@ -31,16 +31,16 @@ def test_the_table_of_all_packages(qvrepo, three_packages):
 
 
 @pytest.mark.parametrize("option", ["-list", "-l"])
-def test_both_option_words_list(qvrepo, master, option):
+def test_both_forms_of_the_option_list(qvrepo, master, option):
     assert qvrepo(option) == (REPOSITORY_IS_EMPTY, "", 0)
 
 
-@pytest.mark.parametrize("words, query, ids", [
+@pytest.mark.parametrize("arguments, query, ids", [
     (["-version", "8.2"], "version%20eq%20'8.2'", ["2"]),
     (["-os", "redhat_x64"], "os%20eq%20'redhat_x64'", ["1"]),
     (["-type", "qveeb.server"], "package-type%20eq%20'qveeb.server'", ["3"])])
-def test_a_filter_narrows_the_list(qvrepo, three_packages, words, query, ids):
-    outcome = qvrepo("-list", *words)
+def test_a_filter_narrows_the_list(qvrepo, three_packages, arguments, query, ids):
+    outcome = qvrepo("-list", *arguments)
     assert [line.split()[0] for line in outcome.stdout.splitlines()[2:]] == ids
     assert (outcome.stderr, outcome.status) == ("", 0)
     assert three_packages.requests()[-1] == ("GET", f"{PACKAGES}?filter={query}")

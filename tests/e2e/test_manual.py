@@ -6,7 +6,7 @@ import subprocess
 
 import pytest
 from manual_page import PAGES, Page, page_file
-from program_words import column, help_options, option_names, subcommands, table, usage_options
+from program_options import column, help_options, option_names, subcommands, table, usage_options
 from world import ROOT, SOURCES, run_qvrepo
 
 OPTION = re.compile(r"(?<![\w/.+-])--?[A-Za-z][A-Za-z-]*")
@@ -123,19 +123,19 @@ def test_man_shows_every_status_at_80_columns(qvrepo_page):
 
 
 def test_the_page_names_every_option_of_qvrepo_and_no_other(qvrepo_page):
-    words = {*column("option"), *usage_options(), *column("filter")}
-    # The one word that is neither in a table nor in the usage text.
+    options = {*column("option"), *usage_options(), *column("filter")}
+    # The one option that is neither in a table nor in the usage text.
     assert run_qvrepo("-getPkg", "1", "-dest", "x").status == 0
-    assert options_named(qvrepo_page, "qvrepo") == {*words, "-dest"}
+    assert options_named(qvrepo_page, "qvrepo") == {*options, "-dest"}
 
 
 def test_the_page_explains_every_option_beside_its_short_form(qvrepo_page):
-    pairs = {long: word for word, long in table("option") if word != long}
+    pairs = {long: short for short, long in table("option") if short != long}
     usage = usage_options()
     pairs["-help"] = "-h"
     assert {*pairs, *pairs.values()} >= set(usage)
     terms = [OPTION.findall(term) for term in qvrepo_page.sections["OPTIONS"].terms]
-    filters = [[word] for word in column("filter")]
+    filters = [[option] for option in column("filter")]
     assert sorted(terms) == sorted([[long, short] for long, short in pairs.items()] + filters)
 
 
@@ -237,8 +237,8 @@ def test_the_page_names_no_option_that_sjapack_does_not_have():
     assert options_named(page, "sjapack") == known | set(option_names("sjapack"))
     synopsis = re.findall(r"sjapack (\w+) ([^\n]*)", page.sections["SYNOPSIS"].text)
     assert [command for command, _ in synopsis] == commands
-    for command, words in synopsis + [line.split(" ", 1) for line in page.commands("sjapack")]:
-        assert options_in([words]) <= set(option_names("sjapack", command)), command
+    for command, arguments in synopsis + [line.split(" ", 1) for line in page.commands("sjapack")]:
+        assert options_in([arguments]) <= set(option_names("sjapack", command)), command
 
 
 @pytest.mark.parametrize("page", ["qvmaster", "sjapack", "sja"])

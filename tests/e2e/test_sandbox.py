@@ -11,18 +11,18 @@ QVREPO = '"$QV_BIN"/qvrepo'
 EMPTY = "0 deployment packages in the repository.\n"
 
 
-def sandbox(*words, **how):
-    done = subprocess.run([SANDBOX, *words], capture_output=True, text=True, check=False, **how)
+def sandbox(*arguments, **how):
+    done = subprocess.run([SANDBOX, *arguments], capture_output=True, text=True, check=False, **how)
     return done.stdout, done.stderr, done.returncode
 
 
 @pytest.fixture
 def kept(template_tree, tmp_path):
-    """kept(*words) runs a command in a sandbox on a kept tree, whose keys are made already: making them takes long."""
+    """kept(*arguments) runs a command in a sandbox on a kept tree, whose keys are made already: making them takes long."""
     shutil.copytree(template_tree, tmp_path / "root")
 
-    def run(*words, **how):
-        return sandbox("--keep", tmp_path / "root", *words, **how)
+    def run(*arguments, **how):
+        return sandbox("--keep", tmp_path / "root", *arguments, **how)
 
     run.root = tmp_path / "root"
     return run
@@ -69,8 +69,8 @@ def test_sandboxes_run_side_by_side(template_tree, tmp_path):
     runs = []
     for name in ("one", "two", "three"):
         shutil.copytree(template_tree, tmp_path / name)
-        words = [SANDBOX, "--keep", tmp_path / name, "sh", "-c", f"{QVREPO} -list"]
-        runs.append(subprocess.Popen(words, stdout=subprocess.PIPE, text=True))
+        command = [SANDBOX, "--keep", tmp_path / name, "sh", "-c", f"{QVREPO} -list"]
+        runs.append(subprocess.Popen(command, stdout=subprocess.PIPE, text=True))
     assert {run.communicate()[0] for run in runs} == {EMPTY}
 
 
@@ -79,9 +79,9 @@ def test_the_service_is_stopped_in_good_order_with_the_sandbox(kept):
     assert not (kept.root / "qvmaster.db-wal").exists(), "a service that was killed leaves this behind"
 
 
-@pytest.mark.parametrize("words", [[], ["--bogus", "true"], ["--keep"]])
-def test_wrong_words_print_the_usage(words):
-    stdout, stderr, status = sandbox(*words)
+@pytest.mark.parametrize("arguments", [[], ["--bogus", "true"], ["--keep"]])
+def test_wrong_arguments_print_the_usage(arguments):
+    stdout, stderr, status = sandbox(*arguments)
     assert (stdout, status) == ("", 2)
     assert "Usage: scripts/sandbox" in stderr
 

@@ -28,8 +28,8 @@ GONE = answer(404, '{"errorCode": 227, "errorMessage": "gone"}')
 LITTLE = 100_000
 
 
-def begin(*words, **how):
-    return subprocess.Popen([PROGRAMS / "qvrepo", *words], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+def begin(*arguments, **how):
+    return subprocess.Popen([PROGRAMS / "qvrepo", *arguments], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                             stderr=subprocess.PIPE, text=True, **how)
 
 

@@ -19,18 +19,18 @@ def configure(tree, text):
     (tree / "quorvelle/master.json").write_text(text)
 
 
-@pytest.mark.parametrize("words", COMMANDS)
-def test_only_an_administrator_may_run_a_command(tree, log_records, words):
+@pytest.mark.parametrize("arguments", COMMANDS)
+def test_only_an_administrator_may_run_a_command(tree, log_records, arguments):
     # Nobody: a namespace of its own in which no user is root.
-    run = subprocess.run(["unshare", "--user", PROGRAMS / "qvrepo", *words], capture_output=True, text=True, check=False)
+    run = subprocess.run(["unshare", "--user", PROGRAMS / "qvrepo", *arguments], capture_output=True, text=True, check=False)
     assert (run.stdout, run.stderr, run.returncode) == NOT_ADMINISTRATOR
     assert log_records() == []
 
 
-@pytest.mark.parametrize("words", COMMANDS)
-def test_without_a_configuration_no_command_runs(qvrepo, tree, log_records, words):
+@pytest.mark.parametrize("arguments", COMMANDS)
+def test_without_a_configuration_no_command_runs(qvrepo, tree, log_records, arguments):
     (tree / "quorvelle/master.json").unlink()
-    assert qvrepo(*words) == NO_CONFIGURATION
+    assert qvrepo(*arguments) == NO_CONFIGURATION
     assert log_records() == [(4, "main", "qvrepo exit status: [110]")]
 
 
@@ -75,9 +75,9 @@ def test_the_master_server_is_known_by_name_alias_and_address(qvrepo, tree, mast
 
 def test_a_missing_repository_directory_is_found_before_any_request(qvrepo, tree, master, log_records):
     (tree / "var/global/repo").rmdir()
-    for words, function in [(["-list"], "listPackagesCmd"), (["-pkgDetails", "abc"], "getPackageDetailsCmd"),
+    for arguments, function in [(["-list"], "listPackagesCmd"), (["-pkgDetails", "abc"], "getPackageDetailsCmd"),
                             (["-delete", "abc"], "deletePackageCmd")]:
-        assert qvrepo(*words) == ("", "Error: Package repository location does not exist.\n", 7217 & 0xFF)
+        assert qvrepo(*arguments) == ("", "Error: Package repository location does not exist.\n", 7217 & 0xFF)
         assert log_records()[-3:] == [
             (16, function, "Package repository location does not exist: [/usr/ormex/var/global/repo]."),
             (16, "main", "Package repository location does not exist."),

@@ -132,14 +132,14 @@ class Master:
 
     # The service as a process
 
-    def start(self, *words, under=()):
-        """Starts the service, with further words of its command line, and returns the line that it prints. `under`
+    def start(self, *arguments, under=()):
+        """Starts the service, with further options, and returns the line that it prints. `under`
         names a program, with its arguments, that becomes the service."""
         assert self.process is None, "qvmaster runs already"
         standard = ["--db", self.database, "--tls", TLS, "--access-log", self.access_log]
         with open(self.errors, "ab") as errors:
             self.process = subprocess.Popen(
-                [*under, PROGRAMS / "qvmaster", *standard, *words], stdout=subprocess.PIPE, stderr=errors, text=True
+                [*under, PROGRAMS / "qvmaster", *standard, *arguments], stdout=subprocess.PIPE, stderr=errors, text=True
             )
         line = self.process.stdout.readline()
         if not line:
@@ -264,9 +264,9 @@ class Master:
         return packages
 
 
-def run_qvmaster(*words):
-    """Runs qvmaster with exactly these words to its end, which it must come to by itself."""
-    run = subprocess.run([PROGRAMS / "qvmaster", *words], capture_output=True, text=True, timeout=PATIENCE)
+def run_qvmaster(*arguments):
+    """Runs qvmaster with exactly these arguments to its end, which it must come to by itself."""
+    run = subprocess.run([PROGRAMS / "qvmaster", *arguments], capture_output=True, text=True, timeout=PATIENCE)
     return Outcome(run.stdout, run.stderr, run.returncode)
 
 
@@ -376,13 +376,13 @@ def chunked_body(answer):
         position = end + 2 + size + 2
 
 
-def run_qvrepo(*words, stdin=None, env=None, under=(), patience=PATIENCE):
-    """Runs qvrepo with `words`, `stdin` (text; nothing without it) and variables `env` in an otherwise plain
+def run_qvrepo(*arguments, stdin=None, env=None, under=(), patience=PATIENCE):
+    """Runs qvrepo with `arguments`, `stdin` (text; nothing without it) and variables `env` in an otherwise plain
     environment. Bytes that are not UTF-8 stand in the outcome as Python's surrogate escapes. `under` is a command that
     runs it, `patience` the seconds within which it has to end."""
     plain = {name: value for name, value in os.environ.items() if not name.startswith(("LC_", "LANG"))}
     run = subprocess.run(
-        [*under, PROGRAMS / "qvrepo", *words],
+        [*under, PROGRAMS / "qvrepo", *arguments],
         input=stdin or "",
         env={**plain, **(env or {})},
         capture_output=True,
@@ -397,12 +397,12 @@ def run_qvrepo(*words, stdin=None, env=None, under=(), patience=PATIENCE):
 INSTRUMENTED = any(mark in (PROGRAMS / "qvrepo").read_bytes() for mark in (b"__asan_init", b"exec valgrind"))
 
 
-def run_measured(*words, **how):
+def run_measured(*arguments, **how):
     """run_qvrepo, and the most memory that the program held at once, in MB (0 for an instrumented one)."""
     with tempfile.NamedTemporaryFile("r") as report:
         # time(1) is small enough not to count itself, which a Python parent is not.
         under = ["/usr/bin/time", "-f", "%M", "-o", report.name]
-        outcome = run_qvrepo(*words, under=under, **how)
+        outcome = run_qvrepo(*arguments, under=under, **how)
         return outcome, 0 if INSTRUMENTED else int(report.read().split()[-1]) / 1024
 
 

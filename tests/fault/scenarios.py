@@ -1,7 +1,7 @@
 """What is run under faults, and what has to hold after every one of them.
 
-A scenario sets its world up (reset), names the program to run (words), and judges a run under a fault (judge): its
-complaints, and in what state it left the world. Then the same program is run again without a fault.
+A scenario sets its world up (reset), names the program to run with its arguments (command), and judges a run under a
+fault (judge): its complaints, and in what state it left the world. Then the same program is run again without a fault.
 """
 
 import hashlib
@@ -99,11 +99,11 @@ class Scenario:
         self.refuse_nameless = refuse_nameless
 
     def run(self, fault=None):
-        return injector.run(self.words(), self.report, fault, self.stdin, self.refuse_nameless)
+        return injector.run(self.command(), self.report, fault, self.stdin, self.refuse_nameless)
 
     def trace(self):
         self.reset()
-        return injector.trace(self.words(), self.report, self.stdin, self.refuse_nameless)
+        return injector.trace(self.command(), self.report, self.stdin, self.refuse_nameless)
 
     @staticmethod
     def leftovers(files, fault):
@@ -142,7 +142,7 @@ class RepositoryScenario(Scenario):
 
     def wrong_death(self, run, fault):
         died = run.status == -getattr(signal, f"SIG{fault.signal}") and run.stderr == ""
-        return [] if died else [f"did not end by SIG{fault.signal} without a word: {run}"]
+        return [] if died else [f"did not end by SIG{fault.signal} without a line: {run}"]
 
     def wrong_ending(self, run):
         if run.status == 0:
@@ -171,7 +171,7 @@ class AddPackage(RepositoryScenario):
         self.wanted = {name: digest(data) for name, data in contents.items()}
         self.allowed = {name: [found] + [digest(EARLIER)] * earlier for name, found in self.wanted.items()}
 
-    def words(self):
+    def command(self):
         return [PROGRAMS / "qvrepo", "-add", self.package]
 
     def reset(self):
@@ -241,7 +241,7 @@ class DeletePackage(RepositoryScenario):
         self.allowed = {name: [digest(data)] for name, data in self.contents.items()}
         self.id = None
 
-    def words(self):
+    def command(self):
         return [PROGRAMS / "qvrepo", "-delete", self.id]
 
     def reset(self):
@@ -305,7 +305,7 @@ class MakeArchive(Scenario):
         assert self.run().status == 0
         self.wanted = self.output.read_bytes()
 
-    def words(self):
+    def command(self):
         what = ["sign", self.output] if self.sign else ["create", self.output, *self.sources]
         return [PROGRAMS / "sjapack", *what, "--key", SIGNING_KEY]
 

@@ -135,8 +135,8 @@ def test_a_volume_that_others_fill_between_copy_and_extraction_refuses_the_extra
         master, volume, tmp_path, report, log_records):
     place = volume("size=16m")
     package = large_bundle(tmp_path)
-    words = [PROGRAMS / "qvrepo", "-add", package]
-    run = run_with_a_stop(words, report, before_extraction(words, report, master), place.fill)
+    command = [PROGRAMS / "qvrepo", "-add", package]
+    run = run_with_a_stop(command, report, before_extraction(command, report, master), place.fill)
     assert (run.stdout, run.stderr, run.status) == NOT_EXTRACTED
     assert new_files() == []
     assert contains_in_order(log_records(), [
@@ -145,9 +145,9 @@ def test_a_volume_that_others_fill_between_copy_and_extraction_refuses_the_extra
     assert master.packages() == []
 
 
-def before_extraction(words, report, master):
+def before_extraction(command, report, master):
     """The last call between copy and extraction of a bundle, from a run that is taken back again."""
-    calls = trace(words, report)
+    calls = trace(command, report)
     opened = next(place for place, call in enumerate(calls)
                   if call.name == "openat" and TEMPORARY in call.text and "O_RDWR" in call.text)
     assert calls[opened - 1].name == "write", "the log tells of the extraction before it begins"
@@ -165,10 +165,10 @@ def test_a_full_volume_keeps_the_archive_that_was_to_be_signed_or_made_anew(volu
     archive = REPOSITORY / SINGLE
     subprocess.run([PROGRAMS / "sjapack", "create", archive, tmp_path / "payload"], check=True, capture_output=True)
     before = archive.read_bytes()
-    for words in (["sign", archive], ["create", archive, tmp_path / "payload"]):
-        run = execute([PROGRAMS / "sjapack", *words, "--key", SIGNING_KEY], "", False)
+    for arguments in (["sign", archive], ["create", archive, tmp_path / "payload"]):
+        run = execute([PROGRAMS / "sjapack", *arguments, "--key", SIGNING_KEY], "", False)
         assert (run.stdout, run.stderr, run.returncode) == (
-            "", f"sjapack: cannot write {archive}: No space left on device\n", 1), words
+            "", f"sjapack: cannot write {archive}: No space left on device\n", 1), arguments
         assert archive.read_bytes() == before
         assert new_files() == [SINGLE]
 
@@ -211,13 +211,13 @@ def test_a_disk_without_inodes_refuses_the_copy(qvrepo, master, volume, tmp_path
 def test_a_repository_that_becomes_read_only_after_the_registration_takes_it_back(
         master, volume, tmp_path, report, log_records, kind):
     place = volume("size=16m")
-    words = [PROGRAMS / "qvrepo", "-add", make_single(tmp_path) if kind == "single" else make_bundle(tmp_path)]
-    calls = trace(words, report)
+    command = [PROGRAMS / "qvrepo", "-add", make_single(tmp_path) if kind == "single" else make_bundle(tmp_path)]
+    calls = trace(command, report)
     measured = [call for call in calls if call.name == "statfs"][-1]
     assert master.delete(master.packages()[0]["id"]).status == 204
     for file in REPOSITORY.iterdir():
         file.unlink()
-    run = run_with_a_stop(words, report, measured, lambda: place.remount("ro"))
+    run = run_with_a_stop(command, report, measured, lambda: place.remount("ro"))
     assert (run.stdout, run.stderr, run.status) == NOT_COPIED
     assert new_files() == []
     assert master.packages() == []
@@ -228,8 +228,8 @@ def test_a_repository_that_becomes_read_only_before_the_extraction_keeps_the_tem
         qvrepo, master, volume, tmp_path, report, log_records):
     place = volume("size=16m")
     package = make_bundle(tmp_path)
-    words = [PROGRAMS / "qvrepo", "-add", package]
-    run = run_with_a_stop(words, report, before_extraction(words, report, master), lambda: place.remount("ro"))
+    command = [PROGRAMS / "qvrepo", "-add", package]
+    run = run_with_a_stop(command, report, before_extraction(command, report, master), lambda: place.remount("ro"))
     assert (run.stdout, run.stderr, run.status) == NOT_EXTRACTED
     assert new_files() == [TEMPORARY]
     assert (REPOSITORY / TEMPORARY).read_bytes() == package.read_bytes()

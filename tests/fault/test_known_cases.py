@@ -166,7 +166,7 @@ def test_a_bundle_is_refused_while_another_process_extracts_its_temporary_copy(s
         assert add.registered() == []
         assert names() == sorted([INNER[1], TEMPORARY])
 
-    run = run_with_a_stop(add.words(), report, cut, add_again)
+    run = run_with_a_stop(add.command(), report, cut, add_again)
     assert (run.stderr, run.status) == ("", 0)
     assert digests(REPOSITORY) == add.wanted
 

@@ -59,17 +59,17 @@ class Debian:
         """Where a path of the root lies outside of it."""
         return self.root / name.lstrip("/")
 
-    def argv(self, *words, env=None):
+    def argv(self, *arguments, env=None):
         plain = {"PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/root",
                  "DEBIAN_FRONTEND": "noninteractive", **(env or {})}
         settings = [f"{name}={value}" for name, value in plain.items()]
-        return ["chroot", str(self.root), "env", "-i", *settings, *(str(word) for word in words)]
+        return ["chroot", str(self.root), "env", "-i", *settings, *(str(argument) for argument in arguments)]
 
-    def run(self, *words, stdin="", env=None, expect=0):
+    def run(self, *arguments, stdin="", env=None, expect=0):
         """Runs a command in the root; fails unless it ends with the status `expect` (None: any)."""
-        run = subprocess.run(self.argv(*words, env=env), input=stdin, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+        run = subprocess.run(self.argv(*arguments, env=env), input=stdin, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                              text=True, timeout=PATIENCE)
-        assert expect is None or run.returncode == expect, f"{words} ended with {run.returncode}:\n{run.stdout}"
+        assert expect is None or run.returncode == expect, f"{arguments} ended with {run.returncode}:\n{run.stdout}"
         return Outcome(run.stdout, run.returncode)
 
     def dpkg(self, action, *names, directory=FIRST, expect=0):
@@ -127,8 +127,8 @@ class Service:
     `tracer` is given, below that command of the machine's. Left as a context, it is ended whatever happened."""
 
     def __init__(self, debian, tracer=()):
-        words = unit_setting(debian, "ExecStart").replace("$QVMASTER_OPTIONS", "").split()
-        confined = debian.argv("unshare", "--mount", "bash", "-c", CONFINED, "confined", *words)
+        command = unit_setting(debian, "ExecStart").replace("$QVMASTER_OPTIONS", "").split()
+        confined = debian.argv("unshare", "--mount", "bash", "-c", CONFINED, "confined", *command)
         self.process = subprocess.Popen([*tracer, *confined], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
                                         start_new_session=True)
         self.first_line = self.process.stdout.readline()

@@ -7,9 +7,9 @@ import pytest
 from debian import AGAIN, FIRST, PACKAGES, WORK, deb
 
 
-def output(*words):
-    run = subprocess.run([str(word) for word in words], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
-                         check=False)
+def output(*command):
+    run = subprocess.run([str(argument) for argument in command], stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                         text=True, check=False)
     return run.stdout, run.returncode
 
 

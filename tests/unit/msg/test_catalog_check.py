@@ -103,7 +103,7 @@ def test_a_good_catalog_has_no_fault():
      ["line 8: message 2 does not keep the blanks and line ends at its ends"]),
     ('32 "qvrepo -l | -list', '32 "qvrepo -l | -liste',
      ["line 16: message 32 has nothing to translate, and differs",
-      "line 16: message 32 does not keep the names and option words: qvrepo -l | -list"]),
+      "line 16: message 32 does not keep the names and options: qvrepo -l | -list"]),
     ("Sie müssen", "x" * 1001 + " müssen", ["line 8: message 2 is longer than 1023 bytes"])])
 def test_a_fault_is_found_and_named(old, new, problems):
     assert compare(changed(old, new), TEXTS) == problems

@@ -1,4 +1,4 @@
-"""What the programs themselves say about their words: the tables of qvrepo, the --help of the others."""
+"""What the programs themselves say about their options: the tables of qvrepo, the --help of the others."""
 
 import functools
 import re
@@ -24,9 +24,9 @@ def column(kind):
 
 
 @functools.cache
-def help_of(program, *words):
+def help_of(program, *arguments):
     option = "-h" if program == "qvrepo" else "--help"
-    run = subprocess.run([PROGRAMS / program, *words, option], capture_output=True, text=True, check=True)
+    run = subprocess.run([PROGRAMS / program, *arguments, option], capture_output=True, text=True, check=True)
     return run.stdout
 
 
@@ -45,10 +45,10 @@ class Option(NamedTuple):
 
 
 @functools.cache
-def help_options(program, *words):
+def help_options(program, *arguments):
     """The options in a --help text, a short and a long name being two options, in their order."""
-    # A description begins in column 31, or there on the next line where the words before it are too long.
-    joined = re.sub(r"^(  -.*)\n {30}(?=\S)", r"\1\t", help_of(program, *words), flags=re.MULTILINE)
+    # A description begins in column 31, or there on the next line where the option is too long.
+    joined = re.sub(r"^(  -.*)\n {30}(?=\S)", r"\1\t", help_of(program, *arguments), flags=re.MULTILINE)
     found = []
     for line in re.findall(r"^  -.*", joined, re.MULTILINE):
         head, description = line.split("\t") if "\t" in line else (line[:30], line[30:])
@@ -59,8 +59,8 @@ def help_options(program, *words):
     return found
 
 
-def option_names(program, *words):
-    return [option.name for option in help_options(program, *words)]
+def option_names(program, *arguments):
+    return [option.name for option in help_options(program, *arguments)]
 
 
 def subcommands(program):

@@ -1,4 +1,4 @@
-"""The command line: help, unknown words, placeholders, and how a status is seen by a shell."""
+"""The command line: help, unknown options, placeholders, and how a status is seen by a shell."""
 
 import re
 import subprocess
@@ -18,34 +18,34 @@ INVALID = "Error: invalid command parameter\n"
 FAILED_WITH_1 = "Error: qvrepo operation failed with status [1].\n"
 
 
-def test_without_words_the_help_is_printed_and_the_status_is_1_without_an_error_line(qvrepo):
+def test_without_arguments_the_help_is_printed_and_the_status_is_1_without_an_error_line(qvrepo):
     assert qvrepo() == (HELP, "", 1)
 
 
-@pytest.mark.parametrize("word", ["-h", "-help"])
-def test_the_help_option_prints_the_help(qvrepo, word):
-    assert qvrepo(word) == (HELP, "", 0)
-    assert qvrepo(word, "-list") == (HELP, "", 0)
+@pytest.mark.parametrize("option", ["-h", "-help"])
+def test_the_help_option_prints_the_help(qvrepo, option):
+    assert qvrepo(option) == (HELP, "", 0)
+    assert qvrepo(option, "-list") == (HELP, "", 0)
 
 
-@pytest.mark.parametrize("word", ["-HELP", "--help", "help", "-x", "", "-lis", "-listt", "-List", " -list", "-add "])
-def test_an_unknown_word_prints_the_help_and_then_the_error(qvrepo, word):
-    assert qvrepo(word) == (HELP, INVALID, 20)
+@pytest.mark.parametrize("option", ["-HELP", "--help", "help", "-x", "", "-lis", "-listt", "-List", " -list", "-add "])
+def test_an_unknown_option_prints_the_help_and_then_the_error(qvrepo, option):
+    assert qvrepo(option) == (HELP, INVALID, 20)
 
 
-@pytest.mark.parametrize("words, error", [
+@pytest.mark.parametrize("arguments, error", [
     (["-x"], INVALID), (["-list", "-os"], INVALID), (["-pkgDetails"], INVALID), (["-add"], INVALID),
     (["-delete"], INVALID), (["-getPkg"], FAILED_WITH_1)])
-def test_the_help_comes_before_the_error_line(words, error):
-    run = subprocess.run([PROGRAMS / "qvrepo", *words], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+def test_the_help_comes_before_the_error_line(arguments, error):
+    run = subprocess.run([PROGRAMS / "qvrepo", *arguments], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
     assert run.stdout == HELP + error
 
 
-def test_only_the_first_word_is_looked_at(qvrepo):
+def test_only_the_first_argument_is_looked_at(qvrepo):
     assert qvrepo("-x", "-list") == (HELP, INVALID, 20)
 
 
-def test_an_unknown_word_writes_no_log_though_the_directory_is_there(qvrepo, log_records):
+def test_an_unknown_option_writes_no_log_though_the_directory_is_there(qvrepo, log_records):
     qvrepo("-x")
     assert log_records() == []
 
@@ -56,7 +56,7 @@ def test_validate_is_not_yet_implemented(qvrepo, option):
 
 
 @pytest.mark.parametrize("option", ["-validate", "-v"])
-def test_validate_with_words_prints_an_address_the_help_and_status_1(qvrepo, option):
+def test_validate_with_arguments_prints_an_address_the_help_and_status_1(qvrepo, option):
     outcome = qvrepo(option, "x")
     assert re.fullmatch(r"0x[0-9a-f]+\n", outcome.stdout.removesuffix(HELP))
     assert outcome.stdout.endswith(HELP)
@@ -69,26 +69,26 @@ def test_get_package_is_not_yet_implemented(qvrepo, option):
         "qvrepo -getPkg 42 -dest /tmp is not yet implemented.\n", "", 0)
 
 
-@pytest.mark.parametrize("words", [[], ["42"], ["42", "-dest"], ["42", "-to", "/tmp"], ["42", "-dest", "/tmp", "x"]])
-def test_get_package_with_other_words_prints_the_help_and_status_1(qvrepo, words):
-    assert qvrepo("-getPkg", *words) == (HELP, FAILED_WITH_1, 1)
+@pytest.mark.parametrize("arguments", [[], ["42"], ["42", "-dest"], ["42", "-to", "/tmp"], ["42", "-dest", "/tmp", "x"]])
+def test_get_package_with_other_arguments_prints_the_help_and_status_1(qvrepo, arguments):
+    assert qvrepo("-getPkg", *arguments) == (HELP, FAILED_WITH_1, 1)
 
 
-@pytest.mark.parametrize("words", [
+@pytest.mark.parametrize("arguments", [
     ["-list", "-os"], ["-l", "x"], ["-list", "-os", "linux", "-type", "qv"], ["-list", "-name", "x"],
     ["-pkgDetails"], ["-p", "1", "2"], ["-add"], ["-a", "x", "y"], ["-delete"], ["-d", "1", "2"]])
-def test_wrong_words_of_a_command_print_the_help_before_any_check(qvrepo, log_records, tree, words):
+def test_wrong_arguments_of_a_command_print_the_help_before_any_check(qvrepo, log_records, tree, arguments):
     (tree / "quorvelle/master.json").unlink()
-    assert qvrepo(*words) == (HELP, INVALID, 20)
+    assert qvrepo(*arguments) == (HELP, INVALID, 20)
     assert log_records() == []
 
 
-@pytest.mark.parametrize("option, words", [
+@pytest.mark.parametrize("option, arguments", [
     ("-list", []), ("-l", []), ("-pkgDetails", ["1"]), ("-p", ["1"]), ("-delete", ["1"]), ("-d", ["1"]),
     ("-add", ["/x"]), ("-a", ["/x"])])
-def test_every_option_word_reaches_its_command(qvrepo, tree, option, words):
+def test_every_option_reaches_its_command(qvrepo, tree, option, arguments):
     (tree / "quorvelle/master.json").unlink()
-    assert qvrepo(option, *words) == ("", "Error: failed to read master config.\n", 110)
+    assert qvrepo(option, *arguments) == ("", "Error: failed to read master config.\n", 110)
 
 
 def test_a_shell_sees_the_low_eight_bits_of_a_status(qvrepo, tree):
