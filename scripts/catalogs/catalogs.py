@@ -71,7 +71,7 @@ def read_catalog(content):
 
 
 def conversions(text):
-    """The arguments that a printf format takes, in order, in the program's own way of telling them: length modifier
+    """The arguments that a printf format takes, in order, as the program itself describes them: length modifier
     and character, "d" for a '*'. None for a format that is not usable."""
     found = []
     for match in CONVERSION.finditer(text):
@@ -113,6 +113,6 @@ def compare(content, texts):
     """What is wrong with a catalog source, given as bytes, for a program with these texts, {number: English text}."""
     messages, problems = read_catalog(content)
     for number, message in messages.items():
-        faults = faults_of(message, texts[number]) if number in texts else ["is none of the program"]
+        faults = faults_of(message, texts[number]) if number in texts else ["is not a message of the program"]
         problems += [f"line {message.line}: message {number} {fault}" for fault in faults]
     return problems + [f"message {number} is missing: {texts[number]!r}" for number in sorted(texts.keys() - messages)]

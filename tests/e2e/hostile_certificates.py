@@ -5,7 +5,7 @@ import subprocess
 
 from world import HOST, SOURCES, TLS
 
-# Lets OpenSSL itself make and take weak keys, old digests and old versions.
+# Lets OpenSSL itself make and accept weak keys, old digests and old versions.
 LENIENT = {"OPENSSL_CONF": str(SOURCES / "tests/unit/platform/lenient_openssl.cnf")}
 
 _AUTHORITY_CONFIG = """\
@@ -39,7 +39,7 @@ TRUSTED = Issuer(TLS / "ca")
 
 
 def make_authority(directory, name="other", subject="/CN=Quorvelle evaluation authority"):
-    """An authority of its own; by default it bears the name of the trusted one."""
+    """A new authority; by default with the name of the trusted one."""
     openssl("req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-keyout",
             directory / f"{name}.key", "-out", directory / f"{name}.pem", "-days", "30", "-subj", subject, "-addext",
             "keyUsage=critical,keyCertSign,cRLSign")
@@ -49,7 +49,7 @@ def make_authority(directory, name="other", subject="/CN=Quorvelle evaluation au
 def issue(directory, name="service", issuer=TRUSTED, subject=f"/CN={HOST}", extensions=(f"subjectAltName=DNS:{HOST}",),
           key=("ec", "-pkeyopt", "ec_paramgen_curve:P-256"), digest="sha256", start="20200101000000Z",
           end="20991231235959Z"):
-    """A certificate NAME.pem with NAME.key in `directory`; returns it as an issuer, which it may pass for."""
+    """A certificate NAME.pem with NAME.key in `directory`; returns it as an issuer, as which it may pose."""
     made = Issuer(directory / name)
     request, config, wanted = directory / f"{name}.csr", directory / f"{name}.cnf", directory / f"{name}.ext"
     config.write_text(_AUTHORITY_CONFIG.format(directory=directory, digest=digest))
@@ -65,7 +65,7 @@ def _named(*names):
     return {"extensions": [f"subjectAltName={','.join(names)}"]}
 
 
-# What `issue` is told, for certificates that differ from a right one in one thing.
+# Arguments of `issue` for certificates that differ from a valid one in one respect.
 WRONG_IN_ITSELF = [
     ("one that expired yesterday", {"end": "yesterday"}),
     ("one that expired in 1971", {"start": "19700101000000Z", "end": "19710101000000Z"}),
@@ -77,7 +77,7 @@ WRONG_IN_ITSELF = [
     ("one for a host of the domain's domain", _named("DNS:*.com")),
     ("one for hosts below the master", _named(f"DNS:*.{HOST}")),
     ("one for every name", _named("DNS:*")),
-    ("one for a name that goes on behind the master's", _named(f"DNS:{HOST}.example.org")),
+    ("one for a name that goes on after the master's", _named(f"DNS:{HOST}.example.org")),
     ("one for a name that ends with the master's", _named(f"DNS:not-{HOST}")),
     ("one for an address alone", {"subject": "/CN=address", **_named("IP:127.0.0.1")}),
     ("one for mail", {"subject": "/CN=mail", **_named(f"email:root@{HOST}")}),

@@ -1,4 +1,4 @@
-"""Package files as tests need them: right ones, and ones that are wrong in one place."""
+"""Package files as tests need them: valid ones, and ones that are wrong in one place."""
 
 import struct
 import subprocess
@@ -26,7 +26,7 @@ def signature(content, key=SIGNING_KEY):
 
 
 def signed(content, key=SIGNING_KEY):
-    """The signed form of an unsigned archive, or of any bytes that shall pass for one."""
+    """The signed form of an unsigned archive, or of any bytes in place of one."""
     return signature(content, key) + content
 
 
@@ -38,7 +38,7 @@ def flip_byte(path, offset):
 
 
 def make_single(directory, name=SINGLE, data=b"the client\n"):
-    """A signed package file that is no envelope."""
+    """A signed package file that is not an envelope."""
     path = directory / name
     path.write_bytes(signed(archive(("payload.txt", data))))
     return path

@@ -1,7 +1,7 @@
 """A web service that answers what a test tells it to, byte for byte, over TLS on the master server's port.
 
-It stands where qvmaster would, for what qvmaster never does: half an answer, another media type, a certificate that
-is not to be trusted.
+It stands in for qvmaster, for what qvmaster never does: half an answer, another media type, a certificate that
+must not be trusted.
 """
 
 import socket

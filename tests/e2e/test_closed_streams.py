@@ -1,4 +1,4 @@
-"""Programs whose caller has closed standard input, output or error: nothing that they open takes the place of these."""
+"""Programs whose caller has closed standard input, output or error: no file that they open takes the place of these."""
 
 import signal
 import socket
@@ -56,7 +56,7 @@ def test_sjapack_makes_the_same_archive(tmp_path, closing):
     (tmp_path / "a").write_bytes(b"text")
     (tmp_path / "a").chmod(0o644)
     status = run(closing, "sjapack", "create", "out.sja", "a", "--key", SIGNING_KEY, cwd=tmp_path)[2]
-    # That its report cannot be printed is told by the status.
+    # The status tells that the summary could not be printed.
     assert (status != 0) == (closing in (">&-", ">&- 2>&-", "<&- >&- 2>&-"))
     assert (tmp_path / "out.sja").read_bytes() == signed(archive(("a", b"text")))
 

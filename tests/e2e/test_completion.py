@@ -1,4 +1,4 @@
-"""Completion in bash and zsh: what real shells offer behind the programs' names."""
+"""Completion in bash and zsh: what real shells offer after the programs' names."""
 
 import os
 import pty
@@ -32,7 +32,7 @@ read -ra registered < <(complete -p "$program")
 printf '%s\\n' "${COMPREPLY[@]}"
 """
 
-# Every match that is added is told as well, and an end after each completion and when the shell is ready for a line.
+# Reports every match that is added, and an END after each completion and when the shell is ready for a line.
 ZSHRC = """
 PS1= HISTFILE=
 fpath=({directory} $fpath)
@@ -111,9 +111,9 @@ class Zsh:
         told = b""
         while not told.endswith(b"END\n"):
             ready, _, _ = select.select([self._terminal, self._told], [], [], PATIENCE)
-            assert ready, f"zsh tells no end: {told}"
+            assert ready, f"zsh reports no end: {told}"
             if self._terminal in ready:
-                os.read(self._terminal, 65536)  # what it shows is not looked at
+                os.read(self._terminal, 65536)  # what it shows does not matter
             if self._told in ready:
                 told += os.read(self._told, 65536)
         return told.decode().splitlines()[:-1]
@@ -143,7 +143,7 @@ def test_a_script_is_well_formed(program):
 # qvrepo
 
 
-def test_behind_qvrepo_stand_the_options_of_its_usage_text(shell):
+def test_after_qvrepo_the_shell_offers_the_options_of_its_usage_text(shell):
     offered = shell.candidates("qvrepo", "-")
     assert offered == sorted(usage_options())
     assert set(offered) <= {*column("option"), "-h", "-help"}
@@ -155,12 +155,12 @@ def test_an_option_of_qvrepo_is_completed_from_its_beginning(shell):
 
 
 @pytest.mark.parametrize("option", ["-list", "-l"])
-def test_behind_list_stand_the_filters(shell, option):
+def test_after_list_the_shell_offers_the_filters(shell, option):
     assert shell.candidates("qvrepo", option, "-") == sorted(column("filter"))
 
 
 @pytest.mark.parametrize("option", ["-list", "-l"])
-def test_behind_a_filter_stand_the_keys_that_the_program_knows(shell, option):
+def test_after_a_filter_the_shell_offers_the_keys_that_the_program_knows(shell, option):
     assert shell.candidates("qvrepo", option, "-os", "") == sorted(column("os"))
     assert shell.candidates("qvrepo", option, "-type", "") == sorted(column("type"))
 
@@ -172,21 +172,21 @@ def test_a_key_is_completed_from_its_beginning(shell):
 
 
 @pytest.mark.parametrize("option", ["-add", "-a"])
-def test_behind_add_stand_package_files_and_directories(shell, option):
+def test_after_add_the_shell_offers_package_files_and_directories(shell, option):
     assert shell.candidates("qvrepo", option, "") == files("B.SJA", "a.sja")
 
 
 @pytest.mark.parametrize("arguments", [
     ["-list", "-version", ""], ["-pkgDetails", ""], ["-p", ""], ["-delete", ""], ["-d", ""], ["-help", ""], ["-x", ""],
     ["-add", "a.sja", ""], ["-list", "-os", "suse_x64", ""], ["-delete", "-os", ""], ["-x", "-os", ""]])
-def test_nothing_is_offered_where_the_program_takes_nothing_that_is_known(shell, arguments):
+def test_nothing_is_offered_where_no_value_is_known(shell, arguments):
     assert shell.candidates("qvrepo", *arguments) == []
 
 
 # qvmaster
 
 
-def test_behind_qvmaster_stand_its_options(shell):
+def test_after_qvmaster_the_shell_offers_its_options(shell):
     assert shell.candidates("qvmaster", "-") == sorted(option_names("qvmaster"))
     assert shell.candidates("qvmaster", "--db", "a.sja", "--p") == ["--patience", "--port"]
 
@@ -202,7 +202,7 @@ VALUES_OF_QVMASTER = {
 }
 
 
-def test_behind_an_option_of_qvmaster_stands_what_it_takes(shell):
+def test_after_an_option_of_qvmaster_the_shell_offers_its_values(shell):
     with_value = [option.name for option in help_options("qvmaster") if option.takes_value]
     assert {name: shell.candidates("qvmaster", name, "") for name in with_value} == VALUES_OF_QVMASTER
 
@@ -210,17 +210,17 @@ def test_behind_an_option_of_qvmaster_stands_what_it_takes(shell):
 # sjapack
 
 
-def test_behind_sjapack_stand_its_subcommands(shell):
+def test_after_sjapack_the_shell_offers_its_subcommands(shell):
     assert shell.candidates("sjapack", "") == sorted(command for command, _ in subcommands("sjapack"))
     assert shell.candidates("sjapack", "-") == sorted(option_names("sjapack"))
 
 
-def test_behind_a_subcommand_stand_its_options(shell):
+def test_after_a_subcommand_the_shell_offers_its_options(shell):
     for command, _ in subcommands("sjapack"):
         assert shell.candidates("sjapack", command, "-") == sorted(option_names("sjapack", command)), command
 
 
-def test_behind_an_option_of_a_subcommand_stand_the_files_that_it_takes(shell):
+def test_after_an_option_of_a_subcommand_the_shell_offers_the_files_that_it_takes(shell):
     keys = {"--key", "--private", "--public"}
     for command, _ in subcommands("sjapack"):
         for option in help_options("sjapack", command):
@@ -243,14 +243,14 @@ def test_behind_an_option_of_a_subcommand_stand_the_files_that_it_takes(shell):
     (["verify", "--key", "directory:keys=1/pubkey.pem", ""], files("B.SJA", "a.sja")),
     (["keygen", ""], []),
 ])
-def test_behind_a_subcommand_stand_the_files_that_it_works_on(shell, arguments, expected):
+def test_after_a_subcommand_the_shell_offers_the_files_that_it_works_on(shell, arguments, expected):
     assert shell.candidates("sjapack", *arguments) == expected
 
 
 # Descriptions
 
 
-def test_zsh_tells_what_each_option_and_subcommand_means():
+def test_zsh_describes_each_option_and_subcommand():
     script = "".join((SOURCES / f"completion/zsh/_{name}").read_text() for name in ("qvmaster", "sjapack")).splitlines()
     told = [(option.name, option.description) for option in help_options("qvmaster")] + subcommands("sjapack")
     for command, _ in subcommands("sjapack"):

@@ -1,4 +1,4 @@
-"""What a service that cannot be reached, or must not be trusted, comes to."""
+"""How a run ends whose service cannot be reached or must not be trusted."""
 
 import socket
 import ssl
@@ -40,7 +40,7 @@ def test_a_service_that_hangs_up_fails_with_the_clients_code(qvrepo, log_records
 
 
 @pytest.mark.parametrize("noise", [b"\x00" * 100, b"SSH-2.0-OpenSSH_9.2\r\n"])
-def test_a_service_that_speaks_no_http_fails_with_the_clients_code(qvrepo, noise):
+def test_a_service_that_does_not_speak_http_fails_with_the_clients_code(qvrepo, noise):
     with ScriptedService(noise):
         outcome = qvrepo("-list")
     assert outcome.stdout == "" and outcome.stderr == failed(outcome.status)[1]

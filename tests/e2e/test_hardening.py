@@ -1,4 +1,4 @@
-"""How the programs are built: position independent, with all that the linker and the compiler have against abuse."""
+"""How the programs are built: position independent, with every protection of linker and compiler."""
 
 import subprocess
 

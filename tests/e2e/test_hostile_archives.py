@@ -10,7 +10,7 @@ import json
 import pytest
 import world
 from hostile_archives import (
-    COPIED, ENVELOPES, EXTRACTED, FIELDS, FILE_NAMES, GOOD, INVALID_SIGNATURE, NAMES, NO_ARCHIVES, NOT_EXTRACTED,
+    COPIED, ENVELOPES, EXTRACTED, FIELDS, FILE_NAMES, GOOD, INVALID_SIGNATURE, NAMES, NOT_ARCHIVES, NOT_EXTRACTED,
     REFUSED_BY_SERVICE, SIGNATURES, UNREADABLE, entry, unsigned)
 from hostile_ways import closing_records, error_line
 from packages import signed
@@ -186,8 +186,8 @@ def test_a_wrong_signature_refuses_the_package_before_anything_is_read(case, ser
     check(case, service, volume, tmp_path)
 
 
-@pytest.mark.parametrize("case", params(NO_ARCHIVES))
-def test_what_is_signed_and_no_whole_archive(case, service, volume, tmp_path):
+@pytest.mark.parametrize("case", params(NOT_ARCHIVES))
+def test_signed_content_that_is_not_a_whole_archive(case, service, volume, tmp_path):
     check(case, service, volume, tmp_path)
 
 

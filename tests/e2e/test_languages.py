@@ -137,7 +137,7 @@ def test_an_unknown_id(language, master, log_records):
                                   (4, "main", "qvrepo exit status: [7220]")]
 
 
-def test_a_deletion_that_is_called_off(language, one_package, log_records):
+def test_a_canceled_deletion(language, one_package, log_records):
     assert language.run("-delete", "1", stdin="n\n") == (PROMPT, language.line(21), 7221 & 0xFF)
     assert log_records()[-2:] == [(16, "main", "Package delete operation was canceled."),
                                   (4, "main", "qvrepo exit status: [7221]")]
@@ -157,7 +157,7 @@ def test_every_status(language):
     with ScriptedService(*[answer(400, body) for body in bodies]):
         for status, number in MESSAGE_OF_STATUS.items():
             arguments = [status] if number == GENERAL_MESSAGE else []
-            # What the user called off is no error.
+            # A deletion that the user canceled is not an error.
             prefix = "" if status == 7221 else "Error: "
             expected = ("", prefix + language.line(number, *arguments), status & 0xFF)
             assert language.run("-list") == expected, status
@@ -204,13 +204,13 @@ def test_a_country_or_character_set_without_a_catalog_gets_that_of_the_language(
     {"LANG": "xx_YY.UTF-8"}, {"LANG": "DE_DE"}, {"LANG": "deu"}, {"LANG": "d"}, {"LANG": "C.UTF-8"}, {},
     {"LC_ALL": "C", "LANG": "de_DE.UTF-8"}, {"LC_ALL": "POSIX", "LANG": "de_DE.UTF-8"},
     {"LC_MESSAGES": "C", "LANG": "de_DE.UTF-8"}, {"LC_ALL": "pt_BR.UTF-8", "LANG": "de_DE.UTF-8"},
-    # The list of languages belongs to another kind of catalogs.
+    # LANGUAGE belongs to another kind of catalogs.
     {"LANG": "en_US.UTF-8", "LANGUAGE": "de"}])
 def test_a_locale_without_a_catalog_gets_english(qvrepo, env):
     assert qvrepo("-x", env=env) == IN_ENGLISH
 
 
-# Catalogs that are not right
+# Damaged catalogs
 
 def in_german(qvrepo):
     return qvrepo("-x", env={"LANG": "de_DE.UTF-8"})
@@ -241,7 +241,7 @@ def test_a_catalog_of_random_bytes_is_not_used(qvrepo, catalogs):
     lambda path: path.symlink_to(path), lambda path: path.write_bytes(b""),
     lambda path: path.write_text("$set 1\n8 x\n")],
     ids=["no directory", "missing", "directory", "pipe", "device", "dangling link", "link to itself", "empty", "source"])
-def test_what_is_no_catalog_counts_as_missing(qvrepo, catalogs, put):
+def test_a_file_that_is_not_a_catalog_counts_as_missing(qvrepo, catalogs, put):
     catalog = catalogs / "de/qvrepo.cat"
     catalog.unlink()
     put(catalog)

@@ -49,7 +49,7 @@ def options_in(texts):
 
 
 def options_named(page, program):
-    """The options of `program` that a page names: in bold, and in the examples behind the program's name."""
+    """The options of `program` that a page names: in bold, and in the examples after the program's name."""
     return options_in(page.all_bold()) | options_in(page.commands(program))
 
 

@@ -1,4 +1,4 @@
-"""scripts/sandbox: a master server of one's own, from the command line."""
+"""scripts/sandbox: a private master server, from the command line."""
 
 import shutil
 import subprocess
@@ -28,7 +28,7 @@ def kept(template_tree, tmp_path):
     return run
 
 
-def test_a_sandbox_has_all_that_a_master_server_needs_and_leaves_nothing_behind():
+def test_a_sandbox_has_all_that_a_master_server_needs_and_leaves_nothing():
     listing = (
         "id -u && cd /usr/ormex && ls quorvelle quorvelle/tls var/global/dunmarel publisher && "
         "stat -c %a publisher/signing.key quorvelle/tls/*.key && ls -d quorvelle/logs/qvrepo && "
@@ -76,7 +76,7 @@ def test_sandboxes_run_side_by_side(template_tree, tmp_path):
 
 def test_the_service_is_stopped_in_good_order_with_the_sandbox(kept):
     kept("sh", "-c", f"{QVREPO} -list")
-    assert not (kept.root / "qvmaster.db-wal").exists(), "a service that was killed leaves this behind"
+    assert not (kept.root / "qvmaster.db-wal").exists(), "a service that was killed leaves this"
 
 
 @pytest.mark.parametrize("arguments", [[], ["--bogus", "true"], ["--keep"]])

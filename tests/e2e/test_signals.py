@@ -24,7 +24,7 @@ REGISTERED = answer(201, json.dumps({"data": {"id": "12", "attributes": {
     "lastModifiedDateTimeUTC": "", "lastValidatedUTC": ""}}}))
 GONE = answer(404, '{"errorCode": 227, "errorMessage": "gone"}')
 
-# Bytes, fewer than the packages have that meet this limit.
+# Bytes, fewer than the packages of these tests have.
 LITTLE = 100_000
 
 

@@ -21,7 +21,7 @@ def configure(tree, text):
 
 @pytest.mark.parametrize("arguments", COMMANDS)
 def test_only_an_administrator_may_run_a_command(tree, log_records, arguments):
-    # Nobody: a namespace of its own in which no user is root.
+    # In a user namespace of its own no user is root.
     run = subprocess.run(["unshare", "--user", PROGRAMS / "qvrepo", *arguments], capture_output=True, text=True, check=False)
     assert (run.stdout, run.stderr, run.returncode) == NOT_ADMINISTRATOR
     assert log_records() == []
@@ -67,7 +67,7 @@ def test_on_another_machine_no_command_runs(qvrepo, tree, log_records, name):
 
 
 @pytest.mark.parametrize("name", ["master.example.com", "MASTER.Example.COM", "localhost", "127.0.0.1", "::1"])
-def test_the_master_server_is_known_by_name_alias_and_address(qvrepo, tree, master, name):
+def test_the_master_server_is_recognized_by_name_alias_and_address(qvrepo, tree, master, name):
     configure(tree, json.dumps({"servers": [name, "other.example.com"], "further": 1}))
     assert qvrepo("-list") == ("0 deployment packages in the repository.\n", "", 0)
     assert master.requests() == [("GET", PACKAGES)]
@@ -83,11 +83,11 @@ def test_a_missing_repository_directory_is_found_before_any_request(qvrepo, tree
             (16, "main", "Package repository location does not exist."),
             (4, "main", "qvrepo exit status: [7217]")]
     assert master.requests() == []
-    # The space cannot be queried then, which is not even logged.
+    # The space cannot be queried then, and no record says so.
     assert not any("volume hosting" in text for _, _, text in log_records())
 
 
-def test_start_up_tells_space_and_master_server_in_the_log(qvrepo, master, log_records):
+def test_start_up_logs_the_free_space_and_the_master_server(qvrepo, master, log_records):
     qvrepo("-list")
     space, initialized = log_records()[:2]
     assert re.fullmatch(

@@ -28,11 +28,11 @@ def test_where_no_path_exists_the_file_to_add_is_missing(tmp_path):
 
 
 @pytest.mark.parametrize("arguments", [*COMMANDS, ["-add", "/tmp/a.sja"]])
-def test_where_nobody_is_administrator_no_command_goes_on(arguments):
+def test_where_nobody_is_administrator_no_command_runs(arguments):
     assert run("qvrepo_without_administrator", *arguments) == NOT_ADMINISTRATOR
 
 
 @pytest.mark.parametrize("arguments", [["-list", "x"], ["-pkgDetails"], ["-delete"], ["-add"]])
-def test_where_nobody_is_administrator_wrong_arguments_are_still_told_first(arguments):
+def test_where_nobody_is_administrator_wrong_arguments_are_still_reported_first(arguments):
     stdout, stderr, status = run("qvrepo_without_administrator", *arguments)
     assert stdout.startswith("\nUsage: ") and (stderr, status) == ("Error: invalid command parameter\n", 20)

@@ -66,7 +66,7 @@ class Reply(NamedTuple):
 
     @property
     def error(self):
-        """The error code of an error body that is complete, besides the status: (404, 227)."""
+        """The error code of an error body that is complete, with the status: (404, 227)."""
         body = self.json
         assert sorted(body) == ["errorCode", "errorMessage"], body
         assert isinstance(body["errorMessage"], str) and body["errorMessage"], body
@@ -376,10 +376,10 @@ def chunked_body(answer):
         position = end + 2 + size + 2
 
 
-def run_qvrepo(*arguments, stdin=None, env=None, under=(), patience=PATIENCE):
+def run_qvrepo(*arguments, stdin=None, env=None, under=(), timeout=PATIENCE):
     """Runs qvrepo with `arguments`, `stdin` (text; nothing without it) and variables `env` in an otherwise plain
     environment. Bytes that are not UTF-8 stand in the outcome as Python's surrogate escapes. `under` is a command that
-    runs it, `patience` the seconds within which it has to end."""
+    runs it, `timeout` the seconds within which it has to end."""
     plain = {name: value for name, value in os.environ.items() if not name.startswith(("LC_", "LANG"))}
     run = subprocess.run(
         [*under, PROGRAMS / "qvrepo", *arguments],
@@ -388,7 +388,7 @@ def run_qvrepo(*arguments, stdin=None, env=None, under=(), patience=PATIENCE):
         capture_output=True,
         encoding="utf-8",
         errors="surrogateescape",
-        timeout=patience,
+        timeout=timeout,
     )
     return Outcome(run.stdout, run.stderr, run.returncode)
 
@@ -410,7 +410,7 @@ LOG_RECORD = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z \[\d+\] <(\d+)>
 
 
 def read_log_records():
-    """The records of qvrepo's debug log so far, as (level, function, text); a line that is no record fails."""
+    """The records of qvrepo's debug log so far, as (level, function, text); a line that is not a record fails."""
     records = []
     for file in sorted((ROOT / "quorvelle/logs/qvrepo").glob("*.log")):
         for line in file.read_text(encoding="utf-8", errors="surrogateescape").split("\n")[:-1]:

@@ -113,7 +113,7 @@ def finish(process, stdin=""):
         try:
             stdout, stderr = process.communicate(stdin, PATIENCE)
         except BaseException:
-            # strace alone would leave the program behind.
+            # Ending strace alone would leave the program running.
             os.killpg(process.pid, signal.SIGKILL)
             raise
     return subprocess.CompletedProcess(process.args, process.returncode, stdout, stderr)
@@ -125,7 +125,7 @@ def execute(command, stdin, refuse_nameless):
 
 def run(command, report, fault=None, stdin="", refuse_nameless=False):
     """Runs a program to its end, under `fault` where one is given; strace writes to the file `report`. It returns only
-    when nobody has the program's output open any more, a child of it neither."""
+    when no process, not even a child, has the program's output open any more."""
     if fault is None:
         ended = execute(command, stdin, refuse_nameless)
         return Run(ended.stdout, ended.stderr, ended.returncode, False, "")

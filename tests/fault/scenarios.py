@@ -38,15 +38,15 @@ LINES = known_lines()
 # Statuses of the web client, and the service's code for a package that it does not have, share one text.
 LINES.update({code: f"Error: qvrepo operation failed with status [{code}].\n" for code in (*range(1, 100), 227)
               if code not in LINES})
-# What the user calls off is no error.
+# A deletion that the user cancels is not an error.
 LINES[7221] = LINES[7221].removeprefix("Error: ")
 
 
 def status_of(run):
-    """The program's own status behind an exit status, by the line that was printed; None for what is not the
+    """The program's own status for an exit status, by the line that was printed; None where it is not one of the
     program's."""
-    fitting = [status for status, line in LINES.items() if status & 0xFF == run.status and line == run.stderr]
-    return fitting[0] if fitting else None
+    matching = [status for status, line in LINES.items() if status & 0xFF == run.status and line == run.stderr]
+    return matching[0] if matching else None
 
 
 def answer_was_lost(run):
@@ -218,7 +218,7 @@ class AddPackage(RepositoryScenario):
         run = self.run()
         if ids:
             if (run.stdout, run.stderr, run.status) != (ADDING, EXISTS, 7218 & 0xFF):
-                return [f"the second run was not told that the package exists: {run}"]
+                return [f"the second run did not report that the package exists: {run}"]
             deleted = injector.run([PROGRAMS / "qvrepo", "-delete", str(ids[0])], self.report, stdin="y\n")
             if deleted.status != 0:
                 return [f"the package could not be deleted: {deleted}"]
@@ -281,7 +281,7 @@ class DeletePackage(RepositoryScenario):
             done = run.status == 0 and run.stderr == "" and not self.registered() and not digests(REPOSITORY)
             return [] if done else [f"the package could not be deleted again: {run}"]
         unknown = (run.stdout, run.stderr, run.status) == ("", NOT_FOUND, 7220 & 0xFF)
-        return [] if unknown else [f"the second run was not told that there is no such package: {run}"]
+        return [] if unknown else [f"the second run did not report that there is no such package: {run}"]
 
 
 class MakeArchive(Scenario):
@@ -334,11 +334,11 @@ class MakeArchive(Scenario):
             return [] if found == self.wanted and not run.stderr else [f"reported success: {run}"]
         if run.status != 1 or not self.LINE.fullmatch(run.stderr):
             return [f"no status and line of the program: {run}"]
-        # The archive stands when telling about it is what failed, or when its directory was not flushed after the
+        # The archive stays when only printing its summary failed, or when its directory was not flushed after the
         # earlier one was replaced.
-        told_late = fault.name == "write" and "standard output" in run.stderr
+        reported_late = fault.name == "write" and "standard output" in run.stderr
         not_flushed = fault.name == "fsync" and self.before is not None
-        return ["a refusal left the archive"] if found == self.wanted and not (told_late or not_flushed) else []
+        return ["a refusal left the archive"] if found == self.wanted and not (reported_late or not_flushed) else []
 
     def again(self):
         run = self.run()

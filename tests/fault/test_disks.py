@@ -1,5 +1,5 @@
 """Adding to repositories on disks that are full, become full or read-only meanwhile, have no inodes, keep a reserve, or
-lose what was written: what is told, what the service is asked, and what is left.
+lose what was written: what is reported, what the service is asked, and what is left.
 
 Volumes of their own file system come from tests/fault/with-volumes; the others are made here.
 """
@@ -22,7 +22,7 @@ real_volumes = pytest.mark.skipif("QV_VOLUMES" not in os.environ,
 
 
 class Volume:
-    """A file system mounted over the repository; `directory` is where it lies besides."""
+    """A file system mounted over the repository; `directory` is where it is mounted as well."""
 
     def __init__(self, directory=None, options=""):
         self.directory = directory
@@ -146,7 +146,7 @@ def test_a_volume_that_others_fill_between_copy_and_extraction_refuses_the_extra
 
 
 def before_extraction(command, report, master):
-    """The last call between copy and extraction of a bundle, from a run that is taken back again."""
+    """The last call between copy and extraction of a bundle, from a run that is undone again."""
     calls = trace(command, report)
     opened = next(place for place, call in enumerate(calls)
                   if call.name == "openat" and TEMPORARY in call.text and "O_RDWR" in call.text)
@@ -208,7 +208,7 @@ def test_a_disk_without_inodes_refuses_the_copy(qvrepo, master, volume, tmp_path
 
 
 @pytest.mark.parametrize("kind", ["single", "bundle"])
-def test_a_repository_that_becomes_read_only_after_the_registration_takes_it_back(
+def test_a_repository_that_becomes_read_only_after_the_registration_has_it_taken_back(
         master, volume, tmp_path, report, log_records, kind):
     place = volume("size=16m")
     command = [PROGRAMS / "qvrepo", "-add", make_single(tmp_path) if kind == "single" else make_bundle(tmp_path)]
@@ -258,7 +258,7 @@ def test_a_deletion_from_a_read_only_repository_deletes_the_registration_and_lea
         (4, "deletePackageCmd", "Package ID 1 has been deleted from the repository.")]
 
 
-# Disks with ways of their own
+# Disks with peculiarities
 
 
 @real_volumes
@@ -286,7 +286,7 @@ def test_space_that_is_reserved_for_root_is_used(qvrepo, master, volume, tmp_pat
 
 @real_volumes
 @pytest.mark.parametrize("kind", ["single", "bundle"])
-def test_space_that_is_reserved_for_somebody_else_counts_as_free_and_is_missed_by_the_copy(
+def test_space_that_is_reserved_for_somebody_else_counts_as_free_but_the_copy_does_not_get_it(
         qvrepo, master, volume, tmp_path, log_records, kind):
     volume(name="other-reserve")
     data = os.urandom(5 * MIB)
@@ -299,9 +299,9 @@ def test_space_that_is_reserved_for_somebody_else_counts_as_free_and_is_missed_b
 
 @real_volumes
 @pytest.mark.parametrize("kind, name", [("single", "thin-1"), ("bundle", "thin-2")])
-def test_a_disk_that_cannot_keep_what_it_took_is_found_out_by_the_flush(
+def test_the_flush_finds_that_a_disk_cannot_keep_what_was_written(
         qvrepo, master, volume, tmp_path, log_records, kind, name):
-    # Writing succeeds, since the volume believes to have the space; only flushing meets the store's end.
+    # Writing succeeds, since the volume reports enough space; only the flush finds that the store is full.
     volume(name=name)
     data = os.urandom(5 * MIB)
     package = make_single(tmp_path, data=data) if kind == "single" else make_bundle(tmp_path, inner={INNER[0]: data})

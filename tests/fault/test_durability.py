@@ -1,7 +1,7 @@
 """In which order things reach the disk, read from the system calls of undisturbed runs.
 
-A file's bytes are flushed before it has its name, the name is flushed after, and success is told last. What the calls
-do not show, whether the disk obeys, is the machine's part.
+A file's bytes are flushed before it has its name, the name is flushed after, and success is reported last. What the calls
+do not show, whether the disk obeys, depends on the machine.
 """
 
 import re
@@ -82,13 +82,13 @@ def order(master, tmp_path, report):
 
 
 @pytest.mark.parametrize("name", ["add a single package", "add a single package over an earlier file"])
-def test_a_copied_package_is_on_the_disk_before_success_is_told(order, name):
+def test_a_copied_package_is_on_the_disk_before_success_is_reported(order, name):
     calls, _ = order(name)
     directory_flushed = check_file(calls, SINGLE, REPOSITORY)
     in_order(directory_flushed, calls.only("write", "1<", "Successfully added"))
 
 
-def test_a_package_of_the_repository_itself_is_on_the_disk_before_success_is_told(tree, master, report):
+def test_a_package_of_the_repository_itself_is_on_the_disk_before_success_is_reported(tree, master, report):
     package = make_single(REPOSITORY)
     calls = Order(trace([PROGRAMS / "qvrepo", "-add", package], report))
     in_order(calls.only("fsync", f"<{package}>"), calls.only("fsync", f"<{REPOSITORY}>"),

@@ -26,7 +26,7 @@ namespace {
 constexpr std::size_t DEPTH = 6;
 
 // No file may grow larger during an extraction, so that a large declared size is a disk that is full.
-constexpr std::uint64_t LARGEST_FILE = 64UL * 1024;
+constexpr std::uint64_t MAX_FILE_SIZE = 64UL * 1024;
 
 constexpr std::uint64_t CHUNK = 4096;
 
@@ -132,7 +132,7 @@ Expectation expected_of(const World& world, const std::string& bytes) {
     for (std::size_t i = model.entries.size(); i > 0; --i) {
         const ModelEntry& entry = model.entries[i - 1];
         const auto place = place_of(world, up_to_nul(entry.name));
-        if (!place || *place == world.archive || entry.data_size > LARGEST_FILE) {
+        if (!place || *place == world.archive || entry.data_size > MAX_FILE_SIZE) {
             expected.success = false;
             break;
         }
@@ -150,7 +150,7 @@ void limit_file_size(rlim_t size) {
 }
 
 bool extract(const World& world) {
-    limit_file_size(LARGEST_FILE);
+    limit_file_size(MAX_FILE_SIZE);
     const int result = do_extract(world.archive.c_str(), world.target.c_str());
     limit_file_size(RLIM_INFINITY);
     require(result == 0 || result == 1, "an extraction succeeds or fails");
@@ -172,7 +172,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const auto ignored = std::signal(SIGXFSZ, SIG_IGN);
     require(ignored != SIG_ERR, "a file that grows too large is an error, not a signal");
     const std::string bytes = as_text(data, size);
-    if (may_climb_out(bytes) || size > LARGEST_FILE)
+    if (may_climb_out(bytes) || size > MAX_FILE_SIZE)
         return -1;
     world.empty();
     put_file(world.archive, bytes);

@@ -196,7 +196,7 @@ void check_error_line(const Scenario& scenario, const Run& run) {
         return;
     }
     require(run.err.size() > 1 && run.err.find('\n') == run.err.size() - 1, "a failure is one line");
-    require(begins_with(run.err, "Error: ") == (run.status != 7221), "a failure is told as an error");
+    require(begins_with(run.err, "Error: ") == (run.status != 7221), "a failure is reported as an error");
 }
 
 void check_requests() {
@@ -265,7 +265,7 @@ void check_promises(const Scenario& scenario, const Run& run) {
     }
     if (!scenario.ready()) {
         require(run.status == 132 || run.status == 110 || run.status == 153 || run.status == 7263,
-                "a machine that is not ready is told so");
+                "a machine that is not ready is reported as such");
         require(service().requests.empty(), "a machine that is not ready asks for nothing");
     }
     if (command == "-add")

@@ -32,7 +32,7 @@ std::vector<std::string> parts_of(const std::string& name) {
     return parts;
 }
 
-// scanf stops being a reference where a number does not fit what it counts with.
+// scanf stops being a reference where a number exceeds its integer type.
 bool has_long_number(const std::string& text) {
     std::size_t digits = 0;
     for (const char c : text) {
@@ -43,7 +43,7 @@ bool has_long_number(const std::string& text) {
     return false;
 }
 
-// The fields of a version, each as many decimal digits as it keeps; none where it begins with no number.
+// The fields of a version, each as many decimal digits as it keeps; none where it does not begin with a number.
 std::vector<unsigned> version_fields(const std::string& text) {
     std::array<unsigned, 6> n{};
     const int count = std::sscanf(text.c_str(), "%u.%u.%u.%u.%u.%u", // NOLINT(cert-err34-c): the reference
@@ -173,8 +173,8 @@ void check_repository(const std::string& file_name) {
     const bool has_prefix = file_name.compare(0, prefix.size(), prefix) == 0;
     const std::string name = has_prefix ? file_name.substr(prefix.size()) : file_name;
     const Reading reading = read_by_the_rules(name.substr(0, NAME_FIELD - 1));
-    const bool fits = name.size() < NAME_FIELD;
-    require(package_name_fault(file_name).empty() == (reading.error == 0 && fits),
+    const bool has_room = name.size() < NAME_FIELD;
+    require(package_name_fault(file_name).empty() == (reading.error == 0 && has_room),
             "a publisher is warned about every other name");
     const std::string path = "/var/tmp/" + file_name;
     try {

@@ -33,7 +33,7 @@ void check_target(const std::string& raw) {
     const Target target = read_target(raw);
     require(target.path == percent_decode(path), "the path goes up to the first question mark");
     require(path + (target.query ? "?" + *target.query : "") == raw,
-            "the query is all behind it, as received");
+            "the query is everything after it, as received");
 }
 
 void check_filter(const std::string& raw) {
@@ -65,10 +65,11 @@ void check_package_id(const std::string& raw) {
     const bool digits = !raw.empty() && raw.find_first_not_of("0123456789") == std::string::npos;
     const std::string number = raw.substr(std::min(raw.find_first_not_of('0'), raw.size()));
     const std::string largest = "9223372036854775807";
-    const bool fits =
+    const bool in_range =
         number.size() < largest.size() || (number.size() == largest.size() && number <= largest);
     const auto id = read_package_id(raw);
-    require(id.has_value() == (digits && !number.empty() && fits), "an ID is a positive number in digits");
+    require(id.has_value() == (digits && !number.empty() && in_range),
+            "an ID is a positive number in digits");
     if (id)
         require(std::to_string(*id) == number, "an ID is the number that is written");
 }

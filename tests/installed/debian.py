@@ -111,7 +111,7 @@ def unit_setting(debian, name, beginning=""):
     return value
 
 
-# What the unit asks systemd for, as far as it bears on files and rights, made by hand: there is no systemd in here.
+# What the unit asks systemd for, as far as it concerns files and rights, done by hand: there is no systemd in here.
 CONFINED = """
 set -e
 mount --make-rprivate /
@@ -124,7 +124,7 @@ exec setpriv --reuid qvmaster --regid qvmaster --clear-groups --no-new-privs --b
 
 class Service:
     """qvmaster, run in `debian` by its unit's command line, as its unit's user, with what its unit may write; where
-    `tracer` is given, below that command of the machine's. Left as a context, it is ended whatever happened."""
+    `tracer` is given, below that command of the machine's. As a context manager it ends the service in any case."""
 
     def __init__(self, debian, tracer=()):
         command = unit_setting(debian, "ExecStart").replace("$QVMASTER_OPTIONS", "").split()

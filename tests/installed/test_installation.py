@@ -159,7 +159,7 @@ def test_a_log_file_is_removed_after_thirty_days(installed, age, stays):
     log = "/usr/ormex/quorvelle/logs/qvrepo/qvrepo.2026-01-01.log"
     put(installed, log, "a record")
     installed.run("touch", "-d", f"{age} days ago", log)
-    # logrotate rotates nothing that it sees for the first time, so it is told that it saw the file long ago.
+    # logrotate rotates nothing that it sees for the first time, so its state file says that it saw the file long ago.
     put(installed, "/tmp/state", f'logrotate state -- version 2\n"{log}" 2026-1-1-0:0:0\n')
     installed.run("logrotate", "--state", "/tmp/state", "/etc/logrotate.d/qvrepo")
     assert installed.exists(log) == stays
