@@ -7,6 +7,7 @@ import shutil
 import subprocess
 
 import pytest
+from hostile_answers import GOOD_PACKAGE
 from packages import BUNDLE, INNER, SINGLE, archive, flip_byte, make_bundle, make_single, signature, signed
 from scripted_service import ScriptedService, answer
 from world import PACKAGES, PROGRAMS, REPOSITORY, ROOT, creation_body
@@ -462,26 +463,18 @@ def test_an_entry_that_cannot_be_written_keeps_what_was_extracted_before(
 def test_a_service_that_goes_away_before_the_clean_up_leaves_the_registration_and_says_so_in_the_log(
         qvrepo, tree, tmp_path, log_records):
     (REPOSITORY / SINGLE).mkdir()
-    package = json.dumps({"data": {"id": "12", "attributes": {
-        "packageName": "x", "packageFileName": SINGLE, "packageItemFilePaths": [f"{REPOSITORY}/{SINGLE}"],
-        "packageType": "qvclient", "os": "redhat_x64", "version": "8.3", "size": 1, "createdDateTimeUTC": "",
-        "lastModifiedDateTimeUTC": "", "lastValidatedUTC": ""}}})
-    with ScriptedService(answer(201, package), b"") as service:
+    with ScriptedService(answer(201, GOOD_PACKAGE), b"") as service:
         assert qvrepo("-add", make_single(tmp_path)) == NOT_COPIED
     assert [line for line, _, _ in service.requests] == [
-        f"POST {PACKAGES} HTTP/1.1", f"DELETE {PACKAGES}/12 HTTP/1.1"]
+        f"POST {PACKAGES} HTTP/1.1", f"DELETE {PACKAGES}/7 HTTP/1.1"]
     assert (16, "addPackagesCmd", "Package was not added into the repository, but qvrepo failed to remove its metadata. "
                                   "Status code returned from curlSendRequest: 52.") in log_records()
 
 
 def test_an_expected_404_of_the_clean_up_is_not_a_failure(qvrepo, tree, tmp_path, log_records):
     (REPOSITORY / SINGLE).mkdir()
-    package = json.dumps({"data": {"id": "12", "attributes": {
-        "packageName": "x", "packageFileName": SINGLE, "packageItemFilePaths": [f"{REPOSITORY}/{SINGLE}"],
-        "packageType": "qvclient", "os": "redhat_x64", "version": "8.3", "size": 1, "createdDateTimeUTC": "",
-        "lastModifiedDateTimeUTC": "", "lastValidatedUTC": ""}}})
     gone = '{"errorCode": 227, "errorMessage": "gone"}'
-    with ScriptedService(answer(201, package), answer(404, gone)):
+    with ScriptedService(answer(201, GOOD_PACKAGE), answer(404, gone)):
         assert qvrepo("-add", make_single(tmp_path)) == NOT_COPIED
     assert log_records()[-3:] == [
         (2, "curlSendRequest", "Actual http response code: 404 , expected http response code: 404"),

@@ -14,9 +14,9 @@ from hostile_archives import (
     REFUSED_BY_SERVICE, SIGNATURES, UNREADABLE, entry, unsigned)
 from hostile_ways import closing_records, error_line
 from packages import signed
+from test_add import ADDING
 from world import REPOSITORY, ROOT
 
-ADDING = "Adding package to the repository. This may take a few minutes...\n"
 LOGS = ROOT / "quorvelle/logs/qvrepo"
 
 

@@ -14,6 +14,8 @@ import pytest
 from packages import SINGLE, make_single
 from program_options import column
 from scripted_service import ScriptedService, answer
+from test_command_line import HELP, INVALID
+from test_delete import PROMPT
 from world import PROGRAMS, SOURCES
 
 sys.path.insert(0, str(SOURCES / "scripts/catalogs"))
@@ -22,16 +24,7 @@ from catalogs import read_catalog
 
 BUILT = PROGRAMS.parent / "msg"
 LOCALES = {"de": "de_DE.UTF-8", "es": "es_ES.UTF-8", "fr": "fr_FR.UTF-8", "ja": "ja_JP.UTF-8", "zh_CN": "zh_CN.UTF-8"}
-PROMPT = "qvrepo: delete package ID 1 [y/n]? (n) "
-ENGLISH_HELP = (
-    "\nUsage: Quorvelle package repository utility\n\n"
-    "qvrepo -a | -add <package_path>\n"
-    "qvrepo -d | -delete <package_identifier>\n"
-    "qvrepo -l | -list\n"
-    "qvrepo -p | -pkgDetails <package_identifier>\n"
-    "qvrepo -h | -help\n"
-)
-IN_ENGLISH = (ENGLISH_HELP, "Error: invalid command parameter\n", 20)
+IN_ENGLISH = (HELP, INVALID, 20)
 # Which message a status has; all others have the general one.
 GENERAL_MESSAGE = 24
 MESSAGE_OF_STATUS = {

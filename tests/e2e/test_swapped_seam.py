@@ -3,11 +3,11 @@
 import subprocess
 
 import pytest
+from test_startup import NOT_ADMINISTRATOR
 from world import PROGRAMS, ROOT
 
 COMMANDS = [["-list"], ["-pkgDetails", "1"], ["-delete", "1"]]
 NO_REPOSITORY = ("", "Error: Package repository location does not exist.\n", 7217 & 0xFF)
-NOT_ADMINISTRATOR = ("", "Error: must be administrator.\n", 132)
 
 
 def run(program, *arguments):

@@ -10,14 +10,14 @@ import signal
 import sqlite3
 import subprocess
 import time
-from pathlib import Path
 
 from packages import BUNDLE, INNER, SIGNING_KEY, SINGLE, make_bundle, make_single
-from world import PATIENCE, PROGRAMS, REPOSITORY, ROOT, SOURCES, creation_body
+from program_options import table
+from test_add import ADDING
+from world import PATIENCE, PROGRAMS, REPOSITORY, ROOT, creation_body, sockets_of
 
 import injector
 
-ADDING = "Adding package to the repository. This may take a few minutes...\n"
 EXISTS = "Error: Package already exists in the repository.\n"
 NOT_FOUND = "Error: Deployment package is not found in the repository.\n"
 
@@ -25,16 +25,8 @@ NOT_FOUND = "Error: Deployment package is not found in the repository.\n"
 FIRST, SECOND, EARLIER = b"first " * 50000, b"second " * 60000, b"earlier " * 10000
 
 
-def known_lines():
-    """The lines that qvrepo has for its statuses: {status: line}."""
-    texts = dict(re.findall(r'\{"(TqlRpo\d+N)",\s*"([^"]*)"\}', (SOURCES / "cli/messages.cpp").read_text()))
-    table = (SOURCES / "cli/status.cpp").read_text().split("STATUS_MESSAGES = {{")[1].split("}};")[0]
-    rows = re.findall(r'\{(\d+), "(TqlRpo\d+N)"\}', table)
-    assert len(rows) == table.count("TqlRpo"), "a row of the status table was not understood"
-    return {int(code): f"Error: {texts[message]}\n" for code, message in rows}
-
-
-LINES = known_lines()
+# The lines that qvrepo has for its statuses.
+LINES = {int(status): f"Error: {text}\n" for status, _, text in table("status")}
 # Statuses of the web client, and the service's code for a package that it does not have, share one text.
 LINES.update({code: f"Error: qvrepo operation failed with status [{code}].\n" for code in (*range(1, 100), 227)
               if code not in LINES})
@@ -74,17 +66,8 @@ def empty(directory):
 
 def wait_until_idle(master):
     """Returns when the service has nothing under way: no connection is open but the one that it listens on."""
-    descriptors = Path(f"/proc/{master.process.pid}/fd")
     deadline = time.monotonic() + PATIENCE
-    while True:
-        sockets = 0
-        for descriptor in descriptors.iterdir():
-            try:
-                sockets += descriptor.readlink().name.startswith("socket:")
-            except FileNotFoundError:
-                continue
-        if sockets <= 1:
-            return
+    while sockets_of(master) > 1:
         assert time.monotonic() < deadline, "the service still has a connection open"
         time.sleep(0.0005)
 

@@ -7,11 +7,10 @@ import pytest
 from campaign import SCENARIOS
 from injector import Fault, run_with_a_stop
 from packages import BUNDLE, INNER, SINGLE
-from scenarios import ADDING, EARLIER, EXISTS, NOT_FOUND, digest, digests
+from scenarios import EARLIER, EXISTS, NOT_FOUND, digest, digests
+from test_add import ADDING, NOT_COPIED, NOT_EXTRACTED
 from world import PACKAGES, REPOSITORY
 
-NOT_COPIED = (ADDING, "Error: Failed to copy the specified file. Could not copy package to repository.\n", 7214 & 0xFF)
-NOT_EXTRACTED = (ADDING, "Error: The attempt to extract a package was unsuccessful.\n", 7252 & 0xFF)
 NOT_READABLE = (
     ADDING, "Error: Input package file verification failed. Failed to stat Dunmarel package.\n", 7215 & 0xFF)
 NO_SUCH_PACKAGE = ("", NOT_FOUND, 7220 & 0xFF)
