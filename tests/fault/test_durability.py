@@ -12,7 +12,6 @@ from injector import trace
 from packages import BUNDLE, INNER, SINGLE, make_single
 from world import PROGRAMS, REPOSITORY, await_that
 
-NAMED_FILE = re.compile(r"[0-9]+<([^>]*)>")
 
 
 class Order:
