@@ -79,7 +79,7 @@ def test_a_good_catalog_has_no_fault():
 
 @pytest.mark.parametrize("old, new, problems", [
     ('26 "ID %s hinzugefügt."\n', "", ["message 26 is missing: 'added ID: %s.'"]),
-    ('$ "added ID', '3 "drei"\n$ "added ID', ["line 11: message 3 is none of the program"]),
+    ('$ "added ID', '3 "drei"\n$ "added ID', ["line 11: message 3 is not a message of the program"]),
     ('$ "added ID', '$ "x"\n24 "mit [%d]"\n$ "added ID', ["line 12: message 24 is there twice"]),
     ("$ \"must be administrator.\"\n", "", ["line 7: message 2 has no English text in the line above it"]),
     ('2 "Sie', '\n2 "Sie', ["line 9: message 2 has no English text in the line above it"]),
