@@ -150,13 +150,14 @@ def before_extraction(command, report, master):
     calls = trace(command, report)
     opened = next(place for place, call in enumerate(calls)
                   if call.name == "openat" and TEMPORARY in call.text and "O_RDWR" in call.text)
-    assert calls[opened - 1].name == "write", "the log tells of the extraction before it begins"
+    unlocked = calls[opened - 1]
+    assert unlocked.name == "flock" and "/logs/qvrepo/" in unlocked.text, "the log tells of the extraction first"
     assert master.delete(master.packages()[0]["id"]).status == 204
     for file in REPOSITORY.iterdir():
         file.unlink()
     for log in (ROOT / "quorvelle/logs/qvrepo").iterdir():
         log.unlink()
-    return calls[opened - 1]
+    return unlocked
 
 
 def test_a_full_volume_keeps_the_archive_that_was_to_be_signed_or_made_anew(volume, tmp_path):
