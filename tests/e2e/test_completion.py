@@ -188,7 +188,7 @@ def test_nothing_is_offered_where_the_program_takes_nothing_that_is_known(shell,
 
 def test_behind_qvmaster_stand_its_options(shell):
     assert shell.candidates("qvmaster", "-") == sorted(option_names("qvmaster"))
-    assert shell.candidates("qvmaster", "--db", "a.sja", "--p") == ["--patience", "--port"]
+    assert shell.candidates("qvmaster", "--db", "a.sja", "--t") == ["--timeout", "--tls"]
 
 
 VALUES_OF_QVMASTER = {
@@ -198,7 +198,7 @@ VALUES_OF_QVMASTER = {
     "--repo": [FOLDER],
     "--listen": [],
     "--port": [],
-    "--patience": [],
+    "--timeout": [],
 }
 
 

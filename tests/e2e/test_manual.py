@@ -211,7 +211,7 @@ def test_the_page_names_every_option_of_qvmaster_and_no_other():
 def test_the_page_tells_every_default_of_qvmaster():
     options = Page("qvmaster").sections["OPTIONS"].text
     defaults = [option for option in help_options("qvmaster") if option.default]
-    assert [option.name for option in defaults] == ["--listen", "--port", "--repo", "--patience"]
+    assert [option.name for option in defaults] == ["--listen", "--port", "--repo", "--timeout"]
     for option in defaults:
         entry = re.search(rf"^{option.name} .*?(?=^--|\Z)", options, re.MULTILINE | re.DOTALL)[0]
         assert f"Default: {option.default}" in " ".join(entry.split()), option

@@ -175,6 +175,22 @@ class Master:
         self._problems_read = True
         return self.errors.read_text().splitlines()
 
+    def await_problems(self, count=1):
+        """The lines on its standard error, once there are `count`."""
+        await_that(lambda: len(self.problems()) >= count, f"{count} lines on standard error")
+        return self.problems()
+
+    def sockets(self):
+        """How many sockets the service has open."""
+        directory = Path(f"/proc/{self.process.pid}/fd")
+        count = 0
+        for entry in directory.iterdir():
+            try:
+                count += os.readlink(entry).startswith("socket:")
+            except FileNotFoundError:  # closed meanwhile
+                pass
+        return count
+
     def finish(self):
         """Stops the service after a test and checks that it went well."""
         if self.process is not None:
@@ -346,18 +362,6 @@ def read_slowly_begun(connection):
     """Reads the rest from a slow_client, at full speed."""
     connection.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4 * 1024 * 1024)
     return read_to_end(connection)
-
-
-def sockets_of(master):
-    """How many sockets the service has open."""
-    directory = f"/proc/{master.process.pid}/fd"
-    count = 0
-    for entry in os.listdir(directory):
-        try:
-            count += os.readlink(f"{directory}/{entry}").startswith("socket:")
-        except FileNotFoundError:  # closed meanwhile
-            pass
-    return count
 
 
 def chunked_body(answer):
