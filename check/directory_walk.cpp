@@ -1,0 +1,65 @@
+#include "check/directory_walk.h"
+
+#include "check/text.h"
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
+
+namespace {
+
+constexpr Message NO_DIRECTORY = {"TqlChk0024N", "the directory %s cannot be read: %s"};
+
+struct CloseDirectory {
+    void operator()(DIR* stream) const { closedir(stream); }
+};
+
+} // namespace
+
+Directory walk_directory(const char* path) {
+    Directory directory;
+    const auto check = [path](bool success) {
+        if (!success)
+            throw CannotCheck({&NO_DIRECTORY, {path, std::strerror(errno)}});
+    };
+    const std::unique_ptr<DIR, CloseDirectory> stream(opendir(path));
+    check(stream != nullptr);
+    directory.descriptor = FileDescriptor(fcntl(dirfd(stream.get()), F_DUPFD_CLOEXEC, 0));
+    check(directory.descriptor.is_open() && fstat(directory.descriptor.get(), &directory.status) == 0);
+    while (const dirent* entry = (errno = 0, readdir(stream.get()))) {
+        const std::string name = entry->d_name;
+        struct stat status = {};
+        if (name == "." || name == "..")
+            continue;
+        if (fstatat(directory.descriptor.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
+            directory.entries.emplace(name, status);
+        else
+            check(errno == ENOENT); // gone meanwhile
+    }
+    check(errno == 0);
+    return directory;
+}
+
+int open_entry(const Directory& directory, const std::string& name, FileDescriptor& file,
+               struct stat& status) {
+    const FileDescriptor place(
+        openat(directory.descriptor.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (!place.is_open() || fstat(place.get(), &status) != 0)
+        return errno;
+    if (!S_ISREG(status.st_mode))
+        return EINVAL;
+    const std::string opened = "/proc/self/fd/" + std::to_string(place.get());
+    file = FileDescriptor(open(opened.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    return file.is_open() ? 0 : errno;
+}
+
+bool has_writer(const Directory& directory, const std::string& name) {
+    FileDescriptor file;
+    struct stat status = {};
+    return open_entry(directory, name, file, status) == 0 && flock(file.get(), LOCK_SH | LOCK_NB) != 0 &&
+           errno == EWOULDBLOCK;
+}
