@@ -41,9 +41,8 @@ SigningKey read_signing_key() {
     const std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(
         PEM_read_bio_PUBKEY(bio.get(), nullptr, nullptr, const_cast<char*>("")), EVP_PKEY_free);
     if (!key) {
-        const char* reason = ERR_reason_error_string(ERR_get_error());
-        ERR_clear_error();
-        return {reason != nullptr ? reason : "no public key", {}};
+        ERR_clear_error(); // the decoders' last word, "unsupported", explains nothing
+        return {"no public key in PEM", {}};
     }
     if (EVP_PKEY_is_a(key.get(), "RSA") == 0 || EVP_PKEY_get_bits(key.get()) != KEY_BITS)
         return {std::string(EVP_PKEY_get0_type_name(key.get())) + " " +

@@ -380,13 +380,13 @@ def chunked_body(answer):
         position = end + 2 + size + 2
 
 
-def run_qvrepo(*words, stdin=None, env=None, under=(), patience=PATIENCE):
-    """Runs qvrepo with `words`, `stdin` (text; nothing without it) and variables `env` in an otherwise plain
+def run_qvrepo(*words, stdin=None, env=None, under=(), patience=PATIENCE, program="qvrepo"):
+    """Runs qvrepo, or another program, with `words`, `stdin` (text; nothing without it) and variables `env` in an otherwise plain
     environment. Bytes that are not UTF-8 stand in the outcome as Python's surrogate escapes. `under` is a command that
     runs it, `patience` the seconds within which it has to end."""
     plain = {name: value for name, value in os.environ.items() if not name.startswith(("LC_", "LANG"))}
     run = subprocess.run(
-        [*under, PROGRAMS / "qvrepo", *words],
+        [*under, PROGRAMS / program, *words],
         input=stdin or "",
         env={**plain, **(env or {})},
         capture_output=True,
