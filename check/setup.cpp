@@ -47,8 +47,8 @@ constexpr Message CATALOG_USED = {"TqlChk0042N", "the locale's catalog is used"}
 constexpr Message BECOME_ROOT = {"TqlChk0050N", "Run the command as root:"};
 constexpr Message MAKE_DIRECTORY = {"TqlChk0051N", "Make the directory, or mount the volume that holds it:"};
 constexpr Message KEEP_TO_ROOT = {"TqlChk0052N", "Let nobody but root change it:"};
-constexpr Message MAKE_ROOM = {
-    "TqlChk0053N", "Make room: delete packages with qvrepo -delete, or enlarge the volume of %s."};
+constexpr Message MAKE_ROOM = {"TqlChk0053N",
+                               "Make room: delete packages with qvrepo -delete or enlarge the volume of %s."};
 constexpr Message NAME_MASTER = {"TqlChk0054N",
                                  "If this machine is the master server, name it first in the configuration:"};
 constexpr Message RESOLVE_NAME = {"TqlChk0055N", "Mend the resolver, or enter the name on this machine:"};
@@ -96,8 +96,7 @@ class Setup {
     std::vector<Condition> run() {
         administrator();
         directory("product-root", QV_PRODUCT_ROOT, "0755");
-        directory("repository", REPOSITORY_DIRECTORY, "0750");
-        space();
+        space(directory("repository", REPOSITORY_DIRECTORY, "0750"));
         configuration();
         role();
         resolution();
@@ -141,27 +140,27 @@ class Setup {
             fail(condition, std::strerror(EPERM), {&BECOME_ROOT}, "sudo qvcheck setup");
     }
 
-    void directory(const char* name, const char* path, const char* mode) {
+    bool directory(const char* name, const char* path, const char* mode) {
         Condition* condition = begin_if(true, name, path);
         if (condition == nullptr)
-            return;
+            return false;
         struct stat status = {};
         const bool found = stat(path, &status) == 0;
         if (!found || !S_ISDIR(status.st_mode)) {
             fail(*condition, std::strerror(found ? ENOTDIR : errno), {&MAKE_DIRECTORY},
                  std::string("install -d -m ") + mode + " " + path);
-            return;
+            return false;
         }
         condition->note = {
             &PLACE,
             {std::to_string(status.st_uid), mode_text(status.st_mode), file_system_of(status.st_dev)}};
         if (const std::string command = tightening(path, status); !command.empty())
             fail(*condition, std::strerror(EPERM), {&KEEP_TO_ROOT}, command);
-        has_repository_ = condition->outcome == Outcome::OK;
+        return condition->outcome == Outcome::OK;
     }
 
-    void space() {
-        Condition* condition = begin_if(has_repository_, "space", REPOSITORY_DIRECTORY);
+    void space(bool has_repository) {
+        Condition* condition = begin_if(has_repository, "space", REPOSITORY_DIRECTORY);
         float percent = 0;
         unsigned long free = 0;
         if (condition == nullptr || getFileSystemFreespace(REPOSITORY_DIRECTORY, &percent, &free) != 0)
@@ -362,7 +361,6 @@ class Setup {
     std::string master_;
     FileDescriptor connection_;
     bool is_administrator_ = false;
-    bool has_repository_ = false;
     bool is_master_ = false;
     bool resolves_ = false;
     bool is_connected_ = false;
