@@ -41,14 +41,20 @@ void complain(const Text& text) {
 }
 
 void add_repository_options(CLI::App* command, RepositoryOptions& options) {
-    command->add_flag("--signatures,!--no-signatures", options.signatures,
-                      "Check the files' signatures (the default), or do not");
-    command->add_option("--jobs", options.jobs, "Check so many files at a time [one for each processor]")
+    CLI::Option* wanted = command->add_flag("--signatures", "Check the files' signatures (the default)");
+    command
+        ->add_flag_callback(
+            "--no-signatures", [&options] { options.signatures = false; }, "Do not check signatures")
+        ->excludes(wanted);
+    command
+        ->add_option("--jobs", options.jobs,
+                     "Check so many files at a time; by default one for each processor")
         ->check(CLI::Range(1U, MAX_JOBS))
         ->type_name("N");
     command
-        ->add_option("--settle", options.settle,
-                     "Seconds after its registration for which a package's file may be missing [120]")
+        ->add_option(
+            "--settle", options.settle,
+            "Seconds after its registration for which a package's file may be missing; by default 120")
         ->check(CLI::NonNegativeNumber)
         ->type_name("SECONDS");
 }
