@@ -25,6 +25,8 @@ constexpr unsigned MAX_JOBS = 1024;
 struct Arguments {
     bool json = false;
     bool quiet = false;
+    bool signatures = false; // as without it
+    bool tsv = false;        // as without it
     RepositoryOptions repository;
     ListFilter filter;
 };
@@ -40,11 +42,11 @@ void complain(const Text& text) {
     std::cerr << "qvcheck: " << render(text, Language::USER) << '\n';
 }
 
-void add_repository_options(CLI::App* command, RepositoryOptions& options) {
-    CLI::Option* wanted = command->add_flag("--signatures", "Check the files' signatures (the default)");
-    command
-        ->add_flag_callback(
-            "--no-signatures", [&options] { options.signatures = false; }, "Do not check signatures")
+void add_repository_options(CLI::App* command, Arguments& arguments) {
+    RepositoryOptions& options = arguments.repository;
+    CLI::Option* wanted =
+        command->add_flag("--signatures", arguments.signatures, "Check the files' signatures (the default)");
+    command->add_flag("--no-signatures", options.skip_signatures, "Do not check signatures")
         ->excludes(wanted);
     command
         ->add_option("--jobs", options.jobs,
@@ -67,10 +69,10 @@ Commands add_commands(CLI::App& app, Arguments& arguments) {
         app.add_subcommand("repository", "Compare the service's list with the repository directory"),
         app.add_subcommand("all", "Check the setup, then the repository"),
         app.add_subcommand("list", "Print ID, file name, type, version and OS of the packages")};
-    add_repository_options(commands.repository, arguments.repository);
-    add_repository_options(commands.all, arguments.repository);
+    add_repository_options(commands.repository, arguments);
+    add_repository_options(commands.all, arguments);
     ListFilter& filter = arguments.filter;
-    commands.list->add_flag("--tsv",
+    commands.list->add_flag("--tsv", arguments.tsv,
                             "Print a line for each package, with tabs between its fields (the default)");
     commands.list->add_option("--type", filter.type, "Only packages of this type")->type_name("TYPE");
     commands.list->add_option("--os", filter.os, "Only packages for this operating system")->type_name("OS");

@@ -263,7 +263,7 @@ RepositoryReport look(const std::string& master_server, const RepositoryOptions&
             std::remove_if(candidates.begin(), candidates.end(),
                            [&](const Candidate& each) { return paths->count(each.finding.path) == 0; }),
             candidates.end());
-    if (options.signatures)
+    if (!options.skip_signatures)
         check_candidates(std::move(candidates), directory, options, report);
     return report;
 }

@@ -13,7 +13,7 @@
 #include <vector>
 
 struct RepositoryOptions {
-    bool signatures = true;
+    bool skip_signatures = false;
     bool show_progress = false;
     unsigned jobs = 1;
     long settle = 120; // seconds for which a registered package's file may still be on its way

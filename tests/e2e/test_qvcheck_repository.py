@@ -380,7 +380,7 @@ def test_output_that_cannot_be_written_ends_the_check_with_3(master):
 
 
 @pytest.mark.parametrize("words", [[], ["nonsense"], ["repository", "--jobs", "0"], ["repository", "--settle", "-1"],
-                                   ["setup", "--jobs", "2"], ["repository", "--signatures=x"]])
+                                   ["setup", "--jobs", "2"], ["repository", "--signatures=x"], ["list", "--tsv=x"]])
 def test_wrong_arguments_end_with_2(tree, words):
     outcome = run_qvcheck(*words)
     assert (outcome.stdout, outcome.status) == ("", 2)
