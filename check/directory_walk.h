@@ -24,7 +24,8 @@ Directory walk_directory(const char* path);
 int open_entry(const Directory& directory, const std::string& name, FileDescriptor& file,
                struct stat& status);
 
-// Whether a process holds the regular file `name` locked, as writers of temporary files do.
-bool has_writer(const Directory& directory, const std::string& name);
+// Whether a process holds the file locked, as writers of temporary files do. The kernel's list of locks is asked:
+// a lock of our own, for a moment, could make a writer fail that comes just then.
+bool has_writer(const struct stat& file);
 
 #endif

@@ -178,7 +178,7 @@ class Comparer {
         if (listed || S_ISDIR(status.st_mode))
             return;
         const bool temporary = S_ISREG(status.st_mode) && is_temporary_name(name);
-        if (temporary && has_writer(directory_, name))
+        if (temporary && has_writer(status))
             return;
         add(temporary ? LEFTOVER : UNLISTED_FILE, {}, path_of(name), {}, removal_of_file(path_of(name)));
         result_.findings.back().state = state_of(status);

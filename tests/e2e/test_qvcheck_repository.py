@@ -1,5 +1,6 @@
 """qvcheck repository: every finding is made for real, found, and gone after its command was run as it was printed."""
 
+import fcntl
 import json
 import os
 import shutil
@@ -239,6 +240,14 @@ def test_a_file_without_a_package_is_found_and_removed(single, name, finding):
     assert FILE.exists()
 
 
+def test_a_temporary_file_is_no_leftover_while_somebody_writes_it(master):
+    for name in ("tmp_a.sja", ".a.sja.0123456789abcdef.part"):
+        with open(REPOSITORY / name, "wb") as file:
+            fcntl.flock(file, fcntl.LOCK_EX)
+            assert findings() == []
+        mend([only(findings())])
+
+
 @pytest.mark.parametrize("put", [put_link, put_pipe, put_socket])
 def test_what_is_no_regular_file_and_has_no_package_is_found(master, put):
     path = REPOSITORY / "tmp_odd"
@@ -290,7 +299,7 @@ def test_what_has_changed_at_the_second_look_is_dropped(single, master):
 def test_adds_and_deletions_beside_the_check_are_no_damage(single, master, qvrepo, tmp_path):
     # Files that a thousand packages share their bytes with.
     bytes_of_all = FILE.read_bytes()
-    master.register_many(1000, "qvclient_{}_redhat_x64.sja", size=len(bytes_of_all))
+    master.register_many(1000)
     edit(master, f"UPDATE packages SET size = {len(bytes_of_all)}",
          f"UPDATE packageItems SET fileSize = {len(bytes_of_all)}")
     for i in range(1000):
