@@ -148,7 +148,7 @@ int main(int argc, char** argv) {
     try {
         return parse_and_run(argc, argv);
     } catch (const CannotCheck& failure) {
-        complain(failure.reason);
+        complain(*failure.reason);
     } catch (const std::exception& failure) {
         std::cerr << "qvcheck: " << failure.what() << '\n';
     }

@@ -106,6 +106,7 @@ class Comparer {
 
     void find_duplicates() {
         std::vector<const Registration*> by_name;
+        by_name.reserve(packages_.size());
         for (const Registration& package : packages_)
             by_name.push_back(&package);
         std::stable_sort(by_name.begin(), by_name.end(), [](const Registration* a, const Registration* b) {
@@ -221,6 +222,7 @@ const FindingKind* kind_of(Verdict verdict, bool single) {
 void check_candidates(std::vector<Candidate> candidates, const Directory& directory,
                       const RepositoryOptions& options, RepositoryReport& report) {
     std::vector<std::string> names;
+    names.reserve(candidates.size());
     for (const Candidate& candidate : candidates)
         names.push_back(candidate.name);
     const std::vector<SignatureResult> results =

@@ -4,6 +4,7 @@
 #ifndef CHECK_TEXT_H
 #define CHECK_TEXT_H
 
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -30,8 +31,9 @@ std::string render(const Text& text, Language language);
 // Thrown where nothing can be told of the server's state; ends the program with status 3.
 struct CannotCheck : std::runtime_error {
     explicit CannotCheck(Text why)
-        : std::runtime_error(render(why, Language::ENGLISH)), reason(std::move(why)) {}
-    Text reason;
+        : std::runtime_error(render(why, Language::ENGLISH)),
+          reason(std::make_shared<const Text>(std::move(why))) {}
+    std::shared_ptr<const Text> reason; // shared: copying an exception must not throw
 };
 
 // The bytes as UTF-8 without loss: a backslash is doubled, a byte that belongs to no character stands as
