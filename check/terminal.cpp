@@ -2,6 +2,7 @@
 
 #include "model/dunmarel_common.h"
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -50,7 +51,7 @@ void Progress::draw(std::uint64_t done) {
     }
     const auto filled = static_cast<std::size_t>(share * static_cast<double>(BAR_WIDTH));
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start_;
-    const auto left = share > 0 ? static_cast<long>(elapsed.count() * (1 - share) / share + 0.5) : 0L;
+    const auto left = share > 0 ? std::lround(elapsed.count() * (1 - share) / share) : 0L;
     char clock[32];
     static_cast<void>(std::snprintf(clock, sizeof clock, "%ld:%02ld", left / 60, left % 60));
     std::cerr << "\r[" << std::string(filled, '#') << std::string(BAR_WIDTH - filled, ' ') << "] "
