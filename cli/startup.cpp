@@ -6,6 +6,7 @@
 #include "platform/debug_log.h"
 #include "platform/master_config.h"
 #include "platform/paths.h"
+#include "platform/space_rule.h"
 #include "seam/T.h"
 
 #include <unistd.h>
@@ -14,7 +15,6 @@ namespace {
 
 constexpr const char* PROGRAM = "qvrepo";
 constexpr int LOG_FILE_MODE = 0666;
-constexpr float LEAST_PERCENT_FREE = 1.0F;
 
 // Making the program's folder is how an administrator turns the log on.
 void open_log_if_wanted() {
@@ -47,7 +47,7 @@ int check_free_space() {
     logmsgf(4, "initialize",
             "The volume hosting [%s] has [%lu] MB space available, [%f] percent of the disk.",
             REPOSITORY_DIRECTORY, megabytes_free, static_cast<double>(percent_free));
-    if (percent_free < LEAST_PERCENT_FREE) {
+    if (percent_free < MIN_PERCENT_FREE) {
         logmsg(16, "A minimum of one percent of the disk must be free to manage the repo.", "initialize");
         return STATUS_REPOSITORY_FULL;
     }

@@ -5,6 +5,7 @@
 #include "platform/file_ops.h"
 #include "platform/paths.h"
 #include "platform/regular_file.h"
+#include "platform/space_rule.h"
 #include "seam/T.h"
 
 #include <cerrno>
@@ -37,8 +38,7 @@ std::uint64_t required_megabytes(float percent_free, unsigned long megabytes_fre
     logmsgf(2, copy_tag, "Total disk space: [%llu] MB.", static_cast<unsigned long long>(total_megabytes));
     logmsgf(2, copy_tag, "Free disk space: [%lu] MB.", megabytes_free);
     logmsgf(2, copy_tag, "Percent free: [%f].", static_cast<double>(percent_free));
-    // Single precision from here on: the verdict at the boundary is the one that administrators know.
-    const float kept_free = static_cast<float>(total_megabytes) * 0.015F;
+    const float kept_free = static_cast<float>(total_megabytes) * MIN_SHARE_LEFT_FREE;
     const float required = kept_free + static_cast<float>(package_megabytes);
     return truncated(required);
 }

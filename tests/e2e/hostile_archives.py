@@ -171,7 +171,7 @@ _TWO = unsigned(entry("a", b"xy"), entry("bc", b"z"))
 _FIRST_ENDS = 4 + HEADER + 1 + 2
 
 
-def _cut_behind_the_first(length):
+def _cut_after_the_first(length):
     """Of two entries, the second cut to `length` bytes."""
     sentence = f"a second entry cut to {length} bytes"
     content = _TWO[:_FIRST_ENDS + length]
@@ -194,7 +194,7 @@ NOT_ARCHIVES = [
     _case("gzip", b"\x1f\x8b\x08\0\0\0\0\0", UNREADABLE),
     _case("zeros", bytes(100000), UNREADABLE),
     *(_cut(length) for length in range(len(GOOD))),
-    *(_cut_behind_the_first(length) for length in range(1, HEADER + 3)),
+    *(_cut_after_the_first(length) for length in range(1, HEADER + 3)),
 ]
 
 

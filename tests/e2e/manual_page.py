@@ -5,7 +5,7 @@ import subprocess
 
 from program_options import BUILD
 
-PAGES = {"qvrepo": "8", "qvmaster": "8", "sjapack": "1", "sja": "5"}
+PAGES = {"qvrepo": "8", "qvcheck": "8", "qvmaster": "8", "sjapack": "1", "sja": "5"}
 
 
 def page_file(name):

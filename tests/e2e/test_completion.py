@@ -1,5 +1,6 @@
 """Completion in bash and zsh: what real shells offer after the programs' names."""
 
+import json
 import os
 import pty
 import select
@@ -7,9 +8,10 @@ import subprocess
 
 import pytest
 from program_options import column, help_options, option_names, subcommands, usage_options
-from world import PATIENCE, SOURCES
+from scripted_service import ScriptedService, answer
+from world import PATIENCE, PROGRAMS, SOURCES
 
-PROGRAMS = ["qvrepo", "qvmaster", "sjapack"]
+SCRIPTS = ["qvrepo", "qvmaster", "sjapack", "qvcheck"]
 
 # Files in the directory where the shells are asked.
 FILES = ["a.sja", "B.SJA", "notes.txt", "pubkey.pem", "signing.key"]
@@ -89,7 +91,7 @@ class Zsh:
         os.mkfifo(told)
         self._told = os.open(told, os.O_RDWR)
         (scratch / ".zshrc").write_text(ZSHRC.format(directory=SOURCES / "completion/zsh", told=told))
-        environment = {"PATH": "/usr/bin:/bin", "HOME": str(scratch), "ZDOTDIR": str(scratch), "TERM": "dumb", "LC_ALL": "C"}
+        environment = {"PATH": f"{PROGRAMS}:/usr/bin:/bin", "HOME": str(scratch), "ZDOTDIR": str(scratch), "TERM": "dumb", "LC_ALL": "C"}
         self.process, self._terminal = pty.fork()
         if self.process == 0:
             os.chdir(directory)
@@ -134,7 +136,7 @@ def files(*names):
     return sorted([*names, DIRECTORY])
 
 
-@pytest.mark.parametrize("program", PROGRAMS)
+@pytest.mark.parametrize("program", SCRIPTS)
 def test_a_script_is_well_formed(program):
     subprocess.run(["bash", "-n", SOURCES / "completion/bash" / program], check=True)
     subprocess.run(["zsh", "-n", SOURCES / f"completion/zsh/_{program}"], check=True)
@@ -183,12 +185,49 @@ def test_nothing_is_offered_where_no_value_is_known(shell, arguments):
     assert shell.candidates("qvrepo", *arguments) == []
 
 
+@pytest.mark.parametrize("option", ["-delete", "-d", "-pkgDetails", "-p"])
+def test_after_delete_and_details_the_shell_offers_the_ids_of_the_packages(shell, master, monkeypatch, option):
+    monkeypatch.setenv("PATH", f"{PROGRAMS}:{os.environ['PATH']}")
+    master.register_many(12)
+    assert shell.candidates("qvrepo", option, "") == sorted(map(str, range(1, 13)))
+    assert shell.candidates("qvrepo", option, "1") == ["1", "10", "11", "12"]
+
+
+def test_an_id_that_a_shell_would_run_is_not_offered(shell, monkeypatch, tmp_path):
+    monkeypatch.setenv("PATH", f"{PROGRAMS}:{os.environ['PATH']}")
+    body = json.dumps({"data": [{"id": each, "attributes": dict.fromkeys(
+        ["packageName", "packageFileName", "packageType", "os", "version", "createdDateTimeUTC",
+         "lastModifiedDateTimeUTC", "lastValidatedUTC"], "x") | {"packageItemFilePaths": [], "size": 1}}
+        for each in ("7", f"$(touch {tmp_path}/hit)", "8 9")]})
+    with ScriptedService(answer(200, body)):
+        assert shell.candidates("qvrepo", "-delete", "") == ["7"]
+    assert list(tmp_path.iterdir()) == []
+
+
+# qvcheck
+
+
+def test_after_qvcheck_the_shell_offers_its_subcommands(shell):
+    assert set(shell.candidates("qvcheck", "")) >= {command for command, _ in subcommands("qvcheck")}
+    assert shell.candidates("qvcheck", "-") == sorted(option_names("qvcheck"))
+
+
+def test_after_a_subcommand_of_qvcheck_the_shell_offers_its_options_and_the_common_ones(shell):
+    for command, _ in subcommands("qvcheck"):
+        common = {"--json"} if command == "list" else {"--json", "--quiet"}
+        assert shell.candidates("qvcheck", command, "-") == \
+            sorted({*option_names("qvcheck", command), *common}), command
+    assert shell.candidates("qvcheck", "list", "--os", "") == sorted(column("os"))
+    assert shell.candidates("qvcheck", "list", "--type", "") == sorted(column("type"))
+    assert shell.candidates("qvcheck", "all", "--jobs", "") == []
+
+
 # qvmaster
 
 
 def test_after_qvmaster_the_shell_offers_its_options(shell):
     assert shell.candidates("qvmaster", "-") == sorted(option_names("qvmaster"))
-    assert shell.candidates("qvmaster", "--db", "a.sja", "--p") == ["--patience", "--port"]
+    assert shell.candidates("qvmaster", "--db", "a.sja", "--t") == ["--timeout", "--tls"]
 
 
 VALUES_OF_QVMASTER = {
@@ -198,7 +237,7 @@ VALUES_OF_QVMASTER = {
     "--repo": [DIRECTORY],
     "--listen": [],
     "--port": [],
-    "--patience": [],
+    "--timeout": [],
 }
 
 
@@ -251,10 +290,13 @@ def test_after_a_subcommand_the_shell_offers_the_files_that_it_works_on(shell, a
 
 
 def test_zsh_describes_each_option_and_subcommand():
-    script = "".join((SOURCES / f"completion/zsh/_{name}").read_text() for name in ("qvmaster", "sjapack")).splitlines()
+    script = "".join((SOURCES / f"completion/zsh/_{name}").read_text() for name in ("qvmaster", "sjapack", "qvcheck")).splitlines()
     told = [(option.name, option.description) for option in help_options("qvmaster")] + subcommands("sjapack")
+    told += [(option.name, option.description) for option in help_options("qvcheck")] + subcommands("qvcheck")
+    for command, _ in subcommands("qvcheck"):
+        told += [(option.name, option.description) for option in help_options("qvcheck", command)]
     for command, _ in subcommands("sjapack"):
         told += [(option.name, option.description) for option in help_options("sjapack", command)]
     for name, meaning in told:
         quoted = f"{name}:{meaning}".replace("'", "'\\''")
-        assert f"    '{quoted}'" in script
+        assert any(f"'{quoted}'" in line for line in script), quoted

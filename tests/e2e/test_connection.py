@@ -49,6 +49,7 @@ def test_without_this_hosts_certificate_the_master_refuses(qvrepo, master):
     assert outcome.stdout == "" and outcome.stderr == failed(outcome.status)[1]
     assert outcome.status in (35, 52, 55, 56)
     assert master.requests() == []
+    assert "peer did not return a certificate" in master.await_problems()[0]
 
 
 def test_a_proxy_in_the_environment_is_not_used(qvrepo, master):

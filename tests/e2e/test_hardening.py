@@ -5,7 +5,7 @@ import subprocess
 import pytest
 from world import PROGRAMS
 
-NAMES = ["qvrepo", "qvmaster", "sjapack"]
+NAMES = ["qvrepo", "qvmaster", "sjapack", "qvcheck"]
 
 
 def readelf(name, *options):

@@ -1,6 +1,7 @@
 """The manual pages: they render, and they name what the programs have, all of it and nothing else."""
 
 import gzip
+import json
 import re
 import subprocess
 
@@ -22,6 +23,7 @@ WITHIN_DIRECTORIES = {
     "/usr/ormex/quorvelle/logs/qvrepo",
     "/usr/ormex/quorvelle/logs/qvrepo/qvrepo.YYYY-MM-DD.log",
     "/usr/ormex/quorvelle/msg/LOCALE/qvrepo.cat",
+    "/usr/ormex/quorvelle/msg/LOCALE/qvcheck.cat",
     "/usr/ormex/quorvelle/msg/it",
     "/usr/ormex/quorvelle/msg/it/qvrepo.cat",
     "/usr/ormex/var/global/dunmarel/pubkey.pem",
@@ -109,7 +111,7 @@ def test_the_installed_page_is_the_page_without_a_time(name):
 
 
 def test_a_page_refers_to_pages_by_their_sections(name):
-    for other, section in re.findall(r"\b(qvrepo|qvmaster|sjapack|sja)\((\d)\)", Page(name).all_text()):
+    for other, section in re.findall(r"\b(qvrepo|qvcheck|qvmaster|sjapack|sja)\((\d)\)", Page(name).all_text()):
         assert section == PAGES[other], f"{other}({section})"
 
 
@@ -167,7 +169,7 @@ def test_the_page_speaks_of_no_other_status(qvrepo_page):
 
 
 def test_the_page_names_every_path_of_the_program_and_no_other(qvrepo_page):
-    assert paths_in(qvrepo_page) == fixed_paths() | WITHIN_DIRECTORIES
+    assert paths_in(qvrepo_page) == fixed_paths() | {path for path in WITHIN_DIRECTORIES if "qvcheck" not in path}
 
 
 def test_the_page_lists_the_type_keys_as_the_program_shows_them(qvrepo_page):
@@ -211,7 +213,7 @@ def test_the_page_names_every_option_of_qvmaster_and_no_other():
 def test_the_page_tells_every_default_of_qvmaster():
     options = Page("qvmaster").sections["OPTIONS"].text
     defaults = [option for option in help_options("qvmaster") if option.default]
-    assert [option.name for option in defaults] == ["--listen", "--port", "--repo", "--patience"]
+    assert [option.name for option in defaults] == ["--listen", "--port", "--repo", "--timeout"]
     for option in defaults:
         entry = re.search(rf"^{option.name} .*?(?=^--|\Z)", options, re.MULTILINE | re.DOTALL)[0]
         assert f"Default: {option.default}" in " ".join(entry.split()), option
@@ -241,7 +243,24 @@ def test_the_page_names_no_option_that_sjapack_does_not_have():
         assert options_in([arguments]) <= set(option_names("sjapack", command)), command
 
 
-@pytest.mark.parametrize("page", ["qvmaster", "sjapack", "sja"])
+def test_the_page_explains_every_option_of_qvcheck_and_no_other():
+    page = Page("qvcheck")
+    commands = [command for command, _ in subcommands("qvcheck")]
+    known = {option for words in ([], *([each] for each in commands)) for option in option_names("qvcheck", *words)}
+    assert options_in(page.sections["OPTIONS"].terms) == known
+    assert {option for option in options_named(page, "qvcheck") if option.startswith("--")} <= known
+    assert re.findall(r"qvcheck (\w+)", page.sections["SYNOPSIS"].text) == commands
+
+
+def test_the_page_names_every_condition_and_finding_of_qvcheck():
+    page = Page("qvcheck")
+    schema = json.loads((SOURCES / "docs/qvcheck.schema.json").read_text())["properties"]
+    for rows, part in ((page.table("Condition", "What has to hold"), "setup"),
+                       (page.table("Finding", "Meaning, and remedy"), "findings")):
+        assert [row[0][0] for row in rows] == schema[part]["items"]["properties"]["name"]["enum"]
+
+
+@pytest.mark.parametrize("page", ["qvcheck", "qvmaster", "sjapack", "sja"])
 def test_a_page_names_no_path_that_the_program_does_not_know(page):
     assert paths_in(Page(page)) <= fixed_paths() | WITHIN_DIRECTORIES
 

@@ -175,6 +175,22 @@ class Master:
         self._problems_read = True
         return self.errors.read_text().splitlines()
 
+    def await_problems(self, count=1):
+        """The lines on its standard error, once there are `count`."""
+        await_that(lambda: len(self.problems()) >= count, f"{count} lines on standard error")
+        return self.problems()
+
+    def sockets(self):
+        """How many sockets the service has open."""
+        directory = Path(f"/proc/{self.process.pid}/fd")
+        count = 0
+        for entry in directory.iterdir():
+            try:
+                count += os.readlink(entry).startswith("socket:")
+            except FileNotFoundError:  # closed meanwhile
+                pass
+        return count
+
     def finish(self):
         """Stops the service after a test and checks that it went well."""
         if self.process is not None:
@@ -348,18 +364,6 @@ def read_slowly_begun(connection):
     return read_to_end(connection)
 
 
-def sockets_of(master):
-    """How many sockets the service has open."""
-    directory = f"/proc/{master.process.pid}/fd"
-    count = 0
-    for entry in os.listdir(directory):
-        try:
-            count += os.readlink(f"{directory}/{entry}").startswith("socket:")
-        except FileNotFoundError:  # closed meanwhile
-            pass
-    return count
-
-
 def chunked_body(answer):
     """The body of an answer, given as bytes, that came in chunks; None when it breaks off."""
     head, _, rest = answer.partition(b"\r\n\r\n")
@@ -376,13 +380,13 @@ def chunked_body(answer):
         position = end + 2 + size + 2
 
 
-def run_qvrepo(*arguments, stdin=None, env=None, under=(), timeout=PATIENCE):
-    """Runs qvrepo with `arguments`, `stdin` (text; nothing without it) and variables `env` in an otherwise plain
+def run_qvrepo(*arguments, stdin=None, env=None, under=(), timeout=PATIENCE, program="qvrepo"):
+    """Runs qvrepo, or another program, with `arguments`, `stdin` (text; nothing without it) and variables `env` in an otherwise plain
     environment. Bytes that are not UTF-8 stand in the outcome as Python's surrogate escapes. `under` is a command that
     runs it, `timeout` the seconds within which it has to end."""
     plain = {name: value for name, value in os.environ.items() if not name.startswith(("LC_", "LANG"))}
     run = subprocess.run(
-        [*under, PROGRAMS / "qvrepo", *arguments],
+        [*under, PROGRAMS / program, *arguments],
         input=stdin or "",
         env={**plain, **(env or {})},
         capture_output=True,

@@ -1,10 +1,10 @@
 // Any bytes as the parts of a request to the web service: what was encoded is decoded to what it was, what is
 // read can be written again, and any text becomes valid JSON.
 
+#include "master/bad_request.h"
 #include "master/filter.h"
 #include "master/json_text.h"
 #include "master/media_type.h"
-#include "master/problem.h"
 #include "master/target.h"
 #include "model/json_document.h"
 #include "tests/fuzz/support/property.h"
@@ -45,7 +45,7 @@ void check_filter(const std::string& raw) {
         const std::size_t quote = decoded.find('\'');
         require(read.value == decoded.substr(quote + 1, decoded.size() - quote - 2),
                 "a value runs from the first quote to the last byte, a quote");
-    } catch (const UnusableInput&) {
+    } catch (const BadRequest&) {
         require(raw.compare(0, 16, "filter=os%20eq%20") != 0 || raw.size() < 18 || raw.back() != '\'',
                 "a filter of the right form is read");
     }

@@ -6,8 +6,8 @@
 // for the usual one), and the body.
 
 #include "cli/request.h"
+#include "master/bad_request.h"
 #include "master/media_type.h"
-#include "master/problem.h"
 #include "master/service.h"
 #include "master/target.h"
 #include "model/QvRepoPackage.h"
@@ -61,7 +61,7 @@ ServiceRequest read_request(std::string text) {
 std::optional<NewPackage> read_creation(const std::string& body) {
     try {
         return read_new_package(body);
-    } catch (const UnusableInput&) {
+    } catch (const BadRequest&) {
         return std::nullopt;
     }
 }
@@ -69,7 +69,7 @@ std::optional<NewPackage> read_creation(const std::string& body) {
 std::optional<Filter> read_filter(const std::string& query) {
     try {
         return read_filter_query(query);
-    } catch (const UnusableInput&) {
+    } catch (const BadRequest&) {
         return std::nullopt;
     }
 }
@@ -204,7 +204,7 @@ void Checker::check_error(const ServiceRequest& request, const Answer& answer,
     require((answer.status == 406) == !accepted_media_type(request.accept),
             "a type that the service does not speak is refused before all else");
     if (answer.status == 414)
-        require(request.target.size() > LONGEST_TARGET, "only a long target is too long");
+        require(request.target.size() > MAX_TARGET_SIZE, "only a long target is too long");
 }
 
 void Checker::check_list(const std::optional<std::string>& query, const std::string& body) const {

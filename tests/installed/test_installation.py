@@ -77,7 +77,7 @@ def test_a_removal_leaves_everything_of_the_administrator_as_it_was(installed):
     before = installed.facts(*OWN)
     installed.dpkg("--remove", *PACKAGES)
     assert installed.facts(*OWN) == before
-    for program in ("usr/sbin/qvrepo", "usr/sbin/qvmaster", "usr/bin/sjapack"):
+    for program in ("usr/sbin/qvrepo", "usr/sbin/qvcheck", "usr/sbin/qvmaster", "usr/bin/sjapack"):
         assert not installed.exists(program)
 
 

@@ -40,7 +40,7 @@ def test_every_compiler_call_of_the_build_was_hardened(tmp_path):
     assert (found, status) == ("", 0)
 
 
-@pytest.mark.parametrize("program", ["usr/sbin/qvrepo", "usr/sbin/qvmaster", "usr/bin/sjapack"])
+@pytest.mark.parametrize("program", ["usr/sbin/qvrepo", "usr/sbin/qvmaster", "usr/bin/sjapack", "usr/sbin/qvcheck"])
 def test_an_installed_program_is_hardened(installed, program):
     found, _ = output("hardening-check", installed.path(program))
     for protection in ("Position Independent Executable", "Stack protected", "Read-only relocations",

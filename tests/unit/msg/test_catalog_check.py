@@ -10,7 +10,7 @@ import pytest
 SOURCES = Path(__file__).resolve().parents[3]
 sys.path.insert(0, str(SOURCES / "scripts/catalogs"))
 
-from catalogs import compare, conversions, read_catalog, texts_of_program
+from catalogs import compare, conversions, read_catalog, texts_of_program, texts_of_qvcheck
 
 TABLES = Path(os.environ["QV_BIN"]).parent / "tests/program_tables"
 LANGUAGES = sorted(file.stem for file in (SOURCES / "msg").glob("*.msg"))
@@ -57,7 +57,8 @@ def test_the_command_tells_how_many_catalogs_agree():
     run = check_catalogs()
     texts = texts_of_program(TABLES)
     assert (run.returncode, run.stderr) == (0, "")
-    assert run.stdout == f"catalogs: {len(LANGUAGES)}, texts in each: {len(texts)}\n"
+    number_of_qvcheck = len(texts_of_qvcheck(SOURCES / "check"))
+    assert run.stdout == f"catalogs: {2 * len(LANGUAGES)}, texts of qvrepo: {len(texts)}, of qvcheck: {number_of_qvcheck}\n"
 
 
 def test_the_command_names_file_and_fault_and_fails(tmp_path):
