@@ -14,7 +14,7 @@ import time
 from packages import BUNDLE, INNER, SIGNING_KEY, SINGLE, make_bundle, make_single
 from program_options import table
 from test_add import ADDING
-from world import PATIENCE, PROGRAMS, REPOSITORY, ROOT, creation_body, sockets_of
+from world import PATIENCE, PROGRAMS, REPOSITORY, ROOT, creation_body
 
 import injector
 
@@ -67,7 +67,7 @@ def empty(directory):
 def wait_until_idle(master):
     """Returns when the service has nothing under way: no connection is open but the one that it listens on."""
     deadline = time.monotonic() + PATIENCE
-    while sockets_of(master) > 1:
+    while master.sockets() > 1:
         assert time.monotonic() < deadline, "the service still has a connection open"
         time.sleep(0.0005)
 
