@@ -229,7 +229,7 @@ def test_a_catalog_of_random_bytes_is_not_used(qvrepo, catalogs):
 
 
 @pytest.mark.parametrize("put", [
-    lambda path: path.parent.rmdir(), lambda path: None, lambda path: path.mkdir(), os.mkfifo,
+    lambda path: shutil.rmtree(path.parent), lambda path: None, lambda path: path.mkdir(), os.mkfifo,
     lambda path: path.symlink_to("/dev/zero"), lambda path: path.symlink_to("missing"),
     lambda path: path.symlink_to(path), lambda path: path.write_bytes(b""),
     lambda path: path.write_text("$set 1\n8 x\n")],

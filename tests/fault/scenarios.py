@@ -93,7 +93,9 @@ class Scenario:
         """Complaints about temporary files. A kill may leave one, and so does a removal that fails itself, or one whose
         file cannot be examined: it may be another's."""
         left = [name for name in files if is_temporary(name)]
-        excused = fault.is_kill or fault.name in ("newfstatat", "unlink", "unlinkat")
+        # strace does not close what it lets a close fail on, as the system does, so the copy stays locked.
+        excused = fault.is_kill or fault.name in ("newfstatat", "unlink", "unlinkat") or (
+            fault.name == "close" and all(name.startswith("tmp_") for name in left))
         return [] if excused or not left else [f"temporary files left: {left}"]
 
 
