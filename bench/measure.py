@@ -23,7 +23,7 @@ class Subject:
 
     def __init__(self, name, command, prepare=None):
         self.name = name
-        self.arguments = ["sh", "-c", command] if isinstance(command, str) else [str(word) for word in command]
+        self.arguments = ["sh", "-c", command] if isinstance(command, str) else [str(argument) for argument in command]
         self.prepare = prepare or (lambda: None)
         self.runs = []
         self.peak = None

@@ -54,20 +54,20 @@ def measure_list(master, count):
     have = len(master.packages())
     name = "dunmarel_qvclient_8.3.{}_redhat_x64.sja"
     master.register_many(count - have, name=name.replace("{}", f"{have}-{{}}"))
-    words = " ".join(f"'{word}'" for word in [*CURL, URL])
+    curl = " ".join(f"'{argument}'" for argument in [*CURL, URL])
     program = world.ROOT / "table.jq"
     program.write_text(TABLE)
     measure.compare(f"(c) list of {count:,} packages", [
         measure.Subject("qvrepo -list", [QVREPO, "-list"]),
-        measure.Subject("curl | jq", f"{words} | jq -r -f {program}"),
+        measure.Subject("curl | jq", f"{curl} | jq -r -f {program}"),
         measure.Subject("curl alone", [*CURL, URL])], rounds=5 if count > 10000 else 15, memory=True)
-    same_table(words, program)
+    same_table(curl, program)
 
 
-def same_table(words, program):
+def same_table(curl, program):
     """The comparison is one only where both print the same."""
     ours = subprocess.run([QVREPO, "-list"], capture_output=True, text=True, check=True).stdout
-    theirs = subprocess.run(["sh", "-c", f"{words} | jq -r -f {program}"], capture_output=True, text=True, check=True)
+    theirs = subprocess.run(["sh", "-c", f"{curl} | jq -r -f {program}"], capture_output=True, text=True, check=True)
     # The type's column follows the service's names of the types, so widths differ; the cells must not.
     cells = [[line.split() for line in text.splitlines() if not line.startswith("--")] for text in (ours, theirs.stdout)]
     if cells[0] != cells[1]:
@@ -75,7 +75,7 @@ def same_table(words, program):
 
 
 def main():
-    counts = [int(word) for word in sys.argv[1:]] or [1000, 10000, 100000]
+    counts = [int(count) for count in sys.argv[1:]] or [1000, 10000, 100000]
     make_world()
     measure_start_up()
     master = world.Master()

@@ -22,8 +22,8 @@ ROUNDS_OF_LARGE = 2  # of sizes above 2 GiB, which show the growth alone
 INNER_FILES = 8
 
 
-def run(*words, **how):
-    return subprocess.run([str(word) for word in words], check=True, **how)
+def run(*command, **how):
+    return subprocess.run([str(argument) for argument in command], check=True, **how)
 
 
 def make_payload(path, mebibytes):
@@ -188,8 +188,8 @@ def measure_size(place, mebibytes):
 def main():
     place = World()
     try:
-        for word in sys.argv[1:] or ["256", "1024", "4096"]:
-            measure_size(place, int(word))
+        for size in sys.argv[1:] or ["256", "1024", "4096"]:
+            measure_size(place, int(size))
     finally:
         place.master.finish()
 

@@ -7,10 +7,6 @@
 
 namespace {
 
-constexpr int WEB_SERVICE_PORT = 1556;
-constexpr cert_type HOST_CERTIFICATE = 1;
-constexpr QVCurlSessionType HOST_SESSION = 1;
-
 // The service's own error codes.
 constexpr int SERVICE_UNKNOWN_PACKAGE = 227;
 constexpr int SERVICE_MALFORMED_ID = 8626;
@@ -19,28 +15,6 @@ constexpr int SERVICE_MALFORMED_ID = 8626;
 
 std::string package_uri(const std::string& id) {
     return std::string(PACKAGES_URI) + "/" + id;
-}
-
-QVClientCURL master_server_client(const std::string& masterServer) {
-    return {masterServer,
-            WEB_SERVICE_PORT,
-            HOST_CERTIFICATE,
-            HOST_SESSION,
-            nullptr,
-            "",
-            true,
-            false,
-            false,
-            "",
-            "",
-            "",
-            "",
-            "",
-            "",
-            false,
-            false,
-            "",
-            0};
 }
 
 int send_request(QVClientCURL& client, const std::string& uri, curl_request_type type,

@@ -5,18 +5,12 @@
 #define CLI_PACKAGE_RESOURCE_H
 
 #include "cli/request.h"
-#include "platform/QVClientCURL.h"
+#include "model/package_service.h"
 
 #include <string>
 
-// The resource of all packages, relative to the service's root.
-inline constexpr const char* PACKAGES_URI = "quorvelle/deployment/packages";
-
 // The resource of one package.
 std::string package_uri(const std::string& id);
-
-// A client for the master server's web service. Nothing is sent yet.
-QVClientCURL master_server_client(const std::string& masterServer);
 
 // curlSendRequest, with the answer's body read where the client holds it: a long answer is not held twice.
 int send_request(QVClientCURL& client, const std::string& uri, curl_request_type type,

@@ -1,38 +1,10 @@
 #include "cli/request.h"
 
 #include "model/json_document.h"
-#include "platform/QVClientCURL.h"
 #include "platform/debug_log.h"
 #include "platform/status_codes.h"
 
-// The vocabulary of the product's web-service clients, kept whole: each of them has the same block.
-static const std::string FEDS_URI = "quorvelle/catalog/frontenddata";
-static const std::string HOSTS_URI = "quorvelle/config/hosts";
-static const std::string SECURITY_CREDS_URI = "quorvelle/security/credentials";
-static const std::string PING_URI = "quorvelle/ping";
-static const std::string PASSPHRASE_CONSTRAINTS_URI = "quorvelle/security/passphrase-constraints";
-static const std::string MAX_VERSION = "6.0";
-static const std::string VERSION_4 = "4.0";
-static const std::string VERSION_5 = "5.0";
-static const std::string VERSION_6 = "6.0";
-static const std::string QV_MEDIA_TYPE_JSON = "application/vnd.quorvelle+json";
-const std::string QV_MEDIA_TYPE_VERSION = QV_MEDIA_TYPE_JSON + ";version=" + MAX_VERSION;
-static const std::string QV_MEDIA_TYPE_OCTET_STREAM = "application/vnd.quorvelle+octet-stream";
-static const std::string QV_MEDIA_TYPE_VERSION_OCTET_STREAM =
-    QV_MEDIA_TYPE_OCTET_STREAM + ";version=" + MAX_VERSION;
-static const std::string QV_API_VERSION_HEADER_STR = "X-Quorvelle-API-Version";
-static const std::string QV_DEFAULT_MEDIA_TYPE = "application/json";
-static const std::string QV_HEADER_X_CLIENT_ID = "X-Client-ID: ";
-static const std::string QV_HEADER_X_CLIENT_ID_VALUE = "QV-CURL";
-
-[[maybe_unused]] static const char* const lunt_proxy_hint_str[] = {
-    "LUNT_PROXY_HINT_UNKNOWN",       "LUNT_PROXY_HINT_USE_PROXY",
-    "LUNT_PROXY_HINT_USE_WHITELIST", "LUNT_PROXY_HINT_LOCALHOST_USER_VALIDATION",
-    "LUNT_PROXY_HINT_DTE_CAPABLE",   nullptr};
-
 namespace {
-
-constexpr long CONNECT_TIMEOUT_SECONDS = 30;
 
 int perform(QVClientCURL& client, const std::string& uri, curl_request_type type, const std::string& body) {
     switch (type) {

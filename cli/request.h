@@ -3,12 +3,9 @@
 #ifndef CLI_REQUEST_H
 #define CLI_REQUEST_H
 
+#include "model/package_service.h"
+
 #include <string>
-
-class QVClientCURL;
-
-// The versioned media type that every request accepts.
-extern const std::string QV_MEDIA_TYPE_VERSION;
 
 // The underlying type is fixed: a number from elsewhere that is not a request is refused, not undefined.
 enum curl_request_type : int {

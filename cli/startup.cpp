@@ -5,6 +5,7 @@
 #include "platform/debug_log.h"
 #include "platform/master_config.h"
 #include "platform/paths.h"
+#include "platform/space_rule.h"
 #include "platform/status_codes.h"
 #include "seam/T.h"
 
@@ -14,7 +15,6 @@ namespace {
 
 constexpr const char* PROGRAM = "qvrepo";
 constexpr int LOG_FILE_MODE = 0666;
-constexpr float MIN_PERCENT_FREE = 1.0F;
 
 // Making the program's directory is how an administrator turns the log on.
 void open_log_if_wanted() {

@@ -11,7 +11,7 @@ if(QVREPO_WERROR)
   target_compile_options(qv_options INTERFACE -Werror)
 endif()
 
-# Two builds of the same sources are the same, wherever they were built.
+# Two builds of the same sources give the same bytes, in whichever directory.
 target_compile_options(qv_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.
                                             -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
 

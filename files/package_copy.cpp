@@ -5,6 +5,7 @@
 #include "platform/file_ops.h"
 #include "platform/paths.h"
 #include "platform/regular_file.h"
+#include "platform/space_rule.h"
 #include "platform/status_codes.h"
 #include "seam/T.h"
 
@@ -37,8 +38,7 @@ std::uint64_t required_megabytes(float percent_free, unsigned long megabytes_fre
             static_cast<unsigned long long>(total_megabytes));
     logmsgf(2, COPY_FUNCTION, "Free disk space: [%lu] MB.", megabytes_free);
     logmsgf(2, COPY_FUNCTION, "Percent free: [%f].", static_cast<double>(percent_free));
-    // Single precision from here on: the verdict at the boundary is the one that administrators know.
-    const float kept_free = static_cast<float>(total_megabytes) * 0.015F;
+    const float kept_free = static_cast<float>(total_megabytes) * MIN_SHARE_LEFT_FREE;
     const float required = kept_free + static_cast<float>(package_megabytes);
     return truncated(required);
 }

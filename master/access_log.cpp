@@ -1,8 +1,8 @@
 #include "master/access_log.h"
 
 #include "master/json_text.h"
+#include "master/log_error.h"
 #include "master/present_time.h"
-#include "master/problem.h"
 
 #include <cerrno>
 #include <cstring>
@@ -42,23 +42,40 @@ bool write_whole(int descriptor, std::string_view line) {
     return true;
 }
 
+FileDescriptor open_log(const std::string& path) {
+    return FileDescriptor(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640));
+}
+
+std::string cannot_open(const std::string& path) {
+    return "cannot open the access log " + path + ": " + std::strerror(errno);
+}
+
 } // namespace
 
-AccessLog::AccessLog(const std::string& file)
-    : file_(open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640)) {
-    if (!file_.is_open())
-        throw StartFailure("cannot open the access log " + file + ": " + std::strerror(errno));
+AccessLog::AccessLog(std::string file) : path_(std::move(file)), file_(open_log(path_)) {
+    if (!path_.empty() && !file_.is_open())
+        throw StartFailure(cannot_open(path_));
+}
+
+void AccessLog::reopen() noexcept {
+    if (path_.empty())
+        return;
+    FileDescriptor file = open_log(path_);
+    if (!file.is_open())
+        return log_error(cannot_open(path_) + "; going on in the file that was open");
+    const std::lock_guard<std::mutex> lock(mutex_);
+    file_ = std::move(file);
 }
 
 void AccessLog::write(const ServiceRequest& request, int status) noexcept {
-    if (!file_.is_open())
+    if (path_.empty())
         return;
     try {
         const std::string line = line_of(request, status);
         const std::lock_guard<std::mutex> lock(mutex_);
         if (!write_whole(file_.get(), line))
-            report_problem(std::string("cannot write the access log: ") + std::strerror(errno));
+            log_error(std::string("cannot write the access log: ") + std::strerror(errno));
     } catch (const std::exception& error) {
-        report_problem(std::string("cannot write the access log: ") + error.what());
+        log_error(std::string("cannot write the access log: ") + error.what());
     }
 }

@@ -17,16 +17,19 @@
 
 class AccessLog {
   public:
-    // A log that is kept nowhere.
-    AccessLog() = default;
+    // Appends to `file`, which is created when it is missing; without a name the log is kept nowhere. Throws
+    // StartFailure when the file cannot be opened.
+    explicit AccessLog(std::string file = "");
 
-    // Appends to `file`, which is created when it is missing. Throws StartFailure when it cannot be opened.
-    explicit AccessLog(const std::string& file);
+    // Opens the file of that name again, for one that was renamed meanwhile. Where this fails, it logs why
+    // and keeps the old file.
+    void reopen() noexcept;
 
-    // Writes the line of one request; callable from all threads. A failure is reported and stops nothing.
+    // Writes the line of one request; callable from all threads. A failure is logged and stops nothing.
     void write(const ServiceRequest& request, int status) noexcept;
 
   private:
+    const std::string path_;
     FileDescriptor file_;
     std::mutex mutex_;
 };

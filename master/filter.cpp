@@ -1,6 +1,6 @@
 #include "master/filter.h"
 
-#include "master/problem.h"
+#include "master/bad_request.h"
 #include "master/target.h"
 
 #include <array>
@@ -28,7 +28,7 @@ bool begins_with(const std::string& text, const std::string& beginning) {
 Filter read_filter_query(const std::string& query) {
     const std::string option = "filter=";
     if (!begins_with(query, option))
-        throw UnusableInput("the only option of a package list is filter");
+        throw BadRequest("the only option of a package list is filter");
     const std::string text = percent_decode(query.substr(option.size()));
     for (const FieldName& name : FIELD_NAMES) {
         const std::string beginning = name.beginning;
@@ -36,5 +36,5 @@ Filter read_filter_query(const std::string& query) {
         if (begins_with(text, beginning) && closed)
             return {name.field, text.substr(beginning.size(), text.size() - beginning.size() - 1)};
     }
-    throw UnusableInput("a filter reads FIELD eq 'VALUE' with FIELD version, os or package-type");
+    throw BadRequest("a filter reads FIELD eq 'VALUE' with FIELD version, os or package-type");
 }

@@ -1,6 +1,6 @@
 #include "master/json_reader.h"
 
-#include "master/problem.h"
+#include "master/bad_request.h"
 
 #include <jansson.h>
 
@@ -17,7 +17,7 @@ struct JsonRelease {
 };
 
 [[noreturn]] void refuse(const std::string& reason) {
-    throw UnusableInput("the body is not JSON: " + reason);
+    throw BadRequest("the body is not JSON: " + reason);
 }
 
 } // namespace

@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-// Each member reads one value. They throw UnusableInput where the text is not JSON. A value of another type
+// Each member reads one value. They throw BadRequest where the text is not JSON. A value of another type
 // than the one asked for is skipped, and checked all the same.
 class JsonReader {
   public:

@@ -1,8 +1,8 @@
 #include "master/package_json.h"
 
+#include "master/bad_request.h"
 #include "master/json_reader.h"
 #include "master/json_text.h"
-#include "master/problem.h"
 
 #include <limits>
 #include <map>
@@ -13,7 +13,7 @@ namespace {
 
 void require(bool condition, const char* subject, const char* rule) {
     if (!condition)
-        throw UnusableInput(std::string(subject) + " " + rule);
+        throw BadRequest(std::string(subject) + " " + rule);
 }
 
 std::string required(std::optional<std::string>& text, const char* name) {

@@ -38,7 +38,7 @@ struct Package {
 };
 
 // Reads a creation body: {"data": {"type": "newPackageAttributes", "attributes": {...}}} with all six
-// attributes; members besides those are ignored, and cost no memory. Throws UnusableInput for anything else,
+// attributes; members besides those are ignored, and cost no memory. Throws BadRequest for anything else,
 // for a file name that is empty, "." or ".." or holds a slash, for a negative size, and for sizes that
 // together do not fit a signed 64-bit number.
 NewPackage read_new_package(const std::string& body);

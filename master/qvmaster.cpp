@@ -1,54 +1,49 @@
 // qvmaster: the deployment-package web service of a machine that is no master server.
 
 #include "master/access_log.h"
-#include "master/listening_socket.h"
-#include "master/master_server.h"
+#include "master/http_server.h"
+#include "master/log_error.h"
 #include "master/package_store.h"
-#include "master/problem.h"
 #include "master/service.h"
 
 #include <CLI/CLI.hpp>
 
-#include <chrono>
 #include <csignal>
 #include <iostream>
-#include <memory>
 #include <string>
 #include <sys/resource.h>
-#include <thread>
-#include <unistd.h>
 
 namespace {
 
-constexpr int WRONG_WORDS = 2;
+constexpr int USAGE_ERROR = 2;
 constexpr int FAILURE = 1;
 
-struct Words {
+struct Options {
     std::string database;
-    std::string tls;
-    std::string address = ALL_ADDRESSES;
-    int port = 1556;
     std::string repository = "/usr/ormex/var/global/repo";
-    std::string accessLog;
-    int patience = 10;
+    std::string access_log;
+    HttpServerOptions http;
 };
 
-void declare_words(CLI::App& app, Words& words) {
+void declare_options(CLI::App& app, Options& options) {
     app.set_version_flag("--version", "qvmaster " QVREPO_VERSION);
     app.set_help_flag("--help,-h", "Print this help and exit");
-    app.add_option("--db", words.database, "Database file; created when it is missing")->required();
-    app.add_option("--tls", words.tls, "Directory of ca.pem, master.pem and master.key")->required();
-    app.add_option("--listen", words.address, "Address to listen on")->capture_default_str();
-    app.add_option("--port", words.port, "Port to listen on; 0 takes a free one")
+    app.add_option("--db", options.database, "Database file; created when it is missing")->required();
+    app.add_option("--tls", options.http.tls, "Directory of ca.pem, master.pem and master.key")->required();
+    app.add_option("--listen", options.http.address, "Address to listen on")->capture_default_str();
+    app.add_option("--port", options.http.port, "Port to listen on; 0 takes a free one")
         ->check(CLI::Range(0, 65535))
         ->capture_default_str();
-    app.add_option("--repo", words.repository, "Repository directory, for the paths of package files")
+    app.add_option("--repo", options.repository, "Repository directory, for the paths of package files")
         ->capture_default_str();
-    app.add_option("--access-log", words.accessLog, "File that gets one JSON line per request");
-    app.add_option("--patience", words.patience,
+    app.add_option("--access-log", options.access_log, "File that gets one JSON line per request");
+    const CLI::Range seconds(1, 3600);
+    app.add_option("--timeout", options.http.timeout,
                    "Seconds that a client may be silent; other time limits are multiples of it")
-        ->check(CLI::Range(1, 3600))
+        ->check(seconds)
         ->capture_default_str();
+    // The name that --timeout had up to version 0.1.
+    app.add_option("--patience", options.http.timeout)->check(seconds)->group("");
 }
 
 // Each client takes a descriptor, and each reader of packages some more.
@@ -60,46 +55,14 @@ void allow_many_descriptors() {
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-sigset_t stop_signals() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGTERM);
-    sigaddset(&signals, SIGINT);
-    return signals;
-}
-
-// Serves until one of `signals`, which all threads block, arrives.
-bool serve_until(const sigset_t& signals, MasterServer& server) {
-    bool served = false;
-    std::thread serving([&server, &served] {
-        served = server.run();
-        // Wakes the waiting thread where the service ended by itself.
-        kill(getpid(), SIGTERM);
-    });
-    int signal = 0;
-    sigwait(&signals, &signal);
-    server.stop_serving();
-    serving.join();
-    return served;
-}
-
-int run(const Words& words) {
-    const sigset_t signals = stop_signals();
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+void run(const Options& options) {
     allow_many_descriptors();
-
-    PackageStore store(words.database);
-    Service service(store, words.repository);
-    const auto log = words.accessLog.empty() ? std::make_unique<AccessLog>()
-                                             : std::make_unique<AccessLog>(words.accessLog);
-    MasterServer server(words.tls, service, *log, TimeLimits(std::chrono::seconds(words.patience)));
-    const std::string address = server.listen_on(words.address, words.port);
-    std::cout << "qvmaster: accepting connections on " << address << std::endl;
-    if (!serve_until(signals, server)) {
-        report_problem("no more connections can be accepted");
-        return FAILURE;
-    }
-    return 0;
+    PackageStore store(options.database);
+    Service service(store, options.repository);
+    AccessLog log(options.access_log);
+    serve_http(options.http, service, log, [](const std::string& address) {
+        std::cout << "qvmaster: accepting connections on " << address << std::endl;
+    });
 }
 
 } // namespace
@@ -111,19 +74,20 @@ int main(int argc, char** argv) {
         CLI::App app(
             "Deployment-package web service of a master server, for evaluation, development and tests.",
             "qvmaster");
-        Words words;
-        declare_words(app, words);
+        Options options;
+        declare_options(app, options);
         try {
             app.parse(argc, argv);
         } catch (const CLI::Success& answered) {
             return app.exit(answered);
         } catch (const CLI::ParseError& error) {
-            report_problem(std::string(error.what()) + " (qvmaster --help tells the words)");
-            return WRONG_WORDS;
+            log_error(std::string(error.what()) + " (see qvmaster --help)");
+            return USAGE_ERROR;
         }
-        return run(words);
+        run(options);
+        return 0;
     } catch (const std::exception& error) {
-        report_problem(error.what());
+        log_error(error.what());
         return FAILURE;
     }
 }

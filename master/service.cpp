@@ -1,7 +1,8 @@
 #include "master/service.h"
 
+#include "master/bad_request.h"
+#include "master/log_error.h"
 #include "master/media_type.h"
-#include "master/problem.h"
 #include "master/target.h"
 
 #include <memory>
@@ -41,7 +42,7 @@ Answer wrong_method(const std::string& allow, const std::string& contentType) {
 }
 
 bool is_too_long(const ServiceRequest& request) {
-    return request.target.size() > LONGEST_TARGET;
+    return request.target.size() > MAX_TARGET_SIZE;
 }
 
 // Writes packages part by part, and holds nothing of the database between two parts.
@@ -156,10 +157,10 @@ Answer Service::answer(const ServiceRequest& request) {
                             latest_media_type());
     try {
         return answer_accepted(request, *contentType);
-    } catch (const UnusableInput& error) {
+    } catch (const BadRequest& error) {
         return error_answer(400, UNUSABLE_INPUT, error.what(), *contentType);
     } catch (const StoreError& error) {
-        report_problem(error.what());
+        log_error(error.what());
         return error_answer(500, NOT_UNDERSTOOD, "the packages cannot be reached", *contentType);
     }
 }

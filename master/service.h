@@ -15,9 +15,8 @@
 // The resource of all packages; one package lies below it.
 inline constexpr const char* PACKAGES_PATH = "/quorvelle/deployment/packages";
 
-// The longest target that is looked at, and the largest body, in bytes.
-inline constexpr std::size_t LONGEST_TARGET = 8192;
-inline constexpr std::size_t LARGEST_BODY = 16UL * 1024 * 1024;
+// The longest target that is looked at, in bytes.
+inline constexpr std::size_t MAX_TARGET_SIZE = 8192;
 
 struct ServiceRequest {
     std::string method;

@@ -1,6 +1,6 @@
 #include "master/sqlite.h"
 
-#include "master/problem.h"
+#include "master/log_error.h"
 
 #include <cstdlib>
 
@@ -114,8 +114,8 @@ Transaction::~Transaction() {
 void Transaction::commit() {
     const int result = sqlite3_exec(database_.handle(), "COMMIT", nullptr, nullptr, nullptr);
     if (result != SQLITE_OK && !is_surely_undone(result)) {
-        report_problem(std::string("stopped, for it is not known whether a change is on disk: ") +
-                       sqlite3_errmsg(database_.handle()));
+        log_error(std::string("stopped, for it is not known whether a change is on disk: ") +
+                  sqlite3_errmsg(database_.handle()));
         std::_Exit(EXIT_FAILURE);
     }
     if (result != SQLITE_OK)

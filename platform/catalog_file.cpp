@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::size_t MAX_CATALOG_SIZE = std::size_t{1024} * 1024;
 constexpr std::uint32_t CATALOG_MAGIC = 0x960408de;
-constexpr std::uint32_t FIRST_SET = 2; // gencat counts the sets from there
+constexpr int SET_OFFSET = 1; // gencat counts the sets from 2
 
 // What a catalog begins with. Two tables of size x depth entries follow, the first one in the byte order of
 // the magic number, then the texts.
@@ -34,7 +34,7 @@ Part part_at(const std::string& bytes, std::size_t offset) {
 
 } // namespace
 
-std::optional<std::string> catalog_text(const std::string& path, int number) {
+std::optional<std::string> catalog_text(const std::string& path, int number, int set) {
     std::string bytes;
     if (read_regular_file(path.c_str(), MAX_CATALOG_SIZE, bytes) != 0 ||
         bytes.size() < sizeof(CatalogHeader) || bytes.back() != '\0')
@@ -51,7 +51,8 @@ std::optional<std::string> catalog_text(const std::string& path, int number) {
         const auto entry = part_at<CatalogEntry>(bytes, sizeof header + i * sizeof(CatalogEntry));
         if (entry.text_offset >= bytes.size() - texts)
             return std::nullopt;
-        if (entry.set == FIRST_SET && entry.message == static_cast<std::uint32_t>(number))
+        if (entry.set == static_cast<std::uint32_t>(set + SET_OFFSET) &&
+            entry.message == static_cast<std::uint32_t>(number))
             text = bytes.c_str() + texts + entry.text_offset;
     }
     return text;

@@ -93,7 +93,15 @@ bool resolves_to_this_host(const std::string& name) {
 
 } // namespace
 
-bool is_this_host(const std::string& name) {
+HostMatch match_this_host(const std::string& name) {
     const std::string host = host_name();
-    return same_name(name, host) || same_name(name, fully_qualified(host)) || resolves_to_this_host(name);
+    if (same_name(name, host))
+        return HostMatch::HOST_NAME;
+    if (same_name(name, fully_qualified(host)))
+        return HostMatch::QUALIFIED_NAME;
+    return resolves_to_this_host(name) ? HostMatch::ADDRESS : HostMatch::NONE;
+}
+
+bool is_this_host(const std::string& name) {
+    return match_this_host(name) != HostMatch::NONE;
 }

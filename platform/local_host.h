@@ -10,4 +10,8 @@
 // Where the host name already decides, no resolver is asked.
 bool is_this_host(const std::string& name);
 
+// By what the name means this machine; the first of these that does.
+enum class HostMatch { NONE, HOST_NAME, QUALIFIED_NAME, ADDRESS };
+HostMatch match_this_host(const std::string& name);
+
 #endif

@@ -44,9 +44,10 @@ std::string locale_of_environment() {
     return "C";
 }
 
-// The names under which the texts of `locale` may lie, best first: without modifier, then without character
-// set, then without country.
-std::vector<std::string> candidates(const std::string& locale) {
+} // namespace
+
+// Without modifier, then without character set, then without country.
+std::vector<std::string> catalog_locales(const std::string& locale) {
     std::vector<std::string> names;
     if (!is_locale_name(locale))
         return names;
@@ -60,6 +61,8 @@ std::vector<std::string> candidates(const std::string& locale) {
     return names;
 }
 
+namespace {
+
 // The number of message `id`: its last four digits ("TqlRpo0025N" is 25); 0, which no message has, for
 // another form.
 int message_number(const char* id) {
@@ -69,16 +72,8 @@ int message_number(const char* id) {
     return std::atoi(std::string(id + length - 5, 4).c_str()); // NOLINT(cert-err34-c): four digits
 }
 
-// The text to format: the first that a catalog of the locale holds, if it takes the arguments of the default
-// text.
 std::string format_of(const char* id, const char* locale, const char* default_format) {
-    for (const std::string& name : candidates(locale == nullptr ? "" : locale)) {
-        const auto text =
-            catalog_text(std::string(MESSAGE_DIRECTORY) + "/" + name + "/qvrepo.cat", message_number(id));
-        if (text)
-            return same_conversions(default_format, text->c_str()) ? *text : default_format;
-    }
-    return default_format;
+    return catalog_format("qvrepo", 1, id, locale, default_format);
 }
 
 bool continues_character(char c) {
@@ -132,6 +127,17 @@ int mxgetlocaleEx(char* messages, std::size_t messagesSize, char* buffer2, std::
     if (errorStatus != nullptr)
         *errorStatus = 0;
     return 0;
+}
+
+std::string catalog_format(const char* catalog, int set, const char* id, const char* locale,
+                           const char* defaultFormat) {
+    for (const std::string& name : catalog_locales(locale == nullptr ? "" : locale)) {
+        const auto text = catalog_text(std::string(MESSAGE_DIRECTORY) + "/" + name + "/" + catalog + ".cat",
+                                       message_number(id), set);
+        if (text)
+            return same_conversions(defaultFormat, text->c_str()) ? *text : defaultFormat;
+    }
+    return defaultFormat;
 }
 
 int mxgetmsg(const char* id, const char* locale, std::size_t size, char* buffer, const char* locale2,

@@ -9,6 +9,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
+#include <vector>
 
 // Fills `messages` (`messagesSize` bytes) with the locale in which messages are shown: the first of LC_ALL,
 // LC_MESSAGES and LANG that is set and not empty, else "C". A name that does not begin with a letter, holds a
@@ -28,6 +30,14 @@ int mxgetlocaleEx(char* messages, std::size_t messagesSize, char* buffer2, std::
 int mxgetmsg(const char* id, const char* locale, std::size_t size, char* buffer, const char* locale2,
              std::size_t size2, char* buffer2, const char* defaultFormat, ...)
     __attribute__((format(printf, 8, 9)));
+
+// The directories below MESSAGE_DIRECTORY in which the catalogs of `locale` may be found, best first.
+std::vector<std::string> catalog_locales(const std::string& locale);
+
+// The text of message `id` in `locale`, not rendered: the first that set `set` of a program's own catalog
+// MESSAGE_DIRECTORY/LOCALE/CATALOG.cat holds, by the rules above, else the default text.
+std::string catalog_format(const char* catalog, int set, const char* id, const char* locale,
+                           const char* defaultFormat);
 
 // The platform's standard text for a status code: "status code N". The text is in a static buffer that
 // the next call overwrites. `flags` is 0.

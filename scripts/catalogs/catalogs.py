@@ -1,8 +1,9 @@
-"""Reads the sources of message catalogs, msg/LANGUAGE.msg, and compares them with the program's texts.
+"""Reads the sources of message catalogs, msg/LANGUAGE.msg and msg/qvcheck/LANGUAGE.msg, and compares them with the
+texts of their program.
 
 gencat takes many forms and passes over what it does not know; here only one form is taken, so that nothing is lost
-in silence. The first line names the character set. After `$quote "` and `$set 1` each message is two lines, the
-English text as a comment and the translation:
+in silence. The first line names the character set. After `$quote "` and `$set 1`, or `$set 2` for qvcheck, each message
+is two lines, the English text as a comment and the translation:
 
     $ "no master server found."
     4 "Es wurde kein Master-Server gefunden."
@@ -16,14 +17,14 @@ import unicodedata
 from collections import namedtuple
 
 HEADER = "$ codeset=UTF-8"
-DIRECTIVES = ['$quote "', "$set 1"]
+QVREPO_SET, QVCHECK_SET = 1, 2
 ORIGINAL = re.compile(r'\$ "(.*)"')
 MESSAGE = re.compile(r'([1-9][0-9]{0,3}) "(.*)"')
 QUOTED = re.compile(r'(?:[^\\"]|\\[n"\\])*')
 # The program renders a text in a buffer of 1,024 bytes, and cuts what is longer.
 MAX_TEXT = 1023
 CONVERSION = re.compile(r"%%|%[-+ #0'I]*(\*|\d+)?(?:\.(\*|\d+)?)?(hh|ll|[hlqjztL])?(.?)", re.DOTALL)
-KEPT = re.compile(r"(?<!\S)(?:-\w+|\|)(?!\S)|qvrepo|Quorvelle|Dunmarel|EEB|Windows")
+KEPT = re.compile(r"(?<!\S)(?:-\w+|\|)(?!\S)|qvrepo|qvcheck|Quorvelle|Dunmarel|EEB|Windows")
 # The English text (None without one) and the translation, escapes resolved.
 Message = namedtuple("Message", "line original text")
 
@@ -35,13 +36,23 @@ def texts_of_program(tables):
     return {int(number): text.replace("\\n", "\n") for number, text in rows}
 
 
-def read_catalog(content):
+def texts_of_qvcheck(sources):
+    """The texts of qvcheck, {number: English text}, from its sources in the directory `sources`, where each stands
+    beside its identifier."""
+    code = "".join(file.read_text() for file in sorted(sources.glob("*.*")))
+    rows = re.findall(r'\{\s*"TqlChk(\d{4})N",\s*((?:"(?:[^"\\]|\\.)*"\s*)+)\}', code)
+    assert len(rows) == code.count('"TqlChk'), "a message of qvcheck was not understood"
+    return {int(number): "".join(re.findall(r'"((?:[^"\\]|\\.)*)"', text)) for number, text in rows}
+
+
+def read_catalog(content, number_of_set=QVREPO_SET):
     """The messages of a source given as bytes, {number: Message}, and what is wrong with its form, ["line N: ..."].
     What is not UTF-8 is not read any further."""
     try:
         lines = content.decode().split("\n")
     except UnicodeDecodeError as error:
         return {}, [f"line {content.count(bytes([10]), 0, error.start) + 1}: is not UTF-8"]
+    wanted = ['$quote "', f"$set {number_of_set}"]
     messages, directives, original = {}, [], None
     problems = [] if lines[0] == HEADER else [f"line 1: does not begin with {HEADER}"]
 
@@ -57,13 +68,13 @@ def read_catalog(content):
             original = resolve(match[1])
         elif match := MESSAGE.fullmatch(line):
             message, text = int(match[1]), resolve(match[2])
-            if directives != DIRECTIVES:
-                problems.append(f"line {number}: message {message} does not stand in the one set 1, after $quote")
+            if directives != wanted:
+                problems.append(f"line {number}: message {message} does not stand in the one set {number_of_set}, after $quote")
             if message in messages:
                 problems.append(f"line {number}: message {message} is there twice")
             elif text is not None:
                 messages[message] = Message(number, line_above, text)
-        elif line in DIRECTIVES:
+        elif line in wanted:
             directives.append(line)
         elif line and not line.startswith("$ "):
             problems.append(f"line {number}: cannot be read: {line}")
@@ -71,7 +82,7 @@ def read_catalog(content):
 
 
 def conversions(text):
-    """The arguments that a printf format takes, in order, in the program's own way of telling them: length modifier
+    """The arguments that a printf format takes, in order, as the program itself describes them: length modifier
     and character, "d" for a '*'. None for a format that is not usable."""
     found = []
     for match in CONVERSION.finditer(text):
@@ -87,8 +98,8 @@ def conversions(text):
 def faults_of(message, original):
     """What is wrong with a translation of the English text `original`."""
     text = message.text
-    # Letters beside names, option words and conversions are there to be translated.
-    has_words = any(c.isalpha() for c in KEPT.sub("", CONVERSION.sub("", original)))
+    # Letters beside names, options and conversions are there to be translated.
+    has_letters = any(c.isalpha() for c in KEPT.sub("", CONVERSION.sub("", original)))
     ends = [[t[: len(t) - len(t.lstrip(" \n"))], t[len(t.rstrip(" \n")) :]] for t in (original, text)]
     controls = [c for c in text.strip(" \n") if unicodedata.category(c) in ("Cc", "Cf", "Co", "Zl", "Zp")]
     if message.original is None:
@@ -97,10 +108,10 @@ def faults_of(message, original):
         yield f"is a translation of {message.original!r}, but the English text is {original!r}"
     if conversions(text) != conversions(original):
         yield f"has conversions {conversions(text)}, not {conversions(original)}"
-    if (text == original) == has_words:
-        yield "is not translated" if has_words else "has nothing to translate, and differs"
+    if (text == original) == has_letters:
+        yield "is not translated" if has_letters else "has nothing to translate, and differs"
     if sorted(KEPT.findall(text)) != sorted(KEPT.findall(original)):
-        yield f"does not keep the names and option words: {' '.join(KEPT.findall(original))}"
+        yield f"does not keep the names and options: {' '.join(KEPT.findall(original))}"
     if ends[0] != ends[1]:
         yield "does not keep the blanks and line ends at its ends"
     if controls:
@@ -109,10 +120,10 @@ def faults_of(message, original):
         yield f"is longer than {MAX_TEXT} bytes"
 
 
-def compare(content, texts):
+def compare(content, texts, number_of_set=QVREPO_SET):
     """What is wrong with a catalog source, given as bytes, for a program with these texts, {number: English text}."""
-    messages, problems = read_catalog(content)
+    messages, problems = read_catalog(content, number_of_set)
     for number, message in messages.items():
-        faults = faults_of(message, texts[number]) if number in texts else ["is none of the program"]
+        faults = faults_of(message, texts[number]) if number in texts else ["is not a message of the program"]
         problems += [f"line {message.line}: message {number} {fault}" for fault in faults]
     return problems + [f"message {number} is missing: {texts[number]!r}" for number in sorted(texts.keys() - messages)]

@@ -2,8 +2,8 @@
 
 tree         /usr/ormex as scripts/make-tree makes it, fresh for every test, whether asked for or not
 master       qvmaster, running on that tree (world.Master)
-idle_master  the same, not started yet: master.start(...) with words of the test's own
-qvrepo       qvrepo(*words, stdin=None, env=None) runs the program: stdout, stderr, status
+idle_master  the same, not started yet: master.start(...) with options of the test's own
+qvrepo       qvrepo(*arguments, stdin=None, env=None) runs the program: stdout, stderr, status
 log_records  log_records() reads qvrepo's debug log: [(level, function, text), ...]
 repository   repository() lists the repository directory: [name, ...]
 volume       volume(options) puts a small file system over the repository

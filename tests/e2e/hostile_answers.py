@@ -1,6 +1,6 @@
-"""Answers that no sound web service gives, and what each of them comes to.
+"""Answers that no sound web service gives, and the result of each.
 
-A table names an answer by a sentence, holds its bytes and what the log says about it. Bodies that are not JSON are made
+A table row is a sentence that names an answer, its bytes, and what the log says about it. Bodies that are not JSON are made
 out of a good one, so that the same row serves for a list and for a package.
 """
 
@@ -17,7 +17,7 @@ FILE_NAME = "dunmarel_qvclient_8.3_redhat_x64.sja"
 
 def package(changes=None, without=None, outside=None, **attributes):
     """A package object as the service answers it; `attributes` replace members, `without` leaves one out, `outside`
-    replaces members beside the attributes."""
+    replaces members outside the attributes."""
     members = {
         "packageName": "qvclient_8.3_redhat_x64", "packageFileName": FILE_NAME,
         "packageItemFilePaths": [f"{REPOSITORY}/{FILE_NAME}"], "packageType": "qvclient", "os": "redhat_x64",
@@ -68,7 +68,7 @@ def logged(body):
     return "".join(plain.get(c, f"\\x{ord(c):02x}" if ord(c) < 0x20 or c == "\x7f" else c) for c in text)
 
 
-# Bodies that are no JSON: a sentence, and what becomes of a good body
+# Bodies that are not JSON: a sentence, and how to make one of a good body
 
 
 def _in_text(content):
@@ -89,7 +89,7 @@ NOT_JSON = [
     ("blanks and line ends alone", _constant(b" \t\r\n ")),
     ("a page of HTML", _constant(b"<!DOCTYPE html><html lang=\"en\"><body>[Sign in]</body></html>")),
     ("XML", _constant(b'<?xml version="1.0"?><data/>')),
-    ("plain words", _constant(b"Service temporarily unavailable")),
+    ("plain text", _constant(b"Service temporarily unavailable")),
     ("a number alone", _constant(b"9103")),
     ("a text alone", _constant(b'"data"')),
     ("true alone", _constant(b"true")),
@@ -102,7 +102,7 @@ NOT_JSON = [
     ("UTF-16 without a mark", lambda good: good.decode().encode("utf-16-le")),
     ("single quotes", lambda good: good.replace(b'"', b"'")),
     ("names without quotes", lambda good: good.replace(b'"data"', b"data")),
-    ("a comma behind the last member", lambda good: good[:-1] + b",}"),
+    ("a comma after the last member", lambda good: good[:-1] + b",}"),
     ("a comma before the first member", lambda good: b"{," + good[1:]),
     ("a name without a colon", lambda good: good.replace(b'"data":', b'"data" ')),
     ("members without a comma between them", lambda good: b'{"more": 1 ' + good[1:]),
@@ -111,8 +111,8 @@ NOT_JSON = [
     ("a bracket closed by a brace", _value(b"[1}")),
     ("NaN", _value(b"NaN")),
     ("infinity", _value(b"-Infinity")),
-    ("a word in capitals", _value(b"True")),
-    ("half a word", _value(b"nul")),
+    ("a literal in capitals", _value(b"True")),
+    ("half a literal", _value(b"nul")),
     ("a number in hexadecimal", _value(b"0x1F")),
     ("a number with a leading zero", _value(b"01")),
     ("a number with a plus", _value(b"+1")),
@@ -132,7 +132,7 @@ NOT_JSON = [
     ("half a surrogate pair", _in_text(b"\\ud800")),
     ("a surrogate pair with a wrong half", _in_text(b"\\ud800\\u0041")),
     ("a second half alone", _in_text(b"\\udc00")),
-    ("a byte that is no UTF-8", _in_text(b"\xff")),
+    ("a byte that is not UTF-8", _in_text(b"\xff")),
     ("UTF-8 in too many bytes", _in_text(b"\xc0\x80")),
     ("a surrogate in UTF-8", _in_text(b"\xed\xa0\x80")),
     ("a character beyond Unicode", _in_text(b"\xf5\x80\x80\x80")),
@@ -143,27 +143,27 @@ NOT_JSON = [
     ("arrays nested a million deep and closed", _value(b"[" * 1000000 + b"]" * 1000000)),
     ("arrays nested one deeper than the parser goes", _value(b"[" * 2048 + b"]" * 2048)),
     ("more values than are parsed, in one", _value(b"[[" + b"{}," * 1000000 + b"{}]]")),
-    ("more values than are parsed, beside", lambda good: b'{"more": [' + b"0," * 1000000 + b"0], " + good[1:]),
+    ("more values than are parsed, outside the list", lambda good: b'{"more": [' + b"0," * 1000000 + b"0], " + good[1:]),
     ("compressed bytes that do not say so", lambda good: gzip.compress(good, mtime=0)),
 ]
 
-# Bodies that are JSON and no list: a sentence, and the document
+# Bodies that are JSON but not a list: a sentence, and the document
 
-NO_LIST = [
+NOT_A_LIST = [
     ("an empty object", {}), ("an empty array", []), ("an array of packages alone", [package()]),
     ("no data in it", {"packages": [package()]}), ("data of another case", {"Data": [package()]}),
     ("null for a list", {"data": None}), ("true for a list", {"data": True}), ("a number for a list", {"data": 7}),
     ("a text for a list", {"data": "[]"}), ("one package for a list", {"data": package()}),
     ("an error object for a list", {"errorCode": 8000, "errorMessage": "x"})]
 
-NO_ELEMENT = [
+NOT_ELEMENTS = [
     ("null among the packages", [package(), None]), ("a number among the packages", [7]),
     ("a text among the packages", ["7"]), ("an array among the packages", [[package()]]),
     ("false among the packages", [package(), False]), ("a fraction among the packages", [0.5])]
 
-# Bodies that are JSON and no package
+# Bodies that are JSON but not a package
 
-NO_PACKAGE = [
+NOT_A_PACKAGE = [
     ("an empty object", {}), ("an empty array", []), ("a package alone", package()),
     ("data of another case", {"DATA": package()}), ("null for a package", {"data": None}),
     ("a text for a package", {"data": "7"}), ("a number for a package", {"data": 7}),
@@ -188,11 +188,11 @@ def _wrong(sentence, record, wanted, found):
 
 NO_ITEMS = "No package items in response."
 
-# Package objects that are none: a sentence, the object, and what the log says
+# Objects that are not a package: a sentence, the object, and what the log says
 
 WRONG_PACKAGES = [
     *(_missing(member) for member in ["id", "attributes", *MEMBERS, "size"]),
-    # Not unpacked as a text, so its absence is told as that of the others.
+    # Not unpacked as a text, but its absence is reported like that of the others.
     _missing("packageItemFilePaths"),
     *(_wrong(f"a package whose {member} is null", package(**{member: None}), "string", "null") for member in MEMBERS),
     _wrong("a package whose ID is a number", package(outside={"id": 7}), "string", "integer"),
@@ -210,30 +210,30 @@ WRONG_PACKAGES = [
     ("a package one of whose items is a number", package(packageItemFilePaths=["/a.sja", 7]), NO_ITEMS),
     ("a package one of whose items is null", package(packageItemFilePaths=[None]), NO_ITEMS),
     ("a package one of whose items is an array", package(packageItemFilePaths=[["/a.sja"]]), NO_ITEMS),
-    ("an EEB package whose name has two words", package(packageType="qveeb.server", packageName="qveeb.server_3.1"),
+    ("an EEB package whose name has two parts", package(packageType="qveeb.server", packageName="qveeb.server_3.1"),
      _unpacked("[qveeb.server_3.1] is not the name of an EEB package.")),
     ("an EEB package whose name is too long", package(packageType="qveeb", packageName="a_b_" + "c" * 125),
      _unpacked("[a_b_" + "c" * 125 + "] is not the name of an EEB package.")),
 ]
 
 
-class Refusal(NamedTuple):
+class ErrorAnswer(NamedTuple):
     """An answer with another HTTP code than the expected one."""
 
     sentence: str
     body: bytes
     status: int
-    log: list  # what the reader of error bodies writes
+    log: list  # what the parser of error bodies writes
     http_code: int = 500
 
 
 def _unreadable(sentence, body, http_code=500):
     text = f"Failed to parse error response received from server. Error response is: {logged(body)}."
-    return Refusal(sentence, body, 9103, [(16, ERROR_PARSER, text)], http_code)
+    return ErrorAnswer(sentence, body, 9103, [(16, ERROR_PARSER, text)], http_code)
 
 
 def _without_code(sentence, body):
-    return Refusal(sentence, body, 9103, [(16, ERROR_PARSER, "No error code in response.")])
+    return ErrorAnswer(sentence, body, 9103, [(16, ERROR_PARSER, "No error code in response.")])
 
 
 def _code_record(code):
@@ -243,11 +243,11 @@ def _code_record(code):
 def _coded(code, status, message="x", sentence=None):
     body = text_of({"errorCode": code, "errorMessage": message})
     log = [_code_record(code), (16, ERROR_PARSER, f"Error message returned by server: {logged(message.encode())}.")]
-    return Refusal(sentence or f"error code {code}", body, status, log)
+    return ErrorAnswer(sentence or f"error code {code}", body, status, log)
 
 
 def _without_message(sentence, body, code=7220):
-    return Refusal(sentence, body, 9103, [_code_record(code), (16, ERROR_PARSER, "No message in error response.")])
+    return ErrorAnswer(sentence, body, 9103, [_code_record(code), (16, ERROR_PARSER, "No message in error response.")])
 
 
 def _code_as(text):
@@ -267,9 +267,9 @@ CODES = [
 ERROR_BODIES = [
     *(_unreadable(f"an error body: {sentence}", make(text_of({"errorCode": 7220, "errorMessage": "x"})))
       for sentence, make in NOT_JSON if sentence in [
-          "nothing at all", "a page of HTML", "plain words", "a number alone", "a document cut in the middle",
+          "nothing at all", "a page of HTML", "plain text", "a number alone", "a document cut in the middle",
           "a byte order mark in front", "UTF-16", "arrays nested a million deep", "a NUL byte in the middle",
-          "a byte that is no UTF-8", "compressed bytes that do not say so", "more values than are parsed, in one"]),
+          "a byte that is not UTF-8", "compressed bytes that do not say so", "more values than are parsed, in one"]),
     _unreadable("error code 2^63", _code_as(b"9223372036854775808")),
     _unreadable("error code of a thousand digits", _code_as(b"1" * 1000)),
     _unreadable("error code 007", _code_as(b"007")),
@@ -288,7 +288,7 @@ ERROR_BODIES = [
     _without_message("an error message that is a number", b'{"errorCode": 7220, "errorMessage": 5}'),
     _without_message("an error message that is an array", b'{"errorCode": 7220, "errorMessage": ["x"]}'),
     _without_message("no message with error code 0", b'{"errorCode": 0}', 0),
-    Refusal("two error codes, of which the last counts", b'{"errorCode": 1, "errorCode": 7220, "errorMessage": "x"}',
+    ErrorAnswer("two error codes, of which the last counts", b'{"errorCode": 1, "errorCode": 7220, "errorMessage": "x"}',
             7220, [_code_record(7220), (16, ERROR_PARSER, "Error message returned by server: x.")]),
     _coded(7220, 7220, "%s%n%d %1$s", "an error message of conversions"),
     _coded(7220, 7220, "2026-11-20T23:34:00.123Z [1] <4> main: x\n", "an error message that imitates a log record"),
@@ -303,7 +303,7 @@ HTTP_CODES = [
                  499, 501, 502, 503, 504, 511, 599, 600, 999]]
 
 
-# Ways of an exchange that never comes about: a sentence, the bytes, and the client's code
+# Exchanges that fail before a whole answer: a sentence, the bytes, and the client's code
 
 UNSUPPORTED_PROTOCOL, WEIRD_ANSWER, HALF_AN_ANSWER, ANSWER_REFUSED = 1, 8, 18, 23
 OUT_OF_MEMORY, NO_ANSWER, CANNOT_RECEIVE, CANNOT_UNPACK, ANNOUNCED_TOO_LONG = 27, 52, 56, 61, 63
@@ -323,7 +323,7 @@ def _encoded(encoding, body, length=None):
 
 _PACKED = gzip.compress(GOOD_LIST, mtime=0)
 
-NO_EXCHANGE = [
+FAILED_EXCHANGES = [
     ("an answer that is closed before it begins", b"", NO_ANSWER),
     ("the first bytes of a status line", b"HTTP/1.1 2", NO_ANSWER),
     ("a line of plain text", b"220 master.example.com ESMTP\r\n", UNSUPPORTED_PROTOCOL),
@@ -334,11 +334,11 @@ NO_EXCHANGE = [
     ("a body shorter than its length", answer(200, GOOD_LIST, length=len(GOOD_LIST) + 1), HALF_AN_ANSWER),
     ("no body where one is announced", answer(200, b"", length=5), HALF_AN_ANSWER),
     ("a length below 0", _headed(b"Content-Length: -5"), WEIRD_ANSWER),
-    ("a length that is no number", _headed(b"Content-Length: many"), WEIRD_ANSWER),
+    ("a length that is not a number", _headed(b"Content-Length: many"), WEIRD_ANSWER),
     ("a length of 512 MiB and one byte", _headed(b"Content-Length: 536870913"), ANNOUNCED_TOO_LONG),
     ("a length of 2^63 - 1", _headed(b"Content-Length: 9223372036854775807"), ANNOUNCED_TOO_LONG),
     ("a length of 2^64", _headed(b"Content-Length: 18446744073709551616"), ANNOUNCED_TOO_LONG),
-    ("a chunk whose size is no number", _chunked(b"size\r\n"), CANNOT_RECEIVE),
+    ("a chunk whose size is not a number", _chunked(b"size\r\n"), CANNOT_RECEIVE),
     ("a chunk whose size is below 0", _chunked(b"-5\r\nabcde\r\n"), CANNOT_RECEIVE),
     ("a chunk of 2^68 bytes", _chunked(b"FFFFFFFFFFFFFFFFF\r\nabc"), CANNOT_RECEIVE),
     ("a chunk that ends too late", _chunked(b"2\r\nabcdef\r\n0\r\n\r\n"), CANNOT_RECEIVE),
@@ -347,10 +347,10 @@ NO_EXCHANGE = [
     ("chunks in an unknown coding", _headed(b"Transfer-Encoding: zork", b"Content-Length: 3", body=b"abc"),
      CANNOT_UNPACK),
     ("a body in an unknown encoding", _encoded(b"zork", b"abc"), CANNOT_UNPACK),
-    ("gzip that is none", _encoded(b"gzip", GOOD_LIST), CANNOT_UNPACK),
-    ("deflate that is none", _encoded(b"deflate", b"\xff" * 100), CANNOT_UNPACK),
-    ("brotli that is none", _encoded(b"br", b"\xff" * 100), CANNOT_UNPACK),
-    ("zstd that is none", _encoded(b"zstd", b"\xff" * 100), CANNOT_UNPACK),
+    ("gzip in name only", _encoded(b"gzip", GOOD_LIST), CANNOT_UNPACK),
+    ("deflate in name only", _encoded(b"deflate", b"\xff" * 100), CANNOT_UNPACK),
+    ("brotli in name only", _encoded(b"br", b"\xff" * 100), CANNOT_UNPACK),
+    ("zstd in name only", _encoded(b"zstd", b"\xff" * 100), CANNOT_UNPACK),
     ("gzip with a byte flipped in its data", _encoded(b"gzip", _PACKED[:20] + b"\xff" + _PACKED[21:]), CANNOT_UNPACK),
     ("gzip around gzip, six times", _encoded(b"gzip, gzip, gzip, gzip, gzip, gzip", _PACKED), CANNOT_UNPACK),
     ("gzip cut off", _encoded(b"gzip", _PACKED[:-20], len(_PACKED)), HALF_AN_ANSWER),
@@ -364,14 +364,14 @@ NO_EXCHANGE = [
 ]
 
 
-# Answers that look odd and are right: a sentence, the bytes
+# Answers that look odd but are valid: a sentence, the bytes
 
-RIGHT = [
-    ("text behind the document", answer(200, GOOD_LIST + b"}]garbage\xff")),
-    ("a NUL byte and more behind the document", answer(200, GOOD_LIST + b"\0{")),
+VALID = [
+    ("text after the document", answer(200, GOOD_LIST + b"}]garbage\xff")),
+    ("a NUL byte and more after the document", answer(200, GOOD_LIST + b"\0{")),
     ("white space around everything", answer(200, GOOD_LIST.replace(b"{", b" \r\n\t{ ").replace(b"]", b" ]\n"))),
-    ("members beside the list, in front", answer(200, b'{"meta": {"count": [1, 2.5, null, "]}"]}, ' + GOOD_LIST[1:])),
-    ("members beside the list, behind", answer(200, GOOD_LIST[:-1] + b', "links": {"next": null}, "n": -1}')),
+    ("members before the list", answer(200, b'{"meta": {"count": [1, 2.5, null, "]}"]}, ' + GOOD_LIST[1:])),
+    ("members after the list", answer(200, GOOD_LIST[:-1] + b', "links": {"next": null}, "n": -1}')),
     ("the name of the list escaped", answer(200, GOOD_LIST.replace(b'"data"', b'"\\u0064ata"'))),
     ("two lists, of which the last counts", answer(200, b'{"data": [1, 2], ' + GOOD_LIST[1:])),
     ("two sizes, of which the last counts", answer(200, GOOD_LIST.replace(b'"size": 1000', b'"size": "x", "size": 9'))),

@@ -1,4 +1,4 @@
-"""Package files that are wrong in one place each, and what adding them comes to.
+"""Package files that are wrong in one place each, and the result of adding them.
 
 A case is the file's name, its bytes, the entries that the log lists (last entry of the archive first, or None where it
 comes to no listing), and the end: a status, and what the service, the database and the repository then hold.
@@ -52,8 +52,8 @@ def _case(sentence, content, end, listed=None, **how):
 # Signatures
 
 
-def _sign(content, *words, key=ROOT / "publisher/signing.key"):
-    return subprocess.run(["openssl", *words, key], input=content, capture_output=True, check=True).stdout
+def _sign(content, *arguments, key=ROOT / "publisher/signing.key"):
+    return subprocess.run(["openssl", *arguments, key], input=content, capture_output=True, check=True).stdout
 
 
 def _digest(name, content):
@@ -99,11 +99,11 @@ WRONG_SIGNATURES = [
     ("a signature of the number 1", lambda: b"\1".rjust(SIGNATURE, b"\0") + GOOD),
     ("a signature that lacks its last byte", lambda: signature(GOOD)[:-1] + GOOD),
     ("a signature that lacks its first byte", lambda: signature(GOOD)[1:] + GOOD),
-    ("a byte behind the signature", lambda: signature(GOOD) + b"\0" + GOOD),
+    ("a byte after the signature", lambda: signature(GOOD) + b"\0" + GOOD),
     ("a byte in front of the signature", lambda: b"\0" + signature(GOOD) + GOOD),
     ("half a signature", lambda: signature(GOOD)[:256] + GOOD),
     ("the signature twice", lambda: signature(GOOD) * 2 + GOOD),
-    ("the signature behind the archive", lambda: GOOD + signature(GOOD)),
+    ("the signature after the archive", lambda: GOOD + signature(GOOD)),
     ("the signature of another archive", lambda: signature(_OTHER) + GOOD),
     ("the signature of the archive without its last byte", lambda: signature(GOOD[:-1]) + GOOD),
     ("the signature of the archive without its magic", lambda: signature(GOOD[4:]) + GOOD),
@@ -154,7 +154,7 @@ SIGNATURES = [
 ]
 
 
-# What is signed and no archive, or only a part of one
+# Signed content that is not an archive, or only a part of one
 
 
 def _cut(length):
@@ -171,7 +171,7 @@ _TWO = unsigned(entry("a", b"xy"), entry("bc", b"z"))
 _FIRST_ENDS = 4 + HEADER + 1 + 2
 
 
-def _cut_behind_the_first(length):
+def _cut_after_the_first(length):
     """Of two entries, the second cut to `length` bytes."""
     sentence = f"a second entry cut to {length} bytes"
     content = _TWO[:_FIRST_ENDS + length]
@@ -182,7 +182,7 @@ def _cut_behind_the_first(length):
     return _case(sentence, content, COPIED, ["bc|1|644", "a|2|644"])
 
 
-NO_ARCHIVES = [
+NOT_ARCHIVES = [
     _case("a magic in small letters", b"jank" + GOOD[4:], UNREADABLE),
     _case("a magic in reverse", b"KNAJ" + GOOD[4:], UNREADABLE),
     _case("a magic that differs in its last letter", b"JANJ" + GOOD[4:], UNREADABLE),
@@ -194,7 +194,7 @@ NO_ARCHIVES = [
     _case("gzip", b"\x1f\x8b\x08\0\0\0\0\0", UNREADABLE),
     _case("zeros", bytes(100000), UNREADABLE),
     *(_cut(length) for length in range(len(GOOD))),
-    *(_cut_behind_the_first(length) for length in range(1, HEADER + 3)),
+    *(_cut_after_the_first(length) for length in range(1, HEADER + 3)),
 ]
 
 
@@ -260,16 +260,16 @@ def _single(sentence, name, listed=None):
 
 
 NAMES = [
-    _refused("with a slash", "folder/x.sja"), _refused("that climbs", "../x.sja"),
+    _refused("with a slash", "directory/x.sja"), _refused("that climbs", "../x.sja"),
     _refused("that climbs far", "../" * 20 + "etc/x.sja"), _refused("that climbs in the middle", "a/../../x.sja"),
     _refused("from the root", "/etc/x.sja"), _refused("from the root's root", "//x.sja"),
-    _refused("of this folder", "./x.sja"), _refused("of a slash and the ending", "/.sja"),
+    _refused("of this directory", "./x.sja"), _refused("of a slash and the ending", "/.sja"),
     _refused("below the package", f"{BUNDLE}/x.sja"),
-    _single("without the ending", "inner.txt"), _single("with more behind the ending", "x.sja.gz"),
-    _single("with a blank behind the ending", "x.sja "), _single("with a slash behind the ending", "x.sja/"),
-    _single("of this folder alone", "."), _single("of the folder above alone", ".."),
+    _single("without the ending", "inner.txt"), _single("with more after the ending", "x.sja.gz"),
+    _single("with a blank after the ending", "x.sja "), _single("with a slash after the ending", "x.sja/"),
+    _single("of this directory alone", "."), _single("of the directory above alone", ".."),
     _single("of three letters", "sja"), _single("without the point", "xsja"),
-    _single("whose ending stands behind a NUL byte", "x\0.sja", listed="x"),
+    _single("whose ending stands after a NUL byte", "x\0.sja", listed="x"),
     _single("of a NUL byte and the ending", "\0.sja", listed=""),
     _single("that climbs, without the ending", "../../etc/passwd"),
     _taken("of the ending alone", ".sja"), _taken("of two points", "..sja"), _taken("in capitals", "X.SJA"),
@@ -277,21 +277,21 @@ NAMES = [
     _taken("of a shell's signs", "$(reboot);`x`|&*?'\".sja"), _taken("of conversions", "%s%n%d.sja"),
     _taken("with a backslash", "..\\x.sja"), _taken("of 255 bytes", "n" * 251 + ".sja"),
     _taken("in Japanese", "日本語.sja"), _taken("of another direction", "\u202egnp.sja"),
-    _taken("that is a hidden file", ".x.sja"), _taken("that is no package's", "evil.sja"),
+    _taken("that is a hidden file", ".x.sja"), _taken("that is not a package's", "evil.sja"),
     _taken("that is a part file's", ".x.sja.part.sja"),
     _envelope("an inner name with a line end", ("a\nb.sja", CONTENT), listed=[f"a\\nb.sja|{len(CONTENT)}|644"]),
     _envelope("an inner name with control characters", ("\x1b[2J\x7f\r.sja", CONTENT),
               listed=[f"\\x1b[2J\\x7f\\r.sja|{len(CONTENT)}|644"]),
-    _case("an inner name with more behind a NUL byte", unsigned(entry("x.sja\0/../y", CONTENT)), EXTRACTED,
+    _case("an inner name with more after a NUL byte", unsigned(entry("x.sja\0/../y", CONTENT)), EXTRACTED,
           [f"x.sja|{len(CONTENT)}|644"], name=BUNDLE, items=[("x.sja", len(CONTENT))],
           files={"x.sja": (CONTENT, 0o644)}),
-    _envelope("an inner name that is no UTF-8", ("\udcff.sja", CONTENT), end=REFUSED_BY_SERVICE),
+    _envelope("an inner name that is not UTF-8", ("\udcff.sja", CONTENT), end=REFUSED_BY_SERVICE),
     _envelope("the inner name of the temporary copy itself", (f"tmp_{BUNDLE}", CONTENT), end=NOT_EXTRACTED),
-    _envelope("the inner name of the temporary copy itself, behind another", (f"tmp_{BUNDLE}", CONTENT),
+    _envelope("the inner name of the temporary copy itself, after another", (f"tmp_{BUNDLE}", CONTENT),
               ("last.sja", CONTENT), end=NOT_EXTRACTED, files={"last.sja": (CONTENT, 0o644)}),
     _case("the package's own name inside", unsigned(entry(BUNDLE, CONTENT)), COPIED,
           [f"{BUNDLE}|{len(CONTENT)}|644"], name=BUNDLE, items=[(BUNDLE, len(CONTENT))]),
-    _envelope("the package's own name inside, beside another", (BUNDLE, CONTENT), ("x.sja", CONTENT)),
+    _envelope("the package's own name inside, with another", (BUNDLE, CONTENT), ("x.sja", CONTENT)),
 ]
 
 
@@ -352,8 +352,8 @@ ENVELOPES = [
 # Names of package files: a sentence, the name, and the status of those that are refused
 
 FILE_NAMES = [
-    ("of one word", "package.sja", 7216), ("of two words", "qvclient_8.3.sja", 7216),
-    ("of three words", "qvclient_8.3_redhat.sja", 7216), ("of the prefix alone", "dunmarel_", 7216),
+    ("of one part", "package.sja", 7216), ("of two parts", "qvclient_8.3.sja", 7216),
+    ("of three parts", "qvclient_8.3_redhat.sja", 7216), ("of the prefix alone", "dunmarel_", 7216),
     ("of underscores", "____.sja", 7216), ("whose type is in capitals", "QVCLIENT_8.3_redhat_x64.sja", 7265),
     ("of an unknown type", "qvtool_8.3_redhat_x64.sja", 7265), ("with the prefix twice",
                                                                "dunmarel_dunmarel_qvclient_8.3_redhat_x64.sja", 7265),

@@ -1,18 +1,18 @@
-"""Certificates that a service must not be trusted with, each made by openssl in a folder of the test's own."""
+"""Certificates that a service must not be trusted with, each made by openssl in a directory of the test's own."""
 
 import os
 import subprocess
 
 from world import HOST, SOURCES, TLS
 
-# Lets OpenSSL itself make and take weak keys, old digests and old versions.
+# Lets OpenSSL itself make and accept weak keys, old digests and old versions.
 LENIENT = {"OPENSSL_CONF": str(SOURCES / "tests/unit/platform/lenient_openssl.cnf")}
 
 _AUTHORITY_CONFIG = """\
 [ca]
 default_ca = authority
 [authority]
-dir = {folder}
+dir = {directory}
 database = $dir/index
 serial = $dir/serial
 new_certs_dir = $dir
@@ -24,8 +24,8 @@ commonName = supplied
 """
 
 
-def openssl(*words):
-    subprocess.run(["openssl", *words], check=True, capture_output=True, env={**os.environ, **LENIENT})
+def openssl(*arguments):
+    subprocess.run(["openssl", *arguments], check=True, capture_output=True, env={**os.environ, **LENIENT})
 
 
 class Issuer:
@@ -38,22 +38,22 @@ class Issuer:
 TRUSTED = Issuer(TLS / "ca")
 
 
-def make_authority(folder, name="other", subject="/CN=Quorvelle evaluation authority"):
-    """An authority of its own; by default it bears the name of the trusted one."""
+def make_authority(directory, name="other", subject="/CN=Quorvelle evaluation authority"):
+    """A new authority; by default with the name of the trusted one."""
     openssl("req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-keyout",
-            folder / f"{name}.key", "-out", folder / f"{name}.pem", "-days", "30", "-subj", subject, "-addext",
+            directory / f"{name}.key", "-out", directory / f"{name}.pem", "-days", "30", "-subj", subject, "-addext",
             "keyUsage=critical,keyCertSign,cRLSign")
-    return Issuer(folder / name)
+    return Issuer(directory / name)
 
 
-def issue(folder, name="service", issuer=TRUSTED, subject=f"/CN={HOST}", extensions=(f"subjectAltName=DNS:{HOST}",),
+def issue(directory, name="service", issuer=TRUSTED, subject=f"/CN={HOST}", extensions=(f"subjectAltName=DNS:{HOST}",),
           key=("ec", "-pkeyopt", "ec_paramgen_curve:P-256"), digest="sha256", start="20200101000000Z",
           end="20991231235959Z"):
-    """A certificate NAME.pem with NAME.key in `folder`; returns it as an issuer, which it may pass for."""
-    made = Issuer(folder / name)
-    request, config, wanted = folder / f"{name}.csr", folder / f"{name}.cnf", folder / f"{name}.ext"
-    config.write_text(_AUTHORITY_CONFIG.format(folder=folder, digest=digest))
-    (folder / "index").write_text("")
+    """A certificate NAME.pem with NAME.key in `directory`; returns it as an issuer, as which it may pose."""
+    made = Issuer(directory / name)
+    request, config, wanted = directory / f"{name}.csr", directory / f"{name}.cnf", directory / f"{name}.ext"
+    config.write_text(_AUTHORITY_CONFIG.format(directory=directory, digest=digest))
+    (directory / "index").write_text("")
     wanted.write_text("\n".join(extensions) + "\n")
     openssl("req", "-newkey", *key, "-nodes", "-keyout", made.key, "-subj", subject, "-out", request)
     openssl("ca", "-batch", "-notext", "-config", config, "-cert", issuer.certificate, "-keyfile", issuer.key, "-in",
@@ -65,7 +65,7 @@ def _named(*names):
     return {"extensions": [f"subjectAltName={','.join(names)}"]}
 
 
-# What `issue` is told, for certificates that differ from a right one in one thing.
+# Arguments of `issue` for certificates that differ from a valid one in one respect.
 WRONG_IN_ITSELF = [
     ("one that expired yesterday", {"end": "yesterday"}),
     ("one that expired in 1971", {"start": "19700101000000Z", "end": "19710101000000Z"}),
@@ -77,7 +77,7 @@ WRONG_IN_ITSELF = [
     ("one for a host of the domain's domain", _named("DNS:*.com")),
     ("one for hosts below the master", _named(f"DNS:*.{HOST}")),
     ("one for every name", _named("DNS:*")),
-    ("one for a name that goes on behind the master's", _named(f"DNS:{HOST}.example.org")),
+    ("one for a name that goes on after the master's", _named(f"DNS:{HOST}.example.org")),
     ("one for a name that ends with the master's", _named(f"DNS:not-{HOST}")),
     ("one for an address alone", {"subject": "/CN=address", **_named("IP:127.0.0.1")}),
     ("one for mail", {"subject": "/CN=mail", **_named(f"email:root@{HOST}")}),

@@ -40,7 +40,7 @@ def error_line(status):
 
 
 def closing_records(status):
-    """What the log says last of a run that ends with `status`."""
+    """The last records of a run that ends with `status`."""
     said = [] if status in UNLOGGED else [(16, "main", STATUS_TEXTS.get(status, f"status code {status}"))]
     return [*said, (4, "main", f"qvrepo exit status: [{status}]")]
 
@@ -48,10 +48,10 @@ def closing_records(status):
 class Way(NamedTuple):
     """One request of one command, the last that is sent when its answer is bad."""
 
-    words: list
+    arguments: list
     method: str
     expected: int  # the HTTP code that counts as a success
-    level: int  # of the command's own line about a failed request or an answer that is no package
+    level: int  # of the command's own line about a failed request or an answer that is not a package
     function: str
     request_failed: str  # that line, without the code
     body_failed: str = None  # the line about a body, whole
@@ -116,17 +116,17 @@ class Run(NamedTuple):
 
     outcome: tuple
     peak: float  # MB
-    records: list  # of the log, behind those of the start-up and of earlier requests
+    records: list  # of the log, after those of the start-up and of earlier requests
     methods: list  # of the requests that came whole
 
 
 def run(way, reply, package_file):
     """Runs the way's command against a service that answers its last request with `reply`."""
-    words = [*way.words, package_file] if way is ADD else way.words
-    # Lies there whatever the command, and has to lie there still.
+    arguments = [*way.arguments, package_file] if way is ADD else way.arguments
+    # Has to be there still, whatever the command.
     (REPOSITORY / FILE_NAME).write_bytes(b"kept")
     with ScriptedService(*way.before, reply) as service:
-        outcome, peak = run_measured(*words, stdin=way.stdin)
+        outcome, peak = run_measured(*arguments, stdin=way.stdin)
     records = read_log_records()
     sendings = [place for place, record in enumerate(records) if record[2].startswith("Sending curl request")]
     assert len(sendings) == len(way.methods), records
@@ -139,7 +139,7 @@ def run(way, reply, package_file):
 
 
 def check_refused(way, reply, status, records, package_file):
-    """Checks all that a bad answer comes to: the line, the exit status, the log, requests, files and memory."""
+    """Checks every result of a bad answer: the line, the exit status, the log, requests, files and memory."""
     result = run(way, reply, package_file)
     assert result.outcome == (way.stdout, error_line(status), status & 0xFF)
     assert result.records == [*records, *closing_records(status)]

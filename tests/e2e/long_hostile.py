@@ -1,4 +1,4 @@
-"""What takes too long for every run: a service that falls silent, and answers of 512 MiB. run-hostile-long runs this
+"""Tests that take too long for every run: a service that falls silent, and answers of 512 MiB. run-hostile-long runs this
 and shows the figures that it measures."""
 
 import resource
@@ -17,7 +17,7 @@ from world import INSTRUMENTED, PORT, run_measured
 TIMED_OUT = 28
 CONNECT_SECONDS, STANDSTILL_SECONDS = 30, 300
 LATENESS = 15  # seconds, on a busy machine
-PATIENCE = 400
+MAX_SECONDS = 400
 
 
 def processor_seconds():
@@ -26,37 +26,37 @@ def processor_seconds():
     return usage.ru_utime + usage.ru_stime
 
 
-def run_timed(what, *words):
+def run_timed(what, *arguments):
     began, processor = time.monotonic(), processor_seconds()
-    outcome, peak = run_measured(*words, patience=PATIENCE)
+    outcome, peak = run_measured(*arguments, timeout=MAX_SECONDS)
     seconds, processor = time.monotonic() - began, processor_seconds() - processor
     figures = f"{seconds:6.1f} s, processor {processor:5.1f} s, {peak:7.1f} MB"
     print(f"\n  {what:50} status {outcome.status:3} {figures}", end="")
     return outcome, seconds, peak
 
 
-def check_given_up(what, words, patience):
-    outcome, seconds, peak = run_timed(what, *words)
+def check_times_out(what, arguments, timeout):
+    outcome, seconds, peak = run_timed(what, *arguments)
     assert outcome == ("", error_line(TIMED_OUT), TIMED_OUT)
-    assert patience <= seconds < patience + LATENESS
+    assert timeout <= seconds < timeout + LATENESS
     assert INSTRUMENTED or peak < LITTLE_MEMORY
 
 
 # A service that falls silent
 
 
-def test_a_service_that_does_not_answer_the_greeting_is_given_up_after_30_seconds():
+def test_a_service_that_does_not_answer_the_greeting_times_out_after_30_seconds():
     with socket.create_server(("127.0.0.1", PORT)):
-        check_given_up("silent before TLS", ["-list"], CONNECT_SECONDS)
+        check_times_out("silent before TLS", ["-list"], CONNECT_SECONDS)
 
 
-def test_a_service_that_takes_no_connection_is_given_up_after_30_seconds():
+def test_a_service_that_accepts_no_connection_times_out_after_30_seconds():
     with socket.create_server(("127.0.0.1", PORT), backlog=0):
         waiting = [socket.socket() for _ in range(4)]
         for one in waiting:
             one.setblocking(False)
             one.connect_ex(("127.0.0.1", PORT))
-        check_given_up("silent before the connection", ["-list"], CONNECT_SECONDS)
+        check_times_out("silent before the connection", ["-list"], CONNECT_SECONDS)
         for one in waiting:
             one.close()
 
@@ -88,11 +88,11 @@ class SilentService(ScriptedService):
             self.over.wait()
 
 
-def test_a_service_that_falls_silent_in_its_answer_is_given_up_after_300_seconds():
-    places = {"1": "silent before the head", "2": "silent in the head", "3": "silent behind the head",
+def test_a_service_that_falls_silent_in_its_answer_times_out_after_300_seconds():
+    places = {"1": "silent before the head", "2": "silent in the head", "3": "silent after the head",
               "4": "silent in the body", "5": "silent between chunks"}
     with SilentService() as service, ThreadPoolExecutor(len(places)) as pool:
-        runs = [pool.submit(check_given_up, place, ["-pkgDetails", number], STANDSTILL_SECONDS)
+        runs = [pool.submit(check_times_out, place, ["-pkgDetails", number], STANDSTILL_SECONDS)
                 for number, place in places.items()]
         for run in runs:
             run.result()
@@ -111,18 +111,18 @@ def longest(start, block, end=b""):
 
 def check_longest(what, way, reply, most):
     with ScriptedService(reply):
-        outcome, _, peak = run_timed(what, *way.words)
+        outcome, _, peak = run_timed(what, *way.arguments)
     assert INSTRUMENTED or peak < most
     return outcome
 
 
-LONGEST_BOMBS = [pytest.param(way, start, block * (MB // len(block)), end, id=f"{name}: {sentence}")
+LONG_BOMBS = [pytest.param(way, start, block * (MB // len(block)), end, id=f"{name}: {sentence}")
                  for name, way in (("list", LIST), ("pkgDetails", DETAILS))
                  for sentence, start, block, end in [*BOMBS, *LONG_ONES]]
 
 
 @pytest.mark.usefixtures("no_log")
-@pytest.mark.parametrize("way, start, block, end", LONGEST_BOMBS)
+@pytest.mark.parametrize("way, start, block, end", LONG_BOMBS)
 def test_an_answer_of_512_mib_takes_less_than_600_mb_whatever_it_holds(way, start, block, end, request):
     outcome = check_longest(request.node.callspec.id, way, longest(start, block, end), 600)
     assert outcome == ("", error_line(9103), 9103 & 0xFF)
@@ -130,7 +130,7 @@ def test_an_answer_of_512_mib_takes_less_than_600_mb_whatever_it_holds(way, star
 
 def test_with_a_log_the_longest_answer_takes_less_than_1200_mb():
     blank = b" " * MB
-    outcome = check_longest("list, with a log: blanks behind it", LIST, longest(GOOD_LIST, blank), 1200)
+    outcome = check_longest("list, with a log: blanks after it", LIST, longest(GOOD_LIST, blank), 1200)
     assert (outcome.stderr, outcome.status) == ("", 0)
 
 

@@ -3,9 +3,9 @@
 import html.parser
 import subprocess
 
-from program_words import BUILD
+from program_options import BUILD
 
-PAGES = {"qvrepo": "8", "qvmaster": "8", "sjapack": "1", "sja": "5"}
+PAGES = {"qvrepo": "8", "qvcheck": "8", "qvmaster": "8", "sjapack": "1", "sja": "5"}
 
 
 def page_file(name):

@@ -1,4 +1,4 @@
-"""Package files as tests need them: right ones, and ones that are wrong in one place."""
+"""Package files as tests need them: valid ones, and ones that are wrong in one place."""
 
 import struct
 import subprocess
@@ -26,7 +26,7 @@ def signature(content, key=SIGNING_KEY):
 
 
 def signed(content, key=SIGNING_KEY):
-    """The signed form of an unsigned archive, or of any bytes that shall pass for one."""
+    """The signed form of an unsigned archive, or of any bytes in place of one."""
     return signature(content, key) + content
 
 
@@ -37,16 +37,16 @@ def flip_byte(path, offset):
     path.write_bytes(content)
 
 
-def make_single(folder, name=SINGLE, data=b"the client\n"):
-    """A signed package file that is no envelope."""
-    path = folder / name
+def make_single(directory, name=SINGLE, data=b"the client\n"):
+    """A signed package file that is not an envelope."""
+    path = directory / name
     path.write_bytes(signed(archive(("payload.txt", data))))
     return path
 
 
-def make_bundle(folder, name=BUNDLE, inner=None):
+def make_bundle(directory, name=BUNDLE, inner=None):
     """A signed envelope; `inner` are names and contents of the package files in it."""
-    path = folder / name
+    path = directory / name
     inner = inner or {INNER[0]: b"inner client\n", INNER[1]: b"inner server\n"}
     path.write_bytes(signed(archive(*inner.items())))
     return path

@@ -1,7 +1,7 @@
 """A web service that answers what a test tells it to, byte for byte, over TLS on the master server's port.
 
-It stands where qvmaster would, for what qvmaster never does: half an answer, another media type, a certificate that
-is not to be trusted.
+It stands in for qvmaster, for what qvmaster never does: half an answer, another media type, a certificate that
+must not be trusted.
 """
 
 import socket
@@ -27,12 +27,12 @@ class ScriptedService:
     `requests` holds what came: (request line, {header: value}, body), as text.
     """
 
-    def __init__(self, *answers, certificate="master", folder=TLS, context=None):
+    def __init__(self, *answers, certificate="master", directory=TLS, context=None):
         self.answers = list(answers)
         self.requests = []
         if context is None:
             context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-            context.load_cert_chain(folder / f"{certificate}.pem", folder / f"{certificate}.key")
+            context.load_cert_chain(directory / f"{certificate}.pem", directory / f"{certificate}.key")
         self._context = context
         self._listener = socket.create_server(("127.0.0.1", PORT))
         self._thread = threading.Thread(target=self._serve, daemon=True)
@@ -96,12 +96,12 @@ class ScriptedService:
         return head, body
 
 
-def make_certificate(folder, name, subject="/CN=master.example.com", san="DNS:master.example.com", days=30,
+def make_certificate(directory, name, subject="/CN=master.example.com", san="DNS:master.example.com", days=30,
                      authority=TLS / "ca"):
-    """A certificate NAME.pem with NAME.key in `folder`, by the authority of the tree or another one; self-signed
+    """A certificate NAME.pem with NAME.key in `directory`, by the authority of the tree or another one; self-signed
     where `authority` is None."""
-    folder.mkdir(exist_ok=True)
-    key, certificate = folder / f"{name}.key", folder / f"{name}.pem"
+    directory.mkdir(exist_ok=True)
+    key, certificate = directory / f"{name}.key", directory / f"{name}.pem"
     request = ["openssl", "req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-keyout", key,
                "-subj", subject]
     if authority is None:
@@ -109,7 +109,7 @@ def make_certificate(folder, name, subject="/CN=master.example.com", san="DNS:ma
                         certificate], check=True, capture_output=True)
         return
     made = subprocess.run(request, check=True, capture_output=True)
-    extensions = folder / f"{name}.ext"
+    extensions = directory / f"{name}.ext"
     extensions.write_text(f"subjectAltName={san}\n")
     subprocess.run(["openssl", "x509", "-req", "-CA", f"{authority}.pem", "-CAkey", f"{authority}.key", "-days",
                     str(days), "-extfile", extensions, "-out", certificate], input=made.stdout, check=True,

@@ -7,6 +7,7 @@ import shutil
 import subprocess
 
 import pytest
+from hostile_answers import GOOD_PACKAGE
 from packages import BUNDLE, INNER, SINGLE, archive, flip_byte, make_bundle, make_single, signature, signed
 from scripted_service import ScriptedService, answer
 from world import PACKAGES, PROGRAMS, REPOSITORY, ROOT, creation_body
@@ -106,7 +107,7 @@ def test_modes_of_copies_and_extracted_files(qvrepo, master, tmp_path):
 
 
 def test_a_path_in_double_quotes_is_verified_without_them(qvrepo, master, tmp_path, log_records):
-    # A file whose name holds the quotes must be there, too: its existence is looked for as typed.
+    # A file whose name holds the quotes must exist too: the first check uses the path as typed.
     package = make_single(tmp_path)
     quoted = tmp_path / f'"{SINGLE}"'
     shutil.copy(package, quoted)
@@ -117,7 +118,7 @@ def test_a_path_in_double_quotes_is_verified_without_them(qvrepo, master, tmp_pa
 
 @pytest.mark.parametrize("make", [make_single, make_bundle])
 @pytest.mark.parametrize("quoted", ['x"/{}', '"x"/{}', 'x/"{}', 'x/{}"'])
-def test_an_unsigned_file_does_not_get_in_beside_a_signed_one_without_its_quotes(
+def test_an_unsigned_file_does_not_pass_for_a_signed_one_without_its_quotes(
         qvrepo, untouched, tmp_path, log_records, make, quoted):
     (tmp_path / "x").mkdir()
     package = make(tmp_path / "x")
@@ -130,7 +131,7 @@ def test_an_unsigned_file_does_not_get_in_beside_a_signed_one_without_its_quotes
 
 
 @pytest.mark.parametrize("pipe", ["package", "key"])
-def test_a_pipe_is_not_waited_for(qvrepo, untouched, tmp_path, pipe):
+def test_an_add_does_not_wait_for_a_pipe(qvrepo, untouched, tmp_path, pipe):
     package = make_single(tmp_path)
     replaced = package if pipe == "package" else PUBLIC_KEY
     content = replaced.read_bytes()
@@ -144,7 +145,7 @@ def test_a_pipe_is_not_waited_for(qvrepo, untouched, tmp_path, pipe):
 
 
 @pytest.mark.parametrize("make", [make_single, make_bundle])
-def test_a_lock_on_the_repository_is_not_waited_for(qvrepo, master, repository, tmp_path, make):
+def test_an_add_does_not_wait_for_a_lock_on_the_repository(qvrepo, master, repository, tmp_path, make):
     directory = os.open(REPOSITORY, os.O_RDONLY)
     try:
         fcntl.flock(directory, fcntl.LOCK_EX)
@@ -234,7 +235,7 @@ class TestRefusedFiles:
             (16, "main", "The Dunmarel package signature is invalid."),
             (4, "main", "qvrepo exit status: [7236]")]
 
-    def test_bytes_added_behind_the_signed_ones(self, qvrepo, tmp_path):
+    def test_bytes_appended_to_the_signed_ones(self, qvrepo, tmp_path):
         package = make_single(tmp_path)
         with open(package, "ab") as file:
             file.write(b"x")
@@ -284,7 +285,7 @@ class TestRefusedFiles:
         subprocess.run(["openssl", "ec", "-pubout", "-out", PUBLIC_KEY], input=made.stdout, capture_output=True, check=True)
         assert qvrepo("-add", package) == INVALID_SIGNATURE
 
-    def test_a_signed_file_that_is_no_archive(self, qvrepo, tmp_path, log_records):
+    def test_a_signed_file_that_is_not_an_archive(self, qvrepo, tmp_path, log_records):
         for content in (b"", b"JAN", b"no archive", b"JANK"):
             (tmp_path / SINGLE).write_bytes(signed(content))
             assert qvrepo("-add", tmp_path / SINGLE) == refused(
@@ -307,7 +308,7 @@ class TestRefusedFiles:
     def test_a_name_that_breaks_the_grammar(self, qvrepo, tmp_path, name, status, text):
         assert qvrepo("-add", make_single(tmp_path, name)) == refused(status, text)
 
-    def test_a_broken_archive_is_told_before_a_wrong_name(self, qvrepo, tmp_path):
+    def test_a_broken_archive_is_reported_before_a_wrong_name(self, qvrepo, tmp_path):
         (tmp_path / "nonsense").write_bytes(signed(b"no archive"))
         assert qvrepo("-add", tmp_path / "nonsense").status == 7215 & 0xFF
 
@@ -377,7 +378,7 @@ def contains_in_order(records, wanted):
     return records[place:place + len(wanted)] == wanted
 
 
-def test_a_missing_repository_is_found_by_the_copy_and_the_registration_taken_back(
+def test_the_copy_finds_that_the_repository_is_missing_and_the_registration_is_taken_back(
         qvrepo, master, tmp_path, log_records):
     REPOSITORY.rmdir()
     assert qvrepo("-add", make_single(tmp_path)) == refused(7217, "Package repository location does not exist.")
@@ -387,7 +388,7 @@ def test_a_missing_repository_is_found_by_the_copy_and_the_registration_taken_ba
     clean_up_was_sent(master, log_records)
 
 
-def test_a_missing_repository_is_found_by_the_extraction_whose_temporary_path_is_still_empty(
+def test_the_extraction_finds_that_the_repository_is_missing_while_its_temporary_path_is_still_empty(
         qvrepo, master, tmp_path, log_records):
     REPOSITORY.rmdir()
     assert qvrepo("-add", make_bundle(tmp_path)) == refused(7217, "Package repository location does not exist.")
@@ -417,7 +418,7 @@ def test_a_repository_without_space_refuses_the_package(qvrepo, master, reposito
 
 
 def test_a_disk_that_fills_up_during_the_copy_leaves_no_half_file(qvrepo, master, repository, volume, tmp_path, log_records):
-    # Rounded down to whole megabytes the file fits; in truth it does not.
+    # The space suffices in whole megabytes, rounded down, but not in bytes.
     volume("size=3m")
     package = make_single(tmp_path, data=b"x" * ((3 << 20) + 500000))
     assert qvrepo("-add", package) == NOT_COPIED
@@ -429,9 +430,9 @@ def test_a_disk_that_fills_up_during_the_copy_leaves_no_half_file(qvrepo, master
     clean_up_was_sent(master, log_records)
 
 
-def test_a_disk_that_fills_up_during_the_extraction_leaves_whole_files_alone(
+def test_a_disk_that_fills_up_during_the_extraction_leaves_only_whole_files(
         qvrepo, master, repository, volume, tmp_path, log_records):
-    # The temporary copy fits; the entry that is written out first, the last one, does not any more.
+    # There is space for the temporary copy, but not for the first entry written out, which is the last one.
     volume("size=7m")
     package = make_bundle(tmp_path, inner={INNER[0]: b"x", INNER[1]: b"y" * (4 << 20)})
     assert qvrepo("-add", package) == NOT_EXTRACTED
@@ -454,7 +455,7 @@ def test_an_entry_that_cannot_be_written_keeps_what_was_extracted_before(
         qvrepo, master, repository, tmp_path, log_records):
     (REPOSITORY / INNER[0]).mkdir()
     assert qvrepo("-add", make_bundle(tmp_path)) == NOT_EXTRACTED
-    assert repository() == sorted(INNER), "the directory in the way, and the entry behind it"
+    assert repository() == sorted(INNER), "the directory in the way, and the entry after it"
     assert (REPOSITORY / INNER[1]).read_bytes() == b"inner server\n"
     clean_up_was_sent(master, log_records)
 
@@ -462,26 +463,18 @@ def test_an_entry_that_cannot_be_written_keeps_what_was_extracted_before(
 def test_a_service_that_goes_away_before_the_clean_up_leaves_the_registration_and_says_so_in_the_log(
         qvrepo, tree, tmp_path, log_records):
     (REPOSITORY / SINGLE).mkdir()
-    package = json.dumps({"data": {"id": "12", "attributes": {
-        "packageName": "x", "packageFileName": SINGLE, "packageItemFilePaths": [f"{REPOSITORY}/{SINGLE}"],
-        "packageType": "qvclient", "os": "redhat_x64", "version": "8.3", "size": 1, "createdDateTimeUTC": "",
-        "lastModifiedDateTimeUTC": "", "lastValidatedUTC": ""}}})
-    with ScriptedService(answer(201, package), b"") as service:
+    with ScriptedService(answer(201, GOOD_PACKAGE), b"") as service:
         assert qvrepo("-add", make_single(tmp_path)) == NOT_COPIED
     assert [line for line, _, _ in service.requests] == [
-        f"POST {PACKAGES} HTTP/1.1", f"DELETE {PACKAGES}/12 HTTP/1.1"]
+        f"POST {PACKAGES} HTTP/1.1", f"DELETE {PACKAGES}/7 HTTP/1.1"]
     assert (16, "addPackagesCmd", "Package was not added into the repository, but qvrepo failed to remove its metadata. "
                                   "Status code returned from curlSendRequest: 52.") in log_records()
 
 
-def test_an_expected_404_of_the_clean_up_is_no_failure(qvrepo, tree, tmp_path, log_records):
+def test_an_expected_404_of_the_clean_up_is_not_a_failure(qvrepo, tree, tmp_path, log_records):
     (REPOSITORY / SINGLE).mkdir()
-    package = json.dumps({"data": {"id": "12", "attributes": {
-        "packageName": "x", "packageFileName": SINGLE, "packageItemFilePaths": [f"{REPOSITORY}/{SINGLE}"],
-        "packageType": "qvclient", "os": "redhat_x64", "version": "8.3", "size": 1, "createdDateTimeUTC": "",
-        "lastModifiedDateTimeUTC": "", "lastValidatedUTC": ""}}})
     gone = '{"errorCode": 227, "errorMessage": "gone"}'
-    with ScriptedService(answer(201, package), answer(404, gone)):
+    with ScriptedService(answer(201, GOOD_PACKAGE), answer(404, gone)):
         assert qvrepo("-add", make_single(tmp_path)) == NOT_COPIED
     assert log_records()[-3:] == [
         (2, "curlSendRequest", "Actual http response code: 404 , expected http response code: 404"),

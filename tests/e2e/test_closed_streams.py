@@ -1,4 +1,4 @@
-"""Programs whose caller has closed standard input, output or error: nothing that they open takes the place of these."""
+"""Programs whose caller has closed standard input, output or error: no file that they open takes the place of these."""
 
 import signal
 import socket
@@ -13,18 +13,18 @@ from world import HOST, PATIENCE, PORT, PROGRAMS, REPOSITORY, TLS
 CLOSINGS = ["<&-", ">&-", "2>&-", ">&- 2>&-", "<&- >&- 2>&-"]
 
 
-def run(closing, program, *words, **how):
+def run(closing, program, *arguments, **how):
     """Runs a program with some of its streams closed: standard output, standard error, and status."""
     command = f'"$0" "$@" {closing}'
-    done = subprocess.run(["sh", "-c", command, PROGRAMS / program, *words], capture_output=True, text=True,
+    done = subprocess.run(["sh", "-c", command, PROGRAMS / program, *arguments], capture_output=True, text=True,
                           timeout=PATIENCE, check=False, **how)
     return done.stdout, done.stderr, done.returncode
 
 
 @pytest.mark.parametrize("closing", CLOSINGS)
 def test_what_is_printed_does_not_reach_the_log(master, log_records, closing):
-    for words in (["-list"], ["-pkgDetails", "1"], ["-pkgDetails", "x"], ["-add", "/missing"]):
-        run(closing, "qvrepo", *words)
+    for arguments in (["-list"], ["-pkgDetails", "1"], ["-pkgDetails", "x"], ["-add", "/missing"]):
+        run(closing, "qvrepo", *arguments)
     assert {function for _, function, _ in log_records()} > {"initialize", "listPackagesCmd"}
     assert master.requests()[0][0] == "GET"
 
@@ -56,7 +56,7 @@ def test_sjapack_makes_the_same_archive(tmp_path, closing):
     (tmp_path / "a").write_bytes(b"text")
     (tmp_path / "a").chmod(0o644)
     status = run(closing, "sjapack", "create", "out.sja", "a", "--key", SIGNING_KEY, cwd=tmp_path)[2]
-    # That its report cannot be printed is told by the status.
+    # The status tells that the summary could not be printed.
     assert (status != 0) == (closing in (">&-", ">&- 2>&-", "<&- >&- 2>&-"))
     assert (tmp_path / "out.sja").read_bytes() == signed(archive(("a", b"text")))
 
@@ -75,8 +75,8 @@ def connect_when_listening(process):
 def test_the_services_line_does_not_reach_its_database_or_its_access_log(idle_master, closing):
     master = idle_master
     command = f'exec "$0" "$@" {closing}'
-    words = ["--db", master.database, "--tls", TLS, "--access-log", master.access_log]
-    with subprocess.Popen(["sh", "-c", command, PROGRAMS / "qvmaster", *words], stdout=subprocess.DEVNULL) as service:
+    arguments = ["--db", master.database, "--tls", TLS, "--access-log", master.access_log]
+    with subprocess.Popen(["sh", "-c", command, PROGRAMS / "qvmaster", *arguments], stdout=subprocess.DEVNULL) as service:
         connect_when_listening(service).close()
         assert master.register("a.sja")["id"] == "1"
         service.send_signal(signal.SIGTERM)

@@ -77,7 +77,7 @@ def test_an_unknown_id_is_not_found_and_nothing_is_asked(qvrepo, master, log_rec
 
 
 @pytest.mark.parametrize("typed", ["0", "-1", "abc", "1x", ""])
-def test_what_is_no_id_is_refused_before_any_request(qvrepo, master, log_records, typed):
+def test_an_invalid_id_is_refused_before_any_request(qvrepo, master, log_records, typed):
     assert qvrepo("-delete", typed, stdin="y\n") == INVALID_ID
     assert master.requests() == []
     assert log_records()[2] == (16, "validatePackageId", f"[{typed}] is not a valid package ID.")
@@ -119,12 +119,3 @@ def test_a_service_that_does_not_delete_keeps_the_files(qvrepo, master, reposito
         assert qvrepo("-delete", "1", stdin="y\n") == (PROMPT, f"Error: {text}\n", status & 0xFF)
     assert [line.split()[0] for line, _, _ in service.requests] == ["GET", "DELETE"]
     assert repository() == files
-
-
-def test_an_answer_that_is_no_package_is_an_unexpected_response(qvrepo, log_records):
-    with ScriptedService(answer(200, "{}")):
-        assert qvrepo("-delete", "1", stdin="y\n") == (
-            "", "Error: Unexpected response from the web service.\n", 9103 & 0xFF)
-    assert log_records()[-3] == (
-        16, "deletePackageCmd", "Failed to retrieve deployment package in the repository. Error code returned from "
-                                "QvRepoPackage: 9103.")

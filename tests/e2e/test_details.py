@@ -39,7 +39,7 @@ def test_an_id_is_sent_as_a_plain_number(qvrepo, master, log_records, typed):
 
 
 @pytest.mark.parametrize("typed", ["0", "-4", "12x", "", "abc", "0x7", "7 "])
-def test_what_is_no_id_is_refused_before_any_request(qvrepo, master, log_records, typed):
+def test_an_invalid_id_is_refused_before_any_request(qvrepo, master, log_records, typed):
     assert qvrepo("-p", typed) == INVALID_ID
     assert master.requests() == []
     assert log_records()[2:] == [
@@ -48,19 +48,19 @@ def test_what_is_no_id_is_refused_before_any_request(qvrepo, master, log_records
         (4, "main", "qvrepo exit status: [7219]")]
 
 
-def test_an_id_beyond_64_bits_is_asked_for_as_the_largest(qvrepo, master):
+def test_an_id_beyond_64_bits_is_requested_as_the_largest(qvrepo, master):
     assert qvrepo("-p", "99999999999999999999") == NOT_FOUND
     assert master.requests() == [("GET", f"{PACKAGES}/9223372036854775807")]
 
 
-def test_an_id_that_the_service_does_not_take_is_invalid(qvrepo, log_records):
+def test_an_id_that_the_service_rejects_is_invalid(qvrepo, log_records):
     with ScriptedService(answer(400, '{"errorCode": 8626, "errorMessage": "x"}')):
         assert qvrepo("-p", "7") == INVALID_ID
     assert (16, "getPackageDetailsCmd", "[7] is not a valid package ID.") in log_records()
 
 
 @pytest.mark.parametrize("body", ["", "<html>", '{"data": []}', '{"data": {}}', "{}"])
-def test_an_answer_that_is_no_package_is_an_unexpected_response(qvrepo, log_records, body):
+def test_an_answer_that_is_not_a_package_is_an_unexpected_response(qvrepo, log_records, body):
     with ScriptedService(answer(200, body)):
         assert qvrepo("-p", "7") == UNEXPECTED
     assert log_records()[-3:] == [

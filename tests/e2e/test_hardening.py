@@ -1,11 +1,11 @@
-"""How the programs are built: position independent, with all that the linker and the compiler have against abuse."""
+"""How the programs are built: position independent, with every protection of linker and compiler."""
 
 import subprocess
 
 import pytest
 from world import PROGRAMS
 
-NAMES = ["qvrepo", "qvmaster", "sjapack"]
+NAMES = ["qvrepo", "qvmaster", "sjapack", "qvcheck"]
 
 
 def readelf(name, *options):

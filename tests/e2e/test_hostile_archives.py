@@ -10,13 +10,13 @@ import json
 import pytest
 import world
 from hostile_archives import (
-    COPIED, ENVELOPES, EXTRACTED, FIELDS, FILE_NAMES, GOOD, INVALID_SIGNATURE, NAMES, NO_ARCHIVES, NOT_EXTRACTED,
+    COPIED, ENVELOPES, EXTRACTED, FIELDS, FILE_NAMES, GOOD, INVALID_SIGNATURE, NAMES, NOT_ARCHIVES, NOT_EXTRACTED,
     REFUSED_BY_SERVICE, SIGNATURES, UNREADABLE, entry, unsigned)
 from hostile_ways import closing_records, error_line
 from packages import signed
+from test_add import ADDING
 from world import REPOSITORY, ROOT
 
-ADDING = "Adding package to the repository. This may take a few minutes...\n"
 LOGS = ROOT / "quorvelle/logs/qvrepo"
 
 
@@ -35,8 +35,8 @@ def tree(service):
     """In place of a fresh tree for each test: one as if fresh, with the service running on it."""
     for package in service.packages():
         service.delete(package["id"])
-    for folder in (REPOSITORY, LOGS):
-        for file in folder.iterdir():
+    for directory in (REPOSITORY, LOGS):
+        for file in directory.iterdir():
             file.unlink()
     return ROOT
 
@@ -55,15 +55,15 @@ def everything_else():
 class Addition:
     """A package file added, and what there was before."""
 
-    def __init__(self, service, folder, name, content):
+    def __init__(self, service, directory, name, content):
         self.service = service
-        self.path = folder / name
+        self.path = directory / name
         self.path.write_bytes(content)
         self.content = content
         before, seen = everything_else(), len(service.exchanges())
         self.outcome = world.run_qvrepo("-add", self.path)
         assert everything_else() == before
-        assert [file.name for file in folder.iterdir()] == [name]
+        assert [file.name for file in directory.iterdir()] == [name]
         assert self.path.read_bytes() == content
         self.records = world.read_log_records()
         self.exchanges = service.exchanges()[seen:]
@@ -167,10 +167,10 @@ CHECKS = {
     REFUSED_BY_SERVICE: check_refused_by_service, EXTRACTED: check_extracted, NOT_EXTRACTED: check_not_extracted}
 
 
-def check(case, service, volume, folder):
+def check(case, service, volume, directory):
     if case.volume:
         volume(case.volume)
-    addition = Addition(service, folder, case.name, case.make())
+    addition = Addition(service, directory, case.name, case.make())
     CHECKS[case.end](addition, case)
     assert addition.listed == case.listed
     if case.end not in (COPIED, EXTRACTED):
@@ -186,8 +186,8 @@ def test_a_wrong_signature_refuses_the_package_before_anything_is_read(case, ser
     check(case, service, volume, tmp_path)
 
 
-@pytest.mark.parametrize("case", params(NO_ARCHIVES))
-def test_what_is_signed_and_no_whole_archive(case, service, volume, tmp_path):
+@pytest.mark.parametrize("case", params(NOT_ARCHIVES))
+def test_signed_content_that_is_not_a_whole_archive(case, service, volume, tmp_path):
     check(case, service, volume, tmp_path)
 
 

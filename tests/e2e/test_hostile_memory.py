@@ -13,10 +13,10 @@ from scripted_service import ScriptedService, answer
 from world import INSTRUMENTED, REPOSITORY, ROOT, read_log_records, run_measured
 
 MB = 1 << 20
-LOG_FOLDER = ROOT / "quorvelle/logs/qvrepo"
+LOG_DIRECTORY = ROOT / "quorvelle/logs/qvrepo"
 TOO_LONG = 23
 
-# Enough for more than a million values, the most that are parsed. Of instrumented programs nothing is measured.
+# Enough for more than a million values, the most that are parsed. Instrumented programs are not measured.
 BOMB_SIZE = 2 if INSTRUMENTED else 8  # MB
 
 not_instrumented = pytest.mark.skipif(INSTRUMENTED, reason="instrumented, it takes many times the memory and time")
@@ -46,7 +46,7 @@ def packed_answer(megabytes):
     """An answer that unpacks to so many megabytes of zeros, a thousand times what is sent."""
     packer = zlib.compressobj()
     head = packer.compress(b"0" * MB) + packer.flush(zlib.Z_FULL_FLUSH)
-    # Behind a full flush the same bytes pack the same way.
+    # After a full flush the same bytes pack the same way.
     block = packer.compress(b"0" * MB) + packer.flush(zlib.Z_FULL_FLUSH)
     return of_blocks(b"HTTP/1.1 200 X\r\nConnection: close\r\nContent-Encoding: deflate\r\n", head, block,
                      megabytes - 1, b"")
@@ -54,17 +54,17 @@ def packed_answer(megabytes):
 
 @pytest.fixture
 def no_log():
-    LOG_FOLDER.rmdir()
+    LOG_DIRECTORY.rmdir()
 
 
-def measure(way, reply, folder):
-    words = [*way.words, make_single(folder)] if way is ADD else way.words
+def measure(way, reply, directory):
+    arguments = [*way.arguments, make_single(directory)] if way is ADD else way.arguments
     with ScriptedService(*way.before, reply):
-        return run_measured(*words, stdin=way.stdin)
+        return run_measured(*arguments, stdin=way.stdin)
 
 
-def check_refused(way, reply, folder, most, status=9103):
-    outcome, peak = measure(way, reply, folder)
+def check_refused(way, reply, directory, most, status=9103):
+    outcome, peak = measure(way, reply, directory)
     assert outcome == (way.stdout, error_line(status), status & 0xFF)
     assert INSTRUMENTED or peak < most
     assert list(REPOSITORY.iterdir()) == []
@@ -90,11 +90,11 @@ def test_an_answer_that_announces_more_than_512_mib_is_refused_by_its_head(way, 
 BOMBS = [
     ("numbers", b'{"data": [0', b",0", b"]}"),
     ("numbers in a package", b'{"data": [{"id": [0', b",0", b"]}]}"),
-    ("numbers beside the data", b'{"more": [0', b",0", b'], "data": []}'),
+    ("numbers outside the data", b'{"more": [0', b",0", b'], "data": []}'),
     ("empty objects", b'{"data": {"id": [{}', b",{}", b"]}}"),
     ("empty texts", b'{"data": {"id": [""', b',""', b"]}}"),
     ("members of one name", b'{"a": {"b": 0', b',"b":0', b"}}"),
-    ("no JSON", b"<html>", b"x", b"</html>"),
+    ("not JSON", b"<html>", b"x", b"</html>"),
     ("opening brackets", b"", b"[", b""),
 ]
 LONG_ONES = [("one text", b'{"data": "', b"x", b'"}'), ("one number", b'{"data": 1', b"0", b"}")]
@@ -134,14 +134,14 @@ def test_with_a_log_an_answer_is_held_twice(tmp_path):
                          f"<html>{'x' * 20 * MB}.")
 
 
-def test_with_a_log_an_answer_of_control_characters_takes_its_escapes_besides(tmp_path):
+def test_with_a_log_an_answer_of_control_characters_takes_memory_for_its_escapes_too(tmp_path):
     # Held once, rendered once more, and escaped to four times its length.
     check_refused(LIST, long_answer(b"", b"\x01" * MB, 20), tmp_path, 6 * 20 + LITTLE_MEMORY)
     assert read_log_records()[3] == (2, "curlSendRequest", "Http response body: " + "\\x01" * 20 * MB)
 
 
-# Documents of as many values as are parsed, and the memory that they take, in MB.
-MOST_VALUES = [
+# Documents of as many values as are parsed, and a bound of their memory in MB.
+MAX_VALUES = [
     ("empty objects", b"[" + b",".join([b"{}"] * 999900) + b"]", 260),
     ("objects in objects", b"[" + b",".join([b'{"a":' * 2000 + b"{}" + b"}" * 2000] * 499) + b"]", 340),
     ("long names", b"{" + b",".join(b'"%050d":{}' % i for i in range(999900)) + b"}", 460)]
@@ -150,8 +150,8 @@ MOST_VALUES = [
 @pytest.mark.usefixtures("no_log")
 @pytest.mark.parametrize("way, most, megabytes", [
     pytest.param(way, most, megabytes, id=f"{name}: {sentence}")
-    for name, way, shapes in [("list", LIST, MOST_VALUES), ("pkgDetails", DETAILS, MOST_VALUES[:1]),
-                              ("delete-look", DELETE_LOOK, MOST_VALUES[:1]), ("add", ADD, MOST_VALUES[:1])]
+    for name, way, shapes in [("list", LIST, MAX_VALUES), ("pkgDetails", DETAILS, MAX_VALUES[:1]),
+                              ("delete-look", DELETE_LOOK, MAX_VALUES[:1]), ("add", ADD, MAX_VALUES[:1])]
     for sentence, most, megabytes in shapes])
 def test_values_just_within_the_limits_are_parsed_in_bounded_memory(way, most, megabytes, tmp_path):
     record = text_of({"data": package()})[:-1] + b', "more": ' + most + b"}"

@@ -20,7 +20,7 @@ def package_file(tmp_path):
 
 
 def reset(connection):
-    """Ends the connection without good order."""
+    """Resets the connection."""
     connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
     connection.close()
 
@@ -65,14 +65,14 @@ class DeafService(ScriptedService):
         reset(connection)
 
 
-def test_a_service_that_resets_in_the_middle_of_a_long_question_does_not_kill_the_program(tmp_path):
-    # Of so many entries the listing keeps half, which makes a question of 5 MB.
+def test_a_service_that_resets_in_the_middle_of_a_long_request_does_not_kill_the_program(tmp_path):
+    # The listing keeps half of so many entries, which makes a request of 5 MB.
     package = tmp_path / "dunmarel_qv_8.3_redhat_x64.sja"
     package.write_bytes(signed(archive(*((f"{i:06}{'n' * 245}.sja", b"") for i in range(32767)))))
     with DeafService(b""):
         outcome = run_qvrepo("-add", package)
     assert outcome.status in (CANNOT_SEND, CANNOT_RECEIVE), "as the reset meets sending or receiving"
     assert outcome[:2] == (ADD.stdout, error_line(outcome.status))
-    (question,) = [text for _, _, text in read_log_records() if text.startswith("Request body: ")]
-    assert len(question) > 4000000
+    (sent,) = [text for _, _, text in read_log_records() if text.startswith("Request body: ")]
+    assert len(sent) > 4000000
     assert list(REPOSITORY.iterdir()) == []

@@ -1,4 +1,4 @@
-"""A service that is not to be trusted, or does not get as far as that: nothing is sent to it."""
+"""A service that must not be trusted, or whose handshake fails: nothing is sent to it."""
 
 import datetime
 import socket
@@ -32,7 +32,7 @@ def check_failed(code, env=None):
 
 
 def server_context(certificate, chain=(), ciphers="ALL:@SECLEVEL=0"):
-    """TLS of a service that takes every weakness."""
+    """TLS of a service that accepts every weakness."""
     context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
     context.set_ciphers(ciphers)
     whole = [certificate.certificate, *(issuer.certificate for issuer in chain)]
@@ -74,29 +74,29 @@ def test_a_certificate_that_signed_itself_is_not_trusted(tmp_path):
     check_not_trusted(make_authority(tmp_path, "service", f"/CN={HOST}"))
 
 
-def test_a_certificate_whose_authority_between_is_not_sent_is_not_trusted(tmp_path):
-    between = issue(tmp_path, "between", subject="/CN=between", extensions=["basicConstraints=critical,CA:TRUE"])
-    check_not_trusted(issue(tmp_path, issuer=between))
+def test_a_certificate_whose_intermediate_authority_is_not_sent_is_not_trusted(tmp_path):
+    intermediate = issue(tmp_path, "intermediate", subject="/CN=intermediate", extensions=["basicConstraints=critical,CA:TRUE"])
+    check_not_trusted(issue(tmp_path, issuer=intermediate))
 
 
-def test_a_certificate_by_one_that_is_no_authority_is_not_trusted(tmp_path):
+def test_a_certificate_whose_issuer_is_not_an_authority_is_not_trusted(tmp_path):
     leaf = issue(tmp_path, "leaf", subject="/CN=leaf", extensions=["basicConstraints=critical,CA:FALSE"])
     check_not_trusted(issue(tmp_path, issuer=leaf), chain=[leaf])
 
 
-def test_a_certificate_by_the_masters_own_is_not_trusted(tmp_path):
+def test_a_certificate_issued_with_the_masters_own_is_not_trusted(tmp_path):
     own = Issuer(TLS / "master")
     check_not_trusted(issue(tmp_path, issuer=own), chain=[own])
 
 
-def test_an_authority_that_was_not_allowed_another_below_it_is_not_trusted(tmp_path):
+def test_an_authority_below_one_with_path_length_0_is_not_trusted(tmp_path):
     first = issue(tmp_path, "first", subject="/CN=first", extensions=["basicConstraints=critical,CA:TRUE,pathlen:0"])
     second = issue(tmp_path, "second", issuer=first, subject="/CN=second",
                    extensions=["basicConstraints=critical,CA:TRUE"])
     check_not_trusted(issue(tmp_path, issuer=second), chain=[second, first])
 
 
-def test_the_certificate_of_this_host_is_none_of_a_service(tree):
+def test_the_certificate_of_this_host_is_not_trusted_as_a_service(tree):
     check_not_trusted(Issuer(TLS / "host"))
 
 
@@ -125,9 +125,9 @@ def test_a_connection_without_protection_is_refused(ciphers):
     pytest.param({}, False, id="by the authority"),
     pytest.param({"extensions": ["subjectAltName=DNS:*.example.com"]}, False, id="for all hosts of the domain"),
     pytest.param({"subject": "/CN=x"}, False, id="by its other name"),
-    pytest.param({"digest": "sha512", "key": ("rsa:2048",)}, True, id="by an authority between, sent along")])
-def test_a_right_certificate_is_trusted(version, how, chained, tmp_path):
-    chain = [issue(tmp_path, "between", subject="/CN=between", extensions=["basicConstraints=critical,CA:TRUE"])]
+    pytest.param({"digest": "sha512", "key": ("rsa:2048",)}, True, id="by an intermediate authority, sent along")])
+def test_a_valid_certificate_is_trusted(version, how, chained, tmp_path):
+    chain = [issue(tmp_path, "intermediate", subject="/CN=intermediate", extensions=["basicConstraints=critical,CA:TRUE"])]
     issuer = {"issuer": chain[0]} if chained else {"issuer": TRUSTED}
     context = server_context(issue(tmp_path, **issuer, **how), chain)
     context.minimum_version = context.maximum_version = version

@@ -12,8 +12,10 @@ import sys
 
 import pytest
 from packages import SINGLE, make_single
-from program_words import column
+from program_options import column
 from scripted_service import ScriptedService, answer
+from test_command_line import HELP, INVALID
+from test_delete import PROMPT
 from world import PROGRAMS, SOURCES
 
 sys.path.insert(0, str(SOURCES / "scripts/catalogs"))
@@ -22,16 +24,7 @@ from catalogs import read_catalog
 
 BUILT = PROGRAMS.parent / "msg"
 LOCALES = {"de": "de_DE.UTF-8", "es": "es_ES.UTF-8", "fr": "fr_FR.UTF-8", "ja": "ja_JP.UTF-8", "zh_CN": "zh_CN.UTF-8"}
-PROMPT = "qvrepo: delete package ID 1 [y/n]? (n) "
-ENGLISH_HELP = (
-    "\nUsage: Quorvelle package repository utility\n\n"
-    "qvrepo -a | -add <package_path>\n"
-    "qvrepo -d | -delete <package_identifier>\n"
-    "qvrepo -l | -list\n"
-    "qvrepo -p | -pkgDetails <package_identifier>\n"
-    "qvrepo -h | -help\n"
-)
-IN_ENGLISH = (ENGLISH_HELP, "Error: invalid command parameter\n", 20)
+IN_ENGLISH = (HELP, INVALID, 20)
 # Which message a status has; all others have the general one.
 GENERAL_MESSAGE = 24
 MESSAGE_OF_STATUS = {
@@ -51,8 +44,8 @@ class Language:
         self.texts = {number: message.text for number, message in messages.items()}
         self._qvrepo = qvrepo
 
-    def run(self, *words, **how):
-        return self._qvrepo(*words, env={"LANG": self.locale}, **how)
+    def run(self, *arguments, **how):
+        return self._qvrepo(*arguments, env={"LANG": self.locale}, **how)
 
     @property
     def help(self):
@@ -103,7 +96,7 @@ def test_the_program_asks_for_the_messages_of_its_table_and_no_other():
 
 # The program in each language
 
-def test_help_and_a_wrong_word(language):
+def test_help_and_an_unknown_option(language):
     assert language.run("-h") == (language.help, "", 0)
     assert language.run("-lists") == (language.help, "Error: " + language.line(8), 20)
     assert language.run("-list", "-name", "x") == (language.help, "Error: " + language.line(8), 20)
@@ -137,7 +130,7 @@ def test_an_unknown_id(language, master, log_records):
                                   (4, "main", "qvrepo exit status: [7220]")]
 
 
-def test_a_deletion_that_is_called_off(language, one_package, log_records):
+def test_a_canceled_deletion(language, one_package, log_records):
     assert language.run("-delete", "1", stdin="n\n") == (PROMPT, language.line(21), 7221 & 0xFF)
     assert log_records()[-2:] == [(16, "main", "Package delete operation was canceled."),
                                   (4, "main", "qvrepo exit status: [7221]")]
@@ -157,15 +150,15 @@ def test_every_status(language):
     with ScriptedService(*[answer(400, body) for body in bodies]):
         for status, number in MESSAGE_OF_STATUS.items():
             arguments = [status] if number == GENERAL_MESSAGE else []
-            # What the user called off is no error.
+            # A deletion that the user canceled is not an error.
             prefix = "" if status == 7221 else "Error: "
             expected = ("", prefix + language.line(number, *arguments), status & 0xFF)
             assert language.run("-list") == expected, status
 
 
 def test_a_session_in_german(qvrepo, master, tmp_path):
-    def run(*words, stdin=None):
-        return qvrepo(*words, stdin=stdin, env={"LANG": "de_DE.UTF-8"})
+    def run(*arguments, stdin=None):
+        return qvrepo(*arguments, stdin=stdin, env={"LANG": "de_DE.UTF-8"})
 
     assert run("-h").stdout == (
         "\nVerwendung: Dienstprogramm für das Quorvelle-Paket-Repository\n\n"
@@ -204,13 +197,13 @@ def test_a_country_or_character_set_without_a_catalog_gets_that_of_the_language(
     {"LANG": "xx_YY.UTF-8"}, {"LANG": "DE_DE"}, {"LANG": "deu"}, {"LANG": "d"}, {"LANG": "C.UTF-8"}, {},
     {"LC_ALL": "C", "LANG": "de_DE.UTF-8"}, {"LC_ALL": "POSIX", "LANG": "de_DE.UTF-8"},
     {"LC_MESSAGES": "C", "LANG": "de_DE.UTF-8"}, {"LC_ALL": "pt_BR.UTF-8", "LANG": "de_DE.UTF-8"},
-    # The list of languages belongs to another kind of catalogs.
+    # LANGUAGE belongs to another kind of catalogs.
     {"LANG": "en_US.UTF-8", "LANGUAGE": "de"}])
 def test_a_locale_without_a_catalog_gets_english(qvrepo, env):
     assert qvrepo("-x", env=env) == IN_ENGLISH
 
 
-# Catalogs that are not right
+# Damaged catalogs
 
 def in_german(qvrepo):
     return qvrepo("-x", env={"LANG": "de_DE.UTF-8"})
@@ -236,12 +229,12 @@ def test_a_catalog_of_random_bytes_is_not_used(qvrepo, catalogs):
 
 
 @pytest.mark.parametrize("put", [
-    lambda path: path.parent.rmdir(), lambda path: None, lambda path: path.mkdir(), os.mkfifo,
+    lambda path: shutil.rmtree(path.parent), lambda path: None, lambda path: path.mkdir(), os.mkfifo,
     lambda path: path.symlink_to("/dev/zero"), lambda path: path.symlink_to("missing"),
     lambda path: path.symlink_to(path), lambda path: path.write_bytes(b""),
     lambda path: path.write_text("$set 1\n8 x\n")],
-    ids=["no folder", "missing", "folder", "pipe", "device", "dangling link", "link to itself", "empty", "source"])
-def test_what_is_no_catalog_counts_as_missing(qvrepo, catalogs, put):
+    ids=["no directory", "missing", "directory", "pipe", "device", "dangling link", "link to itself", "empty", "source"])
+def test_a_file_that_is_not_a_catalog_counts_as_missing(qvrepo, catalogs, put):
     catalog = catalogs / "de/qvrepo.cat"
     catalog.unlink()
     put(catalog)

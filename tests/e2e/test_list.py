@@ -1,4 +1,4 @@
-"""-list: what is asked of the service, and the table that comes of it."""
+"""-list: what is asked of the service, and the table that is printed."""
 
 import json
 
@@ -31,16 +31,16 @@ def test_the_table_of_all_packages(qvrepo, three_packages):
 
 
 @pytest.mark.parametrize("option", ["-list", "-l"])
-def test_both_option_words_list(qvrepo, master, option):
+def test_both_forms_of_the_option_list(qvrepo, master, option):
     assert qvrepo(option) == (REPOSITORY_IS_EMPTY, "", 0)
 
 
-@pytest.mark.parametrize("words, query, ids", [
+@pytest.mark.parametrize("arguments, query, ids", [
     (["-version", "8.2"], "version%20eq%20'8.2'", ["2"]),
     (["-os", "redhat_x64"], "os%20eq%20'redhat_x64'", ["1"]),
     (["-type", "qveeb.server"], "package-type%20eq%20'qveeb.server'", ["3"])])
-def test_a_filter_narrows_the_list(qvrepo, three_packages, words, query, ids):
-    outcome = qvrepo("-list", *words)
+def test_a_filter_narrows_the_list(qvrepo, three_packages, arguments, query, ids):
+    outcome = qvrepo("-list", *arguments)
     assert [line.split()[0] for line in outcome.stdout.splitlines()[2:]] == ids
     assert (outcome.stderr, outcome.status) == ("", 0)
     assert three_packages.requests()[-1] == ("GET", f"{PACKAGES}?filter={query}")
@@ -105,7 +105,7 @@ def test_unusual_texts_of_the_service_come_out_as_they_came_in(qvrepo, log_recor
     log_records()  # every line of the log is still a record
 
 
-def test_a_refusal_of_the_service_becomes_its_text(qvrepo, log_records):
+def test_an_error_code_of_the_service_becomes_its_text(qvrepo, log_records):
     error = '{"errorCode": 8000, "errorMessage": "not you"}'
     with ScriptedService(answer(401, error)):
         assert qvrepo("-list") == ("", "Error: authorization failed.\n", 8000 & 0xFF)
@@ -121,7 +121,7 @@ def test_a_refusal_of_the_service_becomes_its_text(qvrepo, log_records):
         (4, "main", "qvrepo exit status: [8000]")]
 
 
-def test_a_refusal_without_a_row_of_its_own_gets_the_general_text(qvrepo, log_records):
+def test_an_error_code_without_a_text_gets_the_general_one(qvrepo, log_records):
     with ScriptedService(answer(500, '{"errorCode": 12345, "errorMessage": "x"}')):
         assert qvrepo("-list") == ("", "Error: qvrepo operation failed with status [12345].\n", 12345 & 0xFF)
     assert log_records()[-2:] == [(16, "main", "status code 12345"), (4, "main", "qvrepo exit status: [12345]")]
@@ -148,7 +148,7 @@ def test_an_unexpected_code_without_an_error_body_is_an_unexpected_response(qvre
     ("{}", "No data in response."), ('{"data": {}}', "No data in response."), ("[]", "No data in response."),
     ('{"data": [1]}', "No package details in response."),
     ('{"data": [{}]}', "Error reading package details in response. Error code: 9103.")])
-def test_an_answer_that_is_no_package_list_is_an_unexpected_response(qvrepo, log_records, body, log):
+def test_an_answer_that_is_not_a_package_list_is_an_unexpected_response(qvrepo, log_records, body, log):
     with ScriptedService(answer(200, body)):
         assert qvrepo("-list") == ("", UNEXPECTED, STATUS_9103)
     assert log_records()[-4:] == [

@@ -1,12 +1,13 @@
 """The manual pages: they render, and they name what the programs have, all of it and nothing else."""
 
 import gzip
+import json
 import re
 import subprocess
 
 import pytest
 from manual_page import PAGES, Page, page_file
-from program_words import column, help_options, option_names, subcommands, table, usage_options
+from program_options import column, help_options, option_names, subcommands, table, usage_options
 from world import ROOT, SOURCES, run_qvrepo
 
 OPTION = re.compile(r"(?<![\w/.+-])--?[A-Za-z][A-Za-z-]*")
@@ -17,11 +18,12 @@ STATUS_HEADINGS = {
     "client": ("Status", "Shell", "What happened, and what to do"),
 }
 
-# What lies in the folders of the program's paths under a name of its own.
-WITHIN_FOLDERS = {
+# What lies in the directories of the program's paths under a name of its own.
+WITHIN_DIRECTORIES = {
     "/usr/ormex/quorvelle/logs/qvrepo",
     "/usr/ormex/quorvelle/logs/qvrepo/qvrepo.YYYY-MM-DD.log",
     "/usr/ormex/quorvelle/msg/LOCALE/qvrepo.cat",
+    "/usr/ormex/quorvelle/msg/LOCALE/qvcheck.cat",
     "/usr/ormex/quorvelle/msg/it",
     "/usr/ormex/quorvelle/msg/it/qvrepo.cat",
     "/usr/ormex/var/global/dunmarel/pubkey.pem",
@@ -49,7 +51,7 @@ def options_in(texts):
 
 
 def options_named(page, program):
-    """The options of `program` that a page names: in bold, and in the examples behind the program's name."""
+    """The options of `program` that a page names: in bold, and in the examples after the program's name."""
     return options_in(page.all_bold()) | options_in(page.commands(program))
 
 
@@ -109,7 +111,7 @@ def test_the_installed_page_is_the_page_without_a_time(name):
 
 
 def test_a_page_refers_to_pages_by_their_sections(name):
-    for other, section in re.findall(r"\b(qvrepo|qvmaster|sjapack|sja)\((\d)\)", Page(name).all_text()):
+    for other, section in re.findall(r"\b(qvrepo|qvcheck|qvmaster|sjapack|sja)\((\d)\)", Page(name).all_text()):
         assert section == PAGES[other], f"{other}({section})"
 
 
@@ -123,19 +125,19 @@ def test_man_shows_every_status_at_80_columns(qvrepo_page):
 
 
 def test_the_page_names_every_option_of_qvrepo_and_no_other(qvrepo_page):
-    words = {*column("option"), *usage_options(), *column("filter")}
-    # The one word that is neither in a table nor in the usage text.
+    options = {*column("option"), *usage_options(), *column("filter")}
+    # The one option that is neither in a table nor in the usage text.
     assert run_qvrepo("-getPkg", "1", "-dest", "x").status == 0
-    assert options_named(qvrepo_page, "qvrepo") == {*words, "-dest"}
+    assert options_named(qvrepo_page, "qvrepo") == {*options, "-dest"}
 
 
 def test_the_page_explains_every_option_beside_its_short_form(qvrepo_page):
-    pairs = {long: word for word, long in table("option") if word != long}
+    pairs = {long: short for short, long in table("option") if short != long}
     usage = usage_options()
     pairs["-help"] = "-h"
     assert {*pairs, *pairs.values()} >= set(usage)
     terms = [OPTION.findall(term) for term in qvrepo_page.sections["OPTIONS"].terms]
-    filters = [[word] for word in column("filter")]
+    filters = [[option] for option in column("filter")]
     assert sorted(terms) == sorted([[long, short] for long, short in pairs.items()] + filters)
 
 
@@ -167,7 +169,7 @@ def test_the_page_speaks_of_no_other_status(qvrepo_page):
 
 
 def test_the_page_names_every_path_of_the_program_and_no_other(qvrepo_page):
-    assert paths_in(qvrepo_page) == fixed_paths() | WITHIN_FOLDERS
+    assert paths_in(qvrepo_page) == fixed_paths() | {path for path in WITHIN_DIRECTORIES if "qvcheck" not in path}
 
 
 def test_the_page_lists_the_type_keys_as_the_program_shows_them(qvrepo_page):
@@ -211,7 +213,7 @@ def test_the_page_names_every_option_of_qvmaster_and_no_other():
 def test_the_page_tells_every_default_of_qvmaster():
     options = Page("qvmaster").sections["OPTIONS"].text
     defaults = [option for option in help_options("qvmaster") if option.default]
-    assert [option.name for option in defaults] == ["--listen", "--port", "--repo", "--patience"]
+    assert [option.name for option in defaults] == ["--listen", "--port", "--repo", "--timeout"]
     for option in defaults:
         entry = re.search(rf"^{option.name} .*?(?=^--|\Z)", options, re.MULTILINE | re.DOTALL)[0]
         assert f"Default: {option.default}" in " ".join(entry.split()), option
@@ -237,13 +239,30 @@ def test_the_page_names_no_option_that_sjapack_does_not_have():
     assert options_named(page, "sjapack") == known | set(option_names("sjapack"))
     synopsis = re.findall(r"sjapack (\w+) ([^\n]*)", page.sections["SYNOPSIS"].text)
     assert [command for command, _ in synopsis] == commands
-    for command, words in synopsis + [line.split(" ", 1) for line in page.commands("sjapack")]:
-        assert options_in([words]) <= set(option_names("sjapack", command)), command
+    for command, arguments in synopsis + [line.split(" ", 1) for line in page.commands("sjapack")]:
+        assert options_in([arguments]) <= set(option_names("sjapack", command)), command
 
 
-@pytest.mark.parametrize("page", ["qvmaster", "sjapack", "sja"])
+def test_the_page_explains_every_option_of_qvcheck_and_no_other():
+    page = Page("qvcheck")
+    commands = [command for command, _ in subcommands("qvcheck")]
+    known = {option for words in ([], *([each] for each in commands)) for option in option_names("qvcheck", *words)}
+    assert options_in(page.sections["OPTIONS"].terms) == known
+    assert {option for option in options_named(page, "qvcheck") if option.startswith("--")} <= known
+    assert re.findall(r"qvcheck (\w+)", page.sections["SYNOPSIS"].text) == commands
+
+
+def test_the_page_names_every_condition_and_finding_of_qvcheck():
+    page = Page("qvcheck")
+    schema = json.loads((SOURCES / "docs/qvcheck.schema.json").read_text())["properties"]
+    for rows, part in ((page.table("Condition", "What has to hold"), "setup"),
+                       (page.table("Finding", "Meaning, and remedy"), "findings")):
+        assert [row[0][0] for row in rows] == schema[part]["items"]["properties"]["name"]["enum"]
+
+
+@pytest.mark.parametrize("page", ["qvcheck", "qvmaster", "sjapack", "sja"])
 def test_a_page_names_no_path_that_the_program_does_not_know(page):
-    assert paths_in(Page(page)) <= fixed_paths() | WITHIN_FOLDERS
+    assert paths_in(Page(page)) <= fixed_paths() | WITHIN_DIRECTORIES
 
 
 def test_the_page_tells_the_layout_of_an_archive_as_the_format_document_does():

@@ -6,6 +6,7 @@ import zlib
 
 import pytest
 from world import (
+    HOST,
     MEDIA_TYPE,
     PACKAGES,
     PATIENCE,
@@ -78,9 +79,11 @@ def test_headers_of_more_than_64_kib_are_refused(master, header):
     assert answer.error == (431, UNUSABLE)
 
 
-def test_a_header_line_of_more_than_8_kib_is_refused(master):
-    answer = single_answer(master.send_raw(raw_request("GET", PACKAGES)[:-2] + b"X: " + b"y" * 8200 + b"\r\n\r\n"))
-    assert answer.error == (400, NOT_UNDERSTOOD)
+def test_a_header_line_may_be_as_long_as_the_head(master):
+    head = raw_request("GET", PACKAGES)[:-2] + b"Connection: close\r\nX: "
+    filled = head + b"y" * (64 * 1024 - len(head) - 4) + b"\r\n\r\n"
+    assert single_answer(master.send_raw(filled)).status == 200
+    assert single_answer(master.send_raw(filled.replace(b"X: ", b"X: y"))).error == (431, UNUSABLE)
 
 
 @pytest.mark.parametrize(
@@ -89,17 +92,37 @@ def test_a_header_line_of_more_than_8_kib_is_refused(master):
         b"Content-Length: x\r\n",
         b"Content-Length: -1\r\n",
         b"Content-Length: 2x\r\n",
-        b"Content-Length: 99999999999999999999\r\n",
+        b"Content-Length:\r\n",
+        b"Content-Length: 1, 1\r\n",
         b"Content-Length: 2\r\nContent-Length: 2\r\n",
         b"Content-Length: 2\r\nTransfer-Encoding: chunked\r\n",
         b"Transfer-Encoding: gzip, chunked\r\n",
         b"Transfer-Encoding: identity\r\n",
+        b"Transfer-Encoding: Chunked\r\n",
+        b"Transfer-Encoding: chunked\r\nTransfer-Encoding: chunked\r\n",
+        b"Content-Length: 2\r\n\tfolded\r\n",
+        b"X: y\r\n Content-Length: 2\r\n",
+        b"X: y\nContent-Length: 2\r\n",
+        b"X: y\n\n",
+        b"X: \x00\r\n",
+        b"X : y\r\n",
+        b"Host: two.example.com\r\n",
     ],
 )
 @pytest.mark.parametrize("method", ["GET", "POST"])
-def test_a_body_whose_end_is_not_clear_is_refused(master, method, framing):
+def test_a_request_whose_end_is_not_clear_is_refused_and_the_connection_ends(master, method, framing):
     answer = single_answer(master.send_raw(raw_request(method, PACKAGES)[:-2] + framing + b"\r\n{}"))
     assert answer.error == (400, NOT_UNDERSTOOD)
+
+
+def test_http_1_1_without_a_host_is_refused(master):
+    request = raw_request("GET", PACKAGES).replace(b"Host: " + HOST.encode() + b"\r\n", b"")
+    assert single_answer(master.send_raw(request)).error == (400, NOT_UNDERSTOOD)
+
+
+def test_http_1_0_knows_no_chunks(master):
+    request = chunked(b"{}").replace(b"HTTP/1.1", b"HTTP/1.0")
+    assert single_answer(master.send_raw(request)).error == (400, NOT_UNDERSTOOD)
 
 
 def test_a_body_of_16_mib_is_read_and_a_larger_one_refused(master):
@@ -108,10 +131,12 @@ def test_a_body_of_16_mib_is_read_and_a_larger_one_refused(master):
     assert master.post(b" " * (LIMIT + 1)).error == (413, UNUSABLE)
 
 
-def test_a_body_far_too_large_is_refused_before_it_is_read(master):
+@pytest.mark.parametrize("method", ["GET", "POST"])
+@pytest.mark.parametrize("digits", [9, 18, 20, 100])
+def test_a_body_far_too_large_is_refused_before_it_is_read(master, method, digits):
     with master.open_tls() as connection:
-        head = raw_request("POST", PACKAGES)[:-2]
-        connection.sendall(head + b"Content-Length: 999999999999999999\r\n\r\nthe beginning")
+        head = raw_request(method, PACKAGES)[:-2]
+        connection.sendall(head + b"Content-Length: %d\r\n\r\nthe beginning" % (10**digits - 1))
         answer = single_answer(read_to_end(connection))
     assert answer.error == (413, UNUSABLE)
 
@@ -133,7 +158,26 @@ def test_chunks_of_more_than_16_mib_are_refused(master):
     assert answer.error == (413, UNUSABLE)
 
 
-@pytest.mark.parametrize("chunks", [b"zz\r\n{}\r\n0\r\n\r\n", b"-1\r\n{}", b"ffffffffffffffff\r\n{}"])
+@pytest.mark.parametrize("size", [b"1000001", b"f" * 16, b"1" + b"0" * 16, b"f" * 1000], ids=["one more", "64 bits", "65 bits", "4000 bits"])
+@pytest.mark.parametrize("before", [b"", b"0001\r\n{\r\n"])
+def test_a_chunk_far_too_large_is_refused_before_it_is_read(master, before, size):
+    head = raw_request("POST", PACKAGES)[:-2] + b"Transfer-Encoding: chunked\r\n\r\n"
+    assert single_answer(master.send_raw(head + before + size + b"\r\n{}")).error == (413, UNUSABLE)
+
+
+@pytest.mark.parametrize(
+    "chunks",
+    [
+        b"zz\r\n{}\r\n0\r\n\r\n",
+        b"-1\r\n{}",
+        b"2\n{}\r\n0\r\n\r\n",
+        b"2\r\n{}0\r\n\r\n",
+        b"2 \r\n{}\r\n0\r\n\r\n",
+        b"0\r\nX\r\n\r\n",
+        b"0\r\nContent-Length: 2\r\n\r\n",
+        b"2;" + b"x" * 70000,
+    ],
+)
 def test_broken_chunks_are_refused(master, chunks):
     head = raw_request("POST", PACKAGES)[:-2] + b"Transfer-Encoding: chunked\r\n\r\n"
     answer = single_answer(master.send_raw(head + chunks))
@@ -147,13 +191,10 @@ def test_a_body_that_is_called_multipart_is_a_body_all_the_same(master):
     assert master.exchanges()[0]["contentType"] == kind["Content-Type"]
 
 
-def test_a_body_that_is_called_compressed_and_is_not_is_refused(master):
-    assert master.post("{}", headers={"Content-Encoding": "gzip"}).error[0] == 400
-
-
-def test_a_small_body_that_unpacks_to_more_than_16_mib_is_refused(master):
-    bomb = zlib.compress(b" " * (LIMIT + 1), 9)
-    assert master.post(bomb, headers={"Content-Encoding": "deflate"}).error == (413, UNUSABLE)
+@pytest.mark.parametrize("encoding", ["gzip", "deflate", "br", "identity", ""])
+def test_a_body_with_a_content_encoding_is_refused(master, encoding):
+    body = zlib.compress(json.dumps(creation_body("a.sja")).encode())
+    assert master.post(body, headers={"Content-Encoding": encoding}).error == (415, NOT_UNDERSTOOD)
 
 
 def test_a_creation_without_any_body_is_answered_at_once(master):
@@ -212,7 +253,7 @@ def test_an_http_1_0_client_gets_a_long_list_without_chunks(master):
 
 
 def test_a_client_that_falls_silent_is_dropped(idle_master):
-    idle_master.start("--patience", "1")
+    idle_master.start("--timeout", "1")
     with socket.create_connection(("localhost", idle_master.port), timeout=PATIENCE) as silent:
         assert silent.recv(1) == b""
     for beginning in (b"", b"GET /", raw_request("GET", PACKAGES)[:-2]):
@@ -222,6 +263,7 @@ def test_a_client_that_falls_silent_is_dropped(idle_master):
     assert idle_master.exchanges() == []
 
 
-def test_an_unreadable_range_is_refused_in_json(master):
-    head = raw_request("GET", PACKAGES)[:-2] + b"Range: bytes=x-y\r\nConnection: close\r\n\r\n"
-    assert single_answer(master.send_raw(head)).error == (416, NOT_UNDERSTOOD)
+@pytest.mark.parametrize("ranges", ["bytes=0-3", "bytes=0-1,4-5", "bytes=x-y"])
+def test_a_range_is_ignored(master, ranges):
+    reply = master.get(headers={"Range": ranges})
+    assert (reply.status, reply.body) == (200, b'{"data": []}')

@@ -287,12 +287,6 @@ def test_answers_are_never_compressed(master):
     assert reply.body == b'{"data": []}'
 
 
-@pytest.mark.parametrize("ranges", ["bytes=0-3", "bytes=0-1,4-5"])
-def test_answers_are_always_whole(master, ranges):
-    reply = master.get(headers={"Range": ranges})
-    assert (reply.status, reply.body, reply.headers["content-type"]) == (200, b'{"data": []}', MEDIA_TYPE)
-
-
 def test_a_failing_database_is_answered_with_an_error_body_and_reported(master):
     master.register(NAME)
     with sqlite3.connect(master.database) as database:

@@ -19,7 +19,6 @@ from world import (
     read_slowly_begun,
     send,
     slow_client,
-    sockets_of,
 )
 
 
@@ -170,13 +169,13 @@ def test_a_slow_reader_gets_what_stays_of_the_list_and_holds_up_nobody(master):
 
 
 def test_a_client_that_stops_reading_is_dropped(idle_master):
-    idle_master.start("--patience", "1")
-    alone = sockets_of(idle_master)
+    idle_master.start("--timeout", "1")
+    alone = idle_master.sockets()
     idle_master.register_many(1000, name="{}.sja", items=LONG_ITEMS)
     with slow_client(idle_master) as client:
         client.sendall(raw_request("GET", PACKAGES))
         beginning = client.recv(1000)
-        await_that(lambda: sockets_of(idle_master) == alone, "the client is dropped")
+        await_that(lambda: idle_master.sockets() == alone, "the client is dropped")
         assert chunked_body(beginning + read_slowly_begun(client)) is None
 
 

@@ -20,10 +20,10 @@ def install_catalog(tree):
     """Compiles a catalog source and installs it for a locale."""
 
     def install(locale, source):
-        folder = tree / "quorvelle/msg" / locale
-        folder.mkdir(parents=True, exist_ok=True)
-        subprocess.run(["gencat", folder / "qvrepo.cat", "-"], input=source.encode(), check=True)
-        return folder / "qvrepo.cat"
+        directory = tree / "quorvelle/msg" / locale
+        directory.mkdir(parents=True, exist_ok=True)
+        subprocess.run(["gencat", directory / "qvrepo.cat", "-"], input=source.encode(), check=True)
+        return directory / "qvrepo.cat"
 
     return install
 

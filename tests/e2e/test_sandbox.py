@@ -1,4 +1,4 @@
-"""scripts/sandbox: a master server of one's own, from the command line."""
+"""scripts/sandbox: a private master server, from the command line."""
 
 import shutil
 import subprocess
@@ -11,24 +11,24 @@ QVREPO = '"$QV_BIN"/qvrepo'
 EMPTY = "0 deployment packages in the repository.\n"
 
 
-def sandbox(*words, **how):
-    done = subprocess.run([SANDBOX, *words], capture_output=True, text=True, check=False, **how)
+def sandbox(*arguments, **how):
+    done = subprocess.run([SANDBOX, *arguments], capture_output=True, text=True, check=False, **how)
     return done.stdout, done.stderr, done.returncode
 
 
 @pytest.fixture
 def kept(template_tree, tmp_path):
-    """kept(*words) runs a command in a sandbox on a kept tree, whose keys are made already: making them takes long."""
+    """kept(*arguments) runs a command in a sandbox on a kept tree, whose keys are made already: making them takes long."""
     shutil.copytree(template_tree, tmp_path / "root")
 
-    def run(*words, **how):
-        return sandbox("--keep", tmp_path / "root", *words, **how)
+    def run(*arguments, **how):
+        return sandbox("--keep", tmp_path / "root", *arguments, **how)
 
     run.root = tmp_path / "root"
     return run
 
 
-def test_a_sandbox_has_all_that_a_master_server_needs_and_leaves_nothing_behind():
+def test_a_sandbox_has_all_that_a_master_server_needs_and_leaves_nothing():
     listing = (
         "id -u && cd /usr/ormex && ls quorvelle quorvelle/tls var/global/dunmarel publisher && "
         "stat -c %a publisher/signing.key quorvelle/tls/*.key && ls -d quorvelle/logs/qvrepo && "
@@ -69,19 +69,19 @@ def test_sandboxes_run_side_by_side(template_tree, tmp_path):
     runs = []
     for name in ("one", "two", "three"):
         shutil.copytree(template_tree, tmp_path / name)
-        words = [SANDBOX, "--keep", tmp_path / name, "sh", "-c", f"{QVREPO} -list"]
-        runs.append(subprocess.Popen(words, stdout=subprocess.PIPE, text=True))
+        command = [SANDBOX, "--keep", tmp_path / name, "sh", "-c", f"{QVREPO} -list"]
+        runs.append(subprocess.Popen(command, stdout=subprocess.PIPE, text=True))
     assert {run.communicate()[0] for run in runs} == {EMPTY}
 
 
 def test_the_service_is_stopped_in_good_order_with_the_sandbox(kept):
     kept("sh", "-c", f"{QVREPO} -list")
-    assert not (kept.root / "qvmaster.db-wal").exists(), "a service that was killed leaves this behind"
+    assert not (kept.root / "qvmaster.db-wal").exists(), "a service that was killed leaves this"
 
 
-@pytest.mark.parametrize("words", [[], ["--bogus", "true"], ["--keep"]])
-def test_wrong_words_print_the_usage(words):
-    stdout, stderr, status = sandbox(*words)
+@pytest.mark.parametrize("arguments", [[], ["--bogus", "true"], ["--keep"]])
+def test_wrong_arguments_print_the_usage(arguments):
+    stdout, stderr, status = sandbox(*arguments)
     assert (stdout, status) == ("", 2)
     assert "Usage: scripts/sandbox" in stderr
 

@@ -1,7 +1,6 @@
 """Ctrl-C, a lost terminal, a stopped session, a reader that went away, a limit on file sizes: an add is complete or takes
 itself back, a deletion is completed."""
 
-import json
 import os
 import pty
 import resource
@@ -10,26 +9,24 @@ import subprocess
 import time
 
 import pytest
-from packages import INNER, SIGNING_KEY, SINGLE, make_bundle, make_single
+from hostile_answers import GOOD_PACKAGE
+from packages import INNER, SIGNING_KEY, SINGLE, make_single
 from scripted_service import ScriptedService, answer
-from world import PACKAGES, PATIENCE, PROGRAMS, REPOSITORY, ROOT
+from test_add import ADDING
+from test_delete import PROMPT, bundle  # noqa: F401 (a fixture)
+from world import PACKAGES, PATIENCE, PROGRAMS, ROOT, await_that
 
-ADDING = "Adding package to the repository. This may take a few minutes...\n"
-PROMPT = "qvrepo: delete package ID 1 [y/n]? (n) "
 ENDINGS = [signal.SIGINT, signal.SIGTERM, signal.SIGHUP]
-POST, TAKEN_BACK = f"POST {PACKAGES} HTTP/1.1", f"DELETE {PACKAGES}/12 HTTP/1.1"
-REGISTERED = answer(201, json.dumps({"data": {"id": "12", "attributes": {
-    "packageName": "x", "packageFileName": SINGLE, "packageItemFilePaths": [f"{REPOSITORY}/{SINGLE}"],
-    "packageType": "qvclient", "os": "redhat_x64", "version": "8.3", "size": 1, "createdDateTimeUTC": "",
-    "lastModifiedDateTimeUTC": "", "lastValidatedUTC": ""}}}))
+POST, TAKEN_BACK = f"POST {PACKAGES} HTTP/1.1", f"DELETE {PACKAGES}/7 HTTP/1.1"
+REGISTERED = answer(201, GOOD_PACKAGE)
 GONE = answer(404, '{"errorCode": 227, "errorMessage": "gone"}')
 
-# Bytes, fewer than the packages have that meet this limit.
+# Bytes, fewer than the packages of these tests have.
 LITTLE = 100_000
 
 
-def begin(*words, **how):
-    return subprocess.Popen([PROGRAMS / "qvrepo", *words], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+def begin(*arguments, **how):
+    return subprocess.Popen([PROGRAMS / "qvrepo", *arguments], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                             stderr=subprocess.PIPE, text=True, **how)
 
 
@@ -37,13 +34,6 @@ def ending(process, stdin=""):
     with process:
         stdout, stderr = process.communicate(stdin, PATIENCE)
     return stdout, stderr, process.returncode
-
-
-def wait_for(state, what):
-    deadline = time.monotonic() + PATIENCE
-    while not state():
-        assert time.monotonic() < deadline, what
-        time.sleep(0.01)
 
 
 def requests_of(service):
@@ -67,7 +57,7 @@ def test_an_add_ended_during_its_registration_takes_it_back(tree, repository, tm
 def test_a_second_signal_ends_an_add_whose_service_does_not_answer(tree, tmp_path):
     with ScriptedService(lambda connection: connection.recv(1)) as service:
         process = begin("-add", make_single(tmp_path))
-        wait_for(lambda: service.requests, "the registration did not come")
+        await_that(lambda: service.requests, "the registration")
         process.send_signal(signal.SIGINT)
         with pytest.raises(subprocess.TimeoutExpired):
             process.wait(0.5)
@@ -101,7 +91,7 @@ def test_an_add_whose_terminal_is_lost_takes_its_registration_back(tree, reposit
         if shell == 0:
             os.execlp("bash", "bash", "--norc", "-i")
         os.write(terminal, f"'{PROGRAMS}/qvrepo' -add '{package}'\n".encode())
-        wait_for(lambda: len(service.requests) == 2, "the registration was not taken back")
+        await_that(lambda: len(service.requests) == 2, "the registration is taken back")
         os.waitpid(shell, 0)
         assert requests_of(service) == [POST, TAKEN_BACK]
     assert repository() == []
@@ -116,13 +106,6 @@ def test_an_add_whose_output_nobody_reads_any_more_is_completed(tree, repository
         process = begin("-add", make_single(tmp_path))
         assert process.wait(PATIENCE) == 0
     assert repository() == [SINGLE]
-
-
-@pytest.fixture
-def bundle(qvrepo, master, tmp_path):
-    """Package 1, a bundle of two files, in the repository."""
-    assert qvrepo("-add", make_bundle(tmp_path)).status == 0
-    return master
 
 
 @pytest.mark.parametrize("kind", ENDINGS)

@@ -19,18 +19,18 @@ def configure(tree, text):
     (tree / "quorvelle/master.json").write_text(text)
 
 
-@pytest.mark.parametrize("words", COMMANDS)
-def test_only_an_administrator_may_run_a_command(tree, log_records, words):
-    # Nobody: a namespace of its own in which no user is root.
-    run = subprocess.run(["unshare", "--user", PROGRAMS / "qvrepo", *words], capture_output=True, text=True, check=False)
+@pytest.mark.parametrize("arguments", COMMANDS)
+def test_only_an_administrator_may_run_a_command(tree, log_records, arguments):
+    # In a user namespace of its own no user is root.
+    run = subprocess.run(["unshare", "--user", PROGRAMS / "qvrepo", *arguments], capture_output=True, text=True, check=False)
     assert (run.stdout, run.stderr, run.returncode) == NOT_ADMINISTRATOR
     assert log_records() == []
 
 
-@pytest.mark.parametrize("words", COMMANDS)
-def test_without_a_configuration_no_command_runs(qvrepo, tree, log_records, words):
+@pytest.mark.parametrize("arguments", COMMANDS)
+def test_without_a_configuration_no_command_runs(qvrepo, tree, log_records, arguments):
     (tree / "quorvelle/master.json").unlink()
-    assert qvrepo(*words) == NO_CONFIGURATION
+    assert qvrepo(*arguments) == NO_CONFIGURATION
     assert log_records() == [(4, "main", "qvrepo exit status: [110]")]
 
 
@@ -67,7 +67,7 @@ def test_on_another_machine_no_command_runs(qvrepo, tree, log_records, name):
 
 
 @pytest.mark.parametrize("name", ["master.example.com", "MASTER.Example.COM", "localhost", "127.0.0.1", "::1"])
-def test_the_master_server_is_known_by_name_alias_and_address(qvrepo, tree, master, name):
+def test_the_master_server_is_recognized_by_name_alias_and_address(qvrepo, tree, master, name):
     configure(tree, json.dumps({"servers": [name, "other.example.com"], "further": 1}))
     assert qvrepo("-list") == ("0 deployment packages in the repository.\n", "", 0)
     assert master.requests() == [("GET", PACKAGES)]
@@ -75,19 +75,19 @@ def test_the_master_server_is_known_by_name_alias_and_address(qvrepo, tree, mast
 
 def test_a_missing_repository_directory_is_found_before_any_request(qvrepo, tree, master, log_records):
     (tree / "var/global/repo").rmdir()
-    for words, function in [(["-list"], "listPackagesCmd"), (["-pkgDetails", "abc"], "getPackageDetailsCmd"),
+    for arguments, function in [(["-list"], "listPackagesCmd"), (["-pkgDetails", "abc"], "getPackageDetailsCmd"),
                             (["-delete", "abc"], "deletePackageCmd")]:
-        assert qvrepo(*words) == ("", "Error: Package repository location does not exist.\n", 7217 & 0xFF)
+        assert qvrepo(*arguments) == ("", "Error: Package repository location does not exist.\n", 7217 & 0xFF)
         assert log_records()[-3:] == [
             (16, function, "Package repository location does not exist: [/usr/ormex/var/global/repo]."),
             (16, "main", "Package repository location does not exist."),
             (4, "main", "qvrepo exit status: [7217]")]
     assert master.requests() == []
-    # The space cannot be queried then, which is not even logged.
+    # The space cannot be queried then, and no record says so.
     assert not any("volume hosting" in text for _, _, text in log_records())
 
 
-def test_start_up_tells_space_and_master_server_in_the_log(qvrepo, master, log_records):
+def test_start_up_logs_the_free_space_and_the_master_server(qvrepo, master, log_records):
     qvrepo("-list")
     space, initialized = log_records()[:2]
     assert re.fullmatch(
@@ -130,7 +130,7 @@ def test_less_than_one_percent_free_refuses_to_run(qvrepo, master, small_volume,
     assert master.requests() == []
 
 
-def test_without_the_log_folder_nothing_is_logged_and_all_else_is_the_same(qvrepo, master, tree):
+def test_without_the_log_directory_nothing_is_logged_and_all_else_is_the_same(qvrepo, master, tree):
     master.register("a.sja")
     with_log = qvrepo("-list")
     for file in (tree / "quorvelle/logs/qvrepo").iterdir():

@@ -3,22 +3,22 @@
 import subprocess
 
 import pytest
+from test_startup import NOT_ADMINISTRATOR
 from world import PROGRAMS, ROOT
 
 COMMANDS = [["-list"], ["-pkgDetails", "1"], ["-delete", "1"]]
 NO_REPOSITORY = ("", "Error: Package repository location does not exist.\n", 7217 & 0xFF)
-NOT_ADMINISTRATOR = ("", "Error: must be administrator.\n", 132)
 
 
-def run(program, *words):
-    done = subprocess.run([PROGRAMS / "swapped" / program, *words], capture_output=True, text=True, check=False)
+def run(program, *arguments):
+    done = subprocess.run([PROGRAMS / "swapped" / program, *arguments], capture_output=True, text=True, check=False)
     return done.stdout, done.stderr, done.returncode
 
 
-@pytest.mark.parametrize("words", COMMANDS)
-def test_where_no_path_exists_a_command_finds_no_repository_though_it_is_there(words):
+@pytest.mark.parametrize("arguments", COMMANDS)
+def test_where_no_path_exists_a_command_finds_no_repository_though_it_is_there(arguments):
     assert (ROOT / "var/global/repo").is_dir()
-    assert run("qvrepo_without_repository", *words) == NO_REPOSITORY
+    assert run("qvrepo_without_repository", *arguments) == NO_REPOSITORY
 
 
 def test_where_no_path_exists_the_file_to_add_is_missing(tmp_path):
@@ -27,12 +27,12 @@ def test_where_no_path_exists_the_file_to_add_is_missing(tmp_path):
         "", "Error: A required file or directory was not found. Input file path does not exist.\n", 7225 & 0xFF)
 
 
-@pytest.mark.parametrize("words", [*COMMANDS, ["-add", "/tmp/a.sja"]])
-def test_where_nobody_is_administrator_no_command_goes_on(words):
-    assert run("qvrepo_without_administrator", *words) == NOT_ADMINISTRATOR
+@pytest.mark.parametrize("arguments", [*COMMANDS, ["-add", "/tmp/a.sja"]])
+def test_where_nobody_is_administrator_no_command_runs(arguments):
+    assert run("qvrepo_without_administrator", *arguments) == NOT_ADMINISTRATOR
 
 
-@pytest.mark.parametrize("words", [["-list", "x"], ["-pkgDetails"], ["-delete"], ["-add"]])
-def test_where_nobody_is_administrator_wrong_words_are_still_told_first(words):
-    stdout, stderr, status = run("qvrepo_without_administrator", *words)
+@pytest.mark.parametrize("arguments", [["-list", "x"], ["-pkgDetails"], ["-delete"], ["-add"]])
+def test_where_nobody_is_administrator_wrong_arguments_are_still_reported_first(arguments):
+    stdout, stderr, status = run("qvrepo_without_administrator", *arguments)
     assert stdout.startswith("\nUsage: ") and (stderr, status) == ("Error: invalid command parameter\n", 20)

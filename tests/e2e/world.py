@@ -66,7 +66,7 @@ class Reply(NamedTuple):
 
     @property
     def error(self):
-        """The error code of an error body that is complete, besides the status: (404, 227)."""
+        """The error code of an error body that is complete, with the status: (404, 227)."""
         body = self.json
         assert sorted(body) == ["errorCode", "errorMessage"], body
         assert isinstance(body["errorMessage"], str) and body["errorMessage"], body
@@ -81,11 +81,11 @@ class Outcome(NamedTuple):
     status: int
 
 
-def client_context(certificate="host", folder=TLS):
+def client_context(certificate="host", directory=TLS):
     """TLS as an honest client sets it up; `certificate` names NAME.pem and NAME.key, or is None for none."""
     context = ssl.create_default_context(cafile=TLS / "ca.pem")
     if certificate is not None:
-        context.load_cert_chain(Path(folder) / f"{certificate}.pem", Path(folder) / f"{certificate}.key")
+        context.load_cert_chain(Path(directory) / f"{certificate}.pem", Path(directory) / f"{certificate}.key")
     return context
 
 
@@ -132,14 +132,14 @@ class Master:
 
     # The service as a process
 
-    def start(self, *words, under=()):
-        """Starts the service, with further words of its command line, and returns the line that it prints. `under`
+    def start(self, *arguments, under=()):
+        """Starts the service, with further options, and returns the line that it prints. `under`
         names a program, with its arguments, that becomes the service."""
         assert self.process is None, "qvmaster runs already"
         standard = ["--db", self.database, "--tls", TLS, "--access-log", self.access_log]
         with open(self.errors, "ab") as errors:
             self.process = subprocess.Popen(
-                [*under, PROGRAMS / "qvmaster", *standard, *words], stdout=subprocess.PIPE, stderr=errors, text=True
+                [*under, PROGRAMS / "qvmaster", *standard, *arguments], stdout=subprocess.PIPE, stderr=errors, text=True
             )
         line = self.process.stdout.readline()
         if not line:
@@ -174,6 +174,22 @@ class Master:
         """The lines on its standard error so far; who reads them answers for them."""
         self._problems_read = True
         return self.errors.read_text().splitlines()
+
+    def await_problems(self, count=1):
+        """The lines on its standard error, once there are `count`."""
+        await_that(lambda: len(self.problems()) >= count, f"{count} lines on standard error")
+        return self.problems()
+
+    def sockets(self):
+        """How many sockets the service has open."""
+        directory = Path(f"/proc/{self.process.pid}/fd")
+        count = 0
+        for entry in directory.iterdir():
+            try:
+                count += os.readlink(entry).startswith("socket:")
+            except FileNotFoundError:  # closed meanwhile
+                pass
+        return count
 
     def finish(self):
         """Stops the service after a test and checks that it went well."""
@@ -264,9 +280,9 @@ class Master:
         return packages
 
 
-def run_qvmaster(*words):
-    """Runs qvmaster with exactly these words to its end, which it must come to by itself."""
-    run = subprocess.run([PROGRAMS / "qvmaster", *words], capture_output=True, text=True, timeout=PATIENCE)
+def run_qvmaster(*arguments):
+    """Runs qvmaster with exactly these arguments to its end, which it must come to by itself."""
+    run = subprocess.run([PROGRAMS / "qvmaster", *arguments], capture_output=True, text=True, timeout=PATIENCE)
     return Outcome(run.stdout, run.stderr, run.returncode)
 
 
@@ -348,18 +364,6 @@ def read_slowly_begun(connection):
     return read_to_end(connection)
 
 
-def sockets_of(master):
-    """How many sockets the service has open."""
-    directory = f"/proc/{master.process.pid}/fd"
-    count = 0
-    for entry in os.listdir(directory):
-        try:
-            count += os.readlink(f"{directory}/{entry}").startswith("socket:")
-        except FileNotFoundError:  # closed meanwhile
-            pass
-    return count
-
-
 def chunked_body(answer):
     """The body of an answer, given as bytes, that came in chunks; None when it breaks off."""
     head, _, rest = answer.partition(b"\r\n\r\n")
@@ -376,19 +380,19 @@ def chunked_body(answer):
         position = end + 2 + size + 2
 
 
-def run_qvrepo(*words, stdin=None, env=None, under=(), patience=PATIENCE):
-    """Runs qvrepo with `words`, `stdin` (text; nothing without it) and variables `env` in an otherwise plain
+def run_qvrepo(*arguments, stdin=None, env=None, under=(), timeout=PATIENCE, program="qvrepo"):
+    """Runs qvrepo, or another program, with `arguments`, `stdin` (text; nothing without it) and variables `env` in an otherwise plain
     environment. Bytes that are not UTF-8 stand in the outcome as Python's surrogate escapes. `under` is a command that
-    runs it, `patience` the seconds within which it has to end."""
+    runs it, `timeout` the seconds within which it has to end."""
     plain = {name: value for name, value in os.environ.items() if not name.startswith(("LC_", "LANG"))}
     run = subprocess.run(
-        [*under, PROGRAMS / "qvrepo", *words],
+        [*under, PROGRAMS / program, *arguments],
         input=stdin or "",
         env={**plain, **(env or {})},
         capture_output=True,
         encoding="utf-8",
         errors="surrogateescape",
-        timeout=patience,
+        timeout=timeout,
     )
     return Outcome(run.stdout, run.stderr, run.returncode)
 
@@ -397,12 +401,12 @@ def run_qvrepo(*words, stdin=None, env=None, under=(), patience=PATIENCE):
 INSTRUMENTED = any(mark in (PROGRAMS / "qvrepo").read_bytes() for mark in (b"__asan_init", b"exec valgrind"))
 
 
-def run_measured(*words, **how):
+def run_measured(*arguments, **how):
     """run_qvrepo, and the most memory that the program held at once, in MB (0 for an instrumented one)."""
     with tempfile.NamedTemporaryFile("r") as report:
         # time(1) is small enough not to count itself, which a Python parent is not.
         under = ["/usr/bin/time", "-f", "%M", "-o", report.name]
-        outcome = run_qvrepo(*words, under=under, **how)
+        outcome = run_qvrepo(*arguments, under=under, **how)
         return outcome, 0 if INSTRUMENTED else int(report.read().split()[-1]) / 1024
 
 
@@ -410,7 +414,7 @@ LOG_RECORD = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z \[\d+\] <(\d+)>
 
 
 def read_log_records():
-    """The records of qvrepo's debug log so far, as (level, function, text); a line that is no record fails."""
+    """The records of qvrepo's debug log so far, as (level, function, text); a line that is not a record fails."""
     records = []
     for file in sorted((ROOT / "quorvelle/logs/qvrepo").glob("*.log")):
         for line in file.read_text(encoding="utf-8", errors="surrogateescape").split("\n")[:-1]:

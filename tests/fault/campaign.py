@@ -1,4 +1,4 @@
-"""Runs a scenario under many faults, one after another, and keeps count of what came out."""
+"""Runs a scenario under many faults, one after another, and counts the results."""
 
 import itertools
 import json
@@ -12,7 +12,7 @@ import injector
 from injector import Fault
 from scenarios import AddPackage, DeletePackage, MakeArchive
 
-# How the scenarios are called, and how they are made of (master, folder, report).
+# The names of the scenarios, and how each is made of (master, directory, report).
 SCENARIOS = {
     "add a single package": lambda *world: AddPackage(*world),
     "add a single package over an earlier file": lambda *world: AddPackage(*world, earlier=True),
@@ -20,7 +20,7 @@ SCENARIOS = {
     "add a bundle over earlier files": lambda *world: AddPackage(*world, bundle=True, earlier=True),
     "add a bundle over earlier files without nameless files": lambda *world: AddPackage(
         *world, bundle=True, earlier=True, refuse_nameless=True),
-    "delete a bundle": lambda master, folder, report: DeletePackage(master, report),
+    "delete a bundle": lambda master, directory, report: DeletePackage(master, report),
     "create an archive": lambda master, *place: MakeArchive(*place),
     "create an archive over an earlier one": lambda master, *place: MakeArchive(*place, earlier=True),
     "sign an archive": lambda master, *place: MakeArchive(*place, sign=True),
@@ -63,8 +63,8 @@ def each_error_once(calls):
 
 
 class Campaign:
-    """What came out of the faults so far: `outcomes` counts (how the run ended, what was left), `calls` the calls that
-    were hit, `complaints` what should not be."""
+    """The results of the faults so far: `outcomes` counts (how the run ended, what was left), `hit` the calls that were
+    hit, `complaints` what must not be."""
 
     def __init__(self, scenario):
         self.scenario = scenario
@@ -73,9 +73,9 @@ class Campaign:
         self.hit = Counter()
         self.complaints = []
 
-    def suffer(self, fault):
-        """One point: the run under the fault, its judgement, and the run after it. False where the program does not
-        get to the call any more."""
+    def inject(self, fault):
+        """One point: the run under the fault, its judgement, and the run after it. False where the program no
+        longer reaches the call."""
         self.scenario.reset()
         run = self.scenario.run(fault)
         if not run.reached:
@@ -88,11 +88,11 @@ class Campaign:
         self.hit[fault.name] += 1
         return True
 
-    def suffer_all(self, faults):
+    def inject_all(self, faults):
         for fault in faults:
-            self.suffer(fault)
+            self.inject(fault)
 
-    def suffer_everywhere(self, errors_of):
+    def inject_everywhere(self, errors_of):
         """Every call of the program's own work, up to the end of the run, with each error of errors_of(call name)."""
         skipped = {(call.name, call.number) for call in self.calls if cannot_fail(call)}
         for name, first in injector.first_numbers(self.calls).items():
@@ -100,25 +100,25 @@ class Campaign:
                 for number in itertools.count(first):
                     if error and (name, number) in skipped:
                         continue
-                    if not self.suffer(Fault(name, number, error)):
+                    if not self.inject(Fault(name, number, error)):
                         break
 
-    def suffer_in_look_up(self, errors_of):
+    def inject_in_lookup(self, errors_of):
         """The same for the thread that looks up the master's name, as far as files are concerned."""
         for name in ("openat", "newfstatat", "read", "lseek", "close"):
             for error in errors_of(name):
                 for number in itertools.count(1):
-                    if not self.suffer(Fault(name, number, error, tuple(injector.RESOLVER_FILES))):
+                    if not self.inject(Fault(name, number, error, tuple(injector.RESOLVER_FILES))):
                         break
 
     def finish(self, title):
-        """Leaves the counts in the build folder, prints them, and fails where there are complaints."""
+        """Leaves the counts in the build directory, prints them, and fails where there are complaints."""
         points = sum(self.outcomes.values())
         counts = {"title": title, "points": points, "outcomes": dict(self.outcomes), "calls": dict(self.hit),
                   "complaints": self.complaints}
-        folder = Path(os.environ.get("QV_FAULT_RESULTS", PROGRAMS.parent / "faults"))
-        folder.mkdir(parents=True, exist_ok=True)
-        (folder / f"{title}.json").write_text(json.dumps(counts, indent=1, sort_keys=True) + "\n")
+        directory = Path(os.environ.get("QV_FAULT_RESULTS", PROGRAMS.parent / "faults"))
+        directory.mkdir(parents=True, exist_ok=True)
+        (directory / f"{title}.json").write_text(json.dumps(counts, indent=1, sort_keys=True) + "\n")
         print(f"{title}: {points} points")
         for outcome, count in sorted(self.outcomes.items()):
             print(f"  {count:5} {outcome}")

@@ -93,18 +93,18 @@ class Run(NamedTuple):
     call: str
 
 
-def strace_words(fault, report):
-    words = ["strace", "-qq", "-y", "-o", report, "-e", f"trace={fault.name}"]
+def injection(fault, report):
+    command = ["strace", "-qq", "-y", "-o", report, "-e", f"trace={fault.name}"]
     if fault.files:
-        words += ["-f", *(word for file in fault.files for word in ("-P", file))]
+        command += ["-f", *(option for file in fault.files for option in ("-P", file))]
     action = f"error={fault.error}" if fault.error else f"signal={fault.signal}"
-    return [*words, "-e", f"inject={fault.name}:{action}:when={fault.number}"]
+    return [*command, "-e", f"inject={fault.name}:{action}:when={fault.number}"]
 
 
-def begin(words, refuse_nameless=False):
+def begin(command, refuse_nameless=False):
     plain = {name: value for name, value in os.environ.items() if not name.startswith(("LC_", "LANG"))}
     return subprocess.Popen(
-        words, env=plain, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+        command, env=plain, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
         start_new_session=True, preexec_fn=refuse_nameless_files if refuse_nameless else None)
 
 
@@ -113,33 +113,33 @@ def finish(process, stdin=""):
         try:
             stdout, stderr = process.communicate(stdin, PATIENCE)
         except BaseException:
-            # strace alone would leave the program behind.
+            # Ending strace alone would leave the program running.
             os.killpg(process.pid, signal.SIGKILL)
             raise
     return subprocess.CompletedProcess(process.args, process.returncode, stdout, stderr)
 
 
-def execute(words, stdin, refuse_nameless):
-    return finish(begin(words, refuse_nameless), stdin)
+def execute(command, stdin, refuse_nameless):
+    return finish(begin(command, refuse_nameless), stdin)
 
 
-def run(words, report, fault=None, stdin="", refuse_nameless=False):
+def run(command, report, fault=None, stdin="", refuse_nameless=False):
     """Runs a program to its end, under `fault` where one is given; strace writes to the file `report`. It returns only
-    when nobody has the program's output open any more, a child of it neither."""
+    when no process, not even a child, has the program's output open any more."""
     if fault is None:
-        ended = execute(words, stdin, refuse_nameless)
+        ended = execute(command, stdin, refuse_nameless)
         return Run(ended.stdout, ended.stderr, ended.returncode, False, "")
-    ended = execute([*strace_words(fault, report), *words], stdin, refuse_nameless)
+    ended = execute([*injection(fault, report), *command], stdin, refuse_nameless)
     hit = [line for line in report.read_text(errors="replace").splitlines() if "(INJECTED)" in line]
     killed = fault.is_kill and ended.returncode == -signal.SIGKILL
     signaled = f"--- SIG{fault.signal} " in report.read_text(errors="replace")
     return Run(ended.stdout, ended.stderr, ended.returncode, killed or signaled or bool(hit), hit[0] if hit else "")
 
 
-def run_with_a_stop(words, report, call, action):
+def run_with_a_stop(command, report, call, action):
     """Runs a program, stops it when it has made `call`, does `action`, and lets it go on to its end."""
     process = begin(["strace", "-qq", "-o", report, "-e", f"trace={call.name}",
-                     "-e", f"inject={call.name}:signal=STOP:when={call.number}", *words])
+                     "-e", f"inject={call.name}:signal=STOP:when={call.number}", *command])
     try:
         deadline = time.monotonic() + PATIENCE
         while not (report.exists() and "stopped by SIGSTOP" in report.read_text(errors="replace")):
@@ -154,10 +154,10 @@ def run_with_a_stop(words, report, call, action):
     return Run(ended.stdout, ended.stderr, ended.returncode, True, "")
 
 
-def trace(words, report, stdin="", refuse_nameless=False):
+def trace(command, report, stdin="", refuse_nameless=False):
     """The calls of the first thread of an undisturbed run, from the first one that is the program's own work on: the
     last thing that the loader does is to unmap the list of libraries."""
-    ended = execute(["strace", "-qq", "-y", "-s", "64", "-o", report, *words], stdin, refuse_nameless)
+    ended = execute(["strace", "-qq", "-y", "-s", "64", "-o", report, *command], stdin, refuse_nameless)
     assert ended.returncode == 0, ended
     calls, seen, loaded = [], {}, False
     for line in report.read_text(errors="replace").splitlines():

@@ -12,12 +12,12 @@ FAILING = ["add a bundle", "delete a bundle", "sign an archive"]
 @pytest.mark.parametrize("name", KILLED)
 def test_a_kill_at_a_call_that_changes_something_leaves_whole_files_only(master, tmp_path, report, name):
     campaign = Campaign(SCENARIOS[name](master, tmp_path, report))
-    campaign.suffer_all(kills_at_changing_calls(campaign.calls))
+    campaign.inject_all(kills_at_changing_calls(campaign.calls))
     campaign.finish(f"{name}, part of the kills")
 
 
 @pytest.mark.parametrize("name", FAILING)
-def test_an_error_of_each_kind_is_told_and_leaves_whole_files_only(master, tmp_path, report, name):
+def test_an_error_of_each_kind_is_reported_and_leaves_whole_files_only(master, tmp_path, report, name):
     campaign = Campaign(SCENARIOS[name](master, tmp_path, report))
-    campaign.suffer_all(each_error_once(campaign.calls))
+    campaign.inject_all(each_error_once(campaign.calls))
     campaign.finish(f"{name}, part of the errors")

@@ -1,5 +1,5 @@
 """Adding to repositories on disks that are full, become full or read-only meanwhile, have no inodes, keep a reserve, or
-lose what was written: what is told, what the service is asked, and what is left.
+lose what was written: what is reported, what the service is asked, and what is left.
 
 Volumes of their own file system come from tests/fault/with-volumes; the others are made here.
 """
@@ -22,11 +22,11 @@ real_volumes = pytest.mark.skipif("QV_VOLUMES" not in os.environ,
 
 
 class Volume:
-    """A file system mounted over the repository; `folder` is where it lies besides."""
+    """A file system mounted over the repository; `directory` is where it is mounted as well."""
 
-    def __init__(self, folder=None, options=""):
-        self.folder = folder
-        source = ["--bind", folder / "repo"] if folder else ["-t", "tmpfs", "-o", options, "volume"]
+    def __init__(self, directory=None, options=""):
+        self.directory = directory
+        source = ["--bind", directory / "repo"] if directory else ["-t", "tmpfs", "-o", options, "volume"]
         subprocess.run(["mount", *source, REPOSITORY], check=True)
 
     def remount(self, options):
@@ -56,8 +56,8 @@ class Volume:
                 file.unlink()
 
     def close(self):
-        if self.folder:
-            for file in [*(self.folder / "repo").iterdir(), *(self.folder / "packages").iterdir()]:
+        if self.directory:
+            for file in [*(self.directory / "repo").iterdir(), *(self.directory / "packages").iterdir()]:
                 file.unlink()
         subprocess.run(["umount", "-l", REPOSITORY], check=True)
 
@@ -80,8 +80,8 @@ def new_files():
     return sorted(file.name for file in REPOSITORY.iterdir() if not file.name.startswith(("taken", "filler")))
 
 
-def large_bundle(folder):
-    return make_bundle(folder, inner={INNER[0]: os.urandom(MIB), INNER[1]: os.urandom(MIB)})
+def large_bundle(directory):
+    return make_bundle(directory, inner={INNER[0]: os.urandom(MIB), INNER[1]: os.urandom(MIB)})
 
 
 MAKERS = pytest.mark.parametrize("make", [make_single, make_bundle])
@@ -135,8 +135,8 @@ def test_a_volume_that_others_fill_between_copy_and_extraction_refuses_the_extra
         master, volume, tmp_path, report, log_records):
     place = volume("size=16m")
     package = large_bundle(tmp_path)
-    words = [PROGRAMS / "qvrepo", "-add", package]
-    run = run_with_a_stop(words, report, before_extraction(words, report, master), place.fill)
+    command = [PROGRAMS / "qvrepo", "-add", package]
+    run = run_with_a_stop(command, report, before_extraction(command, report, master), place.fill)
     assert (run.stdout, run.stderr, run.status) == NOT_EXTRACTED
     assert new_files() == []
     assert contains_in_order(log_records(), [
@@ -145,18 +145,19 @@ def test_a_volume_that_others_fill_between_copy_and_extraction_refuses_the_extra
     assert master.packages() == []
 
 
-def before_extraction(words, report, master):
-    """The last call between copy and extraction of a bundle, from a run that is taken back again."""
-    calls = trace(words, report)
+def before_extraction(command, report, master):
+    """The last call between copy and extraction of a bundle, from a run that is undone again."""
+    calls = trace(command, report)
     opened = next(place for place, call in enumerate(calls)
                   if call.name == "openat" and TEMPORARY in call.text and "O_RDWR" in call.text)
-    assert calls[opened - 1].name == "write", "the log tells of the extraction before it begins"
+    unlocked = calls[opened - 1]
+    assert unlocked.name == "flock" and "/logs/qvrepo/" in unlocked.text, "the log tells of the extraction first"
     assert master.delete(master.packages()[0]["id"]).status == 204
     for file in REPOSITORY.iterdir():
         file.unlink()
     for log in (ROOT / "quorvelle/logs/qvrepo").iterdir():
         log.unlink()
-    return calls[opened - 1]
+    return unlocked
 
 
 def test_a_full_volume_keeps_the_archive_that_was_to_be_signed_or_made_anew(volume, tmp_path):
@@ -165,10 +166,10 @@ def test_a_full_volume_keeps_the_archive_that_was_to_be_signed_or_made_anew(volu
     archive = REPOSITORY / SINGLE
     subprocess.run([PROGRAMS / "sjapack", "create", archive, tmp_path / "payload"], check=True, capture_output=True)
     before = archive.read_bytes()
-    for words in (["sign", archive], ["create", archive, tmp_path / "payload"]):
-        run = execute([PROGRAMS / "sjapack", *words, "--key", SIGNING_KEY], "", False)
+    for arguments in (["sign", archive], ["create", archive, tmp_path / "payload"]):
+        run = execute([PROGRAMS / "sjapack", *arguments, "--key", SIGNING_KEY], "", False)
         assert (run.stdout, run.stderr, run.returncode) == (
-            "", f"sjapack: cannot write {archive}: No space left on device\n", 1), words
+            "", f"sjapack: cannot write {archive}: No space left on device\n", 1), arguments
         assert archive.read_bytes() == before
         assert new_files() == [SINGLE]
 
@@ -208,16 +209,16 @@ def test_a_disk_without_inodes_refuses_the_copy(qvrepo, master, volume, tmp_path
 
 
 @pytest.mark.parametrize("kind", ["single", "bundle"])
-def test_a_repository_that_becomes_read_only_after_the_registration_takes_it_back(
+def test_a_repository_that_becomes_read_only_after_the_registration_has_it_taken_back(
         master, volume, tmp_path, report, log_records, kind):
     place = volume("size=16m")
-    words = [PROGRAMS / "qvrepo", "-add", make_single(tmp_path) if kind == "single" else make_bundle(tmp_path)]
-    calls = trace(words, report)
+    command = [PROGRAMS / "qvrepo", "-add", make_single(tmp_path) if kind == "single" else make_bundle(tmp_path)]
+    calls = trace(command, report)
     measured = [call for call in calls if call.name == "statfs"][-1]
     assert master.delete(master.packages()[0]["id"]).status == 204
     for file in REPOSITORY.iterdir():
         file.unlink()
-    run = run_with_a_stop(words, report, measured, lambda: place.remount("ro"))
+    run = run_with_a_stop(command, report, measured, lambda: place.remount("ro"))
     assert (run.stdout, run.stderr, run.status) == NOT_COPIED
     assert new_files() == []
     assert master.packages() == []
@@ -228,8 +229,8 @@ def test_a_repository_that_becomes_read_only_before_the_extraction_keeps_the_tem
         qvrepo, master, volume, tmp_path, report, log_records):
     place = volume("size=16m")
     package = make_bundle(tmp_path)
-    words = [PROGRAMS / "qvrepo", "-add", package]
-    run = run_with_a_stop(words, report, before_extraction(words, report, master), lambda: place.remount("ro"))
+    command = [PROGRAMS / "qvrepo", "-add", package]
+    run = run_with_a_stop(command, report, before_extraction(command, report, master), lambda: place.remount("ro"))
     assert (run.stdout, run.stderr, run.status) == NOT_EXTRACTED
     assert new_files() == [TEMPORARY]
     assert (REPOSITORY / TEMPORARY).read_bytes() == package.read_bytes()
@@ -258,14 +259,14 @@ def test_a_deletion_from_a_read_only_repository_deletes_the_registration_and_lea
         (4, "deletePackageCmd", "Package ID 1 has been deleted from the repository.")]
 
 
-# Disks with ways of their own
+# Disks with peculiarities
 
 
 @real_volumes
 @pytest.mark.parametrize("kind", ["single", "bundle"])
 def test_a_package_on_the_repositorys_own_disk_is_copied_inside_the_kernel(master, volume, report, kind):
     place = volume(name="disk")
-    package = (make_single if kind == "single" else make_bundle)(place.folder / "packages")
+    package = (make_single if kind == "single" else make_bundle)(place.directory / "packages")
     before = package.read_bytes()
     calls = trace([PROGRAMS / "qvrepo", "-add", package], report)
     copies = [call.text for call in calls if call.name == "copy_file_range"]
@@ -286,7 +287,7 @@ def test_space_that_is_reserved_for_root_is_used(qvrepo, master, volume, tmp_pat
 
 @real_volumes
 @pytest.mark.parametrize("kind", ["single", "bundle"])
-def test_space_that_is_reserved_for_somebody_else_counts_as_free_and_is_missed_by_the_copy(
+def test_space_that_is_reserved_for_somebody_else_counts_as_free_but_the_copy_does_not_get_it(
         qvrepo, master, volume, tmp_path, log_records, kind):
     volume(name="other-reserve")
     data = os.urandom(5 * MIB)
@@ -299,9 +300,9 @@ def test_space_that_is_reserved_for_somebody_else_counts_as_free_and_is_missed_b
 
 @real_volumes
 @pytest.mark.parametrize("kind, name", [("single", "thin-1"), ("bundle", "thin-2")])
-def test_a_disk_that_cannot_keep_what_it_took_is_found_out_by_the_flush(
+def test_the_flush_finds_that_a_disk_cannot_keep_what_was_written(
         qvrepo, master, volume, tmp_path, log_records, kind, name):
-    # Writing succeeds, since the volume believes to have the space; only flushing meets the store's end.
+    # Writing succeeds, since the volume reports enough space; only the flush finds that the store is full.
     volume(name=name)
     data = os.urandom(5 * MIB)
     package = make_single(tmp_path, data=data) if kind == "single" else make_bundle(tmp_path, inner={INNER[0]: data})

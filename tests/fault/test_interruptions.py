@@ -13,7 +13,7 @@ def test_a_signal_leaves_a_package_and_its_files_or_neither(master, tmp_path, re
     campaign = Campaign(SCENARIOS[name](master, tmp_path, report))
     calls = [call for call in campaign.calls
              if call.name in (*CHANGING, "read") and any(stage in call.text for stage in STAGES)]
-    campaign.suffer_all(Fault(call.name, call.number, signal=("INT", "TERM", "HUP")[number % 3])
+    campaign.inject_all(Fault(call.name, call.number, signal=("INT", "TERM", "HUP")[number % 3])
                         for number, call in enumerate(calls))
     campaign.finish(f"{name}, signals")
 

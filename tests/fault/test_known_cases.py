@@ -1,5 +1,5 @@
-"""Single faults and what exactly comes of them: the cases in which something is left over, and those that went wrong
-once."""
+"""Single faults and their exact results: the cases in which something is left over, and those that once went
+wrong."""
 
 import re
 
@@ -7,11 +7,10 @@ import pytest
 from campaign import SCENARIOS
 from injector import Fault, run_with_a_stop
 from packages import BUNDLE, INNER, SINGLE
-from scenarios import ADDING, EARLIER, EXISTS, NOT_FOUND, digest, digests
+from scenarios import EARLIER, EXISTS, NOT_FOUND, digest, digests
+from test_add import ADDING, NOT_COPIED, NOT_EXTRACTED
 from world import PACKAGES, REPOSITORY
 
-NOT_COPIED = (ADDING, "Error: Failed to copy the specified file. Could not copy package to repository.\n", 7214 & 0xFF)
-NOT_EXTRACTED = (ADDING, "Error: The attempt to extract a package was unsuccessful.\n", 7252 & 0xFF)
 NOT_READABLE = (
     ADDING, "Error: Input package file verification failed. Failed to stat Dunmarel package.\n", 7215 & 0xFF)
 NO_SUCH_PACKAGE = ("", NOT_FOUND, 7220 & 0xFF)
@@ -54,7 +53,7 @@ def names():
 
 
 def lose_answer(scenario, was_carried_out):
-    """Runs the scenario so that the answer to its last request is lost: a receiving call behind it fails. How many
+    """Runs the scenario so that the answer to its last request is lost: a receiving call after it fails. How many
     such calls there are before varies with how fast the service is, so the right one is searched for, and counted
     anew where a busy machine made the count a poor guide."""
     for reach in (6, 8, 10, 12):
@@ -71,7 +70,7 @@ def lose_answer(scenario, was_carried_out):
 # A registration without files
 
 
-def test_a_lost_answer_leaves_the_registration_and_the_next_add_is_told_of_it(scenario):
+def test_a_lost_answer_leaves_the_registration_and_the_next_add_reports_it(scenario):
     add = scenario("add a single package")
     run = lose_answer(add, was_carried_out=add.registered)
     assert ending(run) == (ADDING, RESET, 56)
@@ -81,7 +80,7 @@ def test_a_lost_answer_leaves_the_registration_and_the_next_add_is_told_of_it(sc
 
 
 @pytest.mark.parametrize("name", ["add a single package", "add a bundle"])
-def test_a_kill_between_registration_and_copy_is_mended_by_deleting_and_adding(scenario, qvrepo, name):
+def test_a_kill_between_registration_and_copy_is_repaired_by_deleting_and_adding(scenario, qvrepo, name):
     add = scenario(name)
     assert hit(add, calls_to(add, "openat", "O_TMPFILE")[0], None).status < 0
     (package_id,) = add.registered()
@@ -166,16 +165,16 @@ def test_a_bundle_is_refused_while_another_process_extracts_its_temporary_copy(s
         assert add.registered() == []
         assert names() == sorted([INNER[1], TEMPORARY])
 
-    run = run_with_a_stop(add.words(), report, cut, add_again)
+    run = run_with_a_stop(add.command(), report, cut, add_again)
     assert (run.stderr, run.status) == ("", 0)
     assert digests(REPOSITORY) == add.wanted
 
 
-# Once wrong
+# Once went wrong
 
 
 @pytest.mark.parametrize("call", ["lseek", "read"])
-def test_an_archive_that_cannot_be_read_to_its_end_is_not_taken_for_a_shorter_one(scenario, call):
+def test_an_archive_that_cannot_be_read_to_its_end_is_not_mistaken_for_a_shorter_one(scenario, call):
     # It was extracted as far as it could be read, then deleted, and reported as added.
     add = scenario("add a bundle")
     for place in calls_to(add, call, f"{TEMPORARY}>"):
@@ -201,7 +200,7 @@ def test_a_package_that_cannot_be_read_to_its_end_is_not_listed_as_a_shorter_one
     assert NOT_READABLE in refusals
 
 
-def test_signing_never_loses_the_package_even_when_its_folder_cannot_be_flushed(scenario):
+def test_signing_never_loses_the_package_even_when_its_directory_cannot_be_flushed(scenario):
     # Both the earlier file and the new one were gone.
     sign = scenario("sign an archive")
     run = hit(sign, calls_to(sign, "fsync", "/output>")[0], "EIO")
@@ -210,7 +209,7 @@ def test_signing_never_loses_the_package_even_when_its_folder_cannot_be_flushed(
     assert [entry.name for entry in sign.output.parent.iterdir()] == [SINGLE]
 
 
-def test_a_copy_whose_folder_cannot_be_flushed_is_taken_away_again_unless_it_replaced_a_file(scenario):
+def test_a_copy_whose_directory_cannot_be_flushed_is_removed_again_unless_it_replaced_a_file(scenario):
     for name, left in (("add a single package", []), ("add a single package over an earlier file", [SINGLE])):
         add = scenario(name)
         run = hit(add, calls_to(add, "fsync", "/repo>")[0], "EIO")
@@ -243,7 +242,7 @@ def test_an_answer_of_the_user_that_cannot_be_read_is_a_no(scenario):
     assert (len(delete.registered()), names()) == (1, sorted(INNER))
 
 
-def test_a_package_whose_size_cannot_be_told_is_registered_with_none(scenario, master):
+def test_a_package_whose_size_cannot_be_read_is_registered_with_none(scenario, master):
     add = scenario("add a single package")
     assert hit(add, calls_to(add, "newfstatat", f'"{add.package}"')[0], "EIO").status == 0
     (registered,) = master.packages()

@@ -1,5 +1,5 @@
 // Any bytes as an archive to extract: the files that appear, their contents and modes, and what is left of
-// the archive are what the bytes say, and nothing else in the world around the target folder changes.
+// the archive are what the bytes say, and nothing else in the world around the target directory changes.
 
 #include "files/extractsja.h"
 #include "tests/fuzz/support/archive_model.h"
@@ -22,11 +22,11 @@
 
 namespace {
 
-// The target lies this deep in the scratch folder: a name that climbs further is not tried.
+// The target lies this deep in the scratch directory: a name that climbs further is not tried.
 constexpr std::size_t DEPTH = 6;
 
 // No file may grow larger during an extraction, so that a large declared size is a disk that is full.
-constexpr std::uint64_t LARGEST_FILE = 64UL * 1024;
+constexpr std::uint64_t MAX_FILE_SIZE = 64UL * 1024;
 
 constexpr std::uint64_t CHUNK = 4096;
 
@@ -38,25 +38,25 @@ struct FileState {
 };
 using Files = std::map<std::string, FileState>; // by path
 
-// The scratch folder, and in it archive.sja, folders 1/2/3/4/5/6 and, as the target holds a folder of its
+// The scratch directory, and in it archive.sja, directories 1/2/3/4/5/6 and, as the target holds a directory of its
 // own, 6/sub.
 struct World {
-    std::string root = make_scratch_folder("extraction");
+    std::string root = make_scratch_directory("extraction");
     std::string archive = root + "/archive.sja";
     std::string target = root + "/1/2/3/4/5/6";
-    std::set<std::string> folders;
+    std::set<std::string> directories;
 
     World() {
         std::filesystem::create_directories(target + "/sub");
-        folders.insert(root);
+        directories.insert(root);
         for (const auto& entry : std::filesystem::recursive_directory_iterator(root))
-            folders.insert(entry.path().string());
+            directories.insert(entry.path().string());
     }
 
     void empty() const {
         std::vector<std::filesystem::path> files;
         for (const auto& entry : std::filesystem::recursive_directory_iterator(root))
-            if (folders.count(entry.path().string()) == 0)
+            if (directories.count(entry.path().string()) == 0)
                 files.push_back(entry.path());
         for (const std::filesystem::path& file : files)
             require(std::filesystem::remove(file), "what an extraction made is a file");
@@ -66,7 +66,7 @@ struct World {
         Files all;
         for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
             const std::string path = entry.path().string();
-            if (folders.count(path) != 0)
+            if (directories.count(path) != 0)
                 continue;
             struct stat status = {};
             require(lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode), "only files appear");
@@ -78,7 +78,7 @@ struct World {
     }
 };
 
-// Where a path leads, by following it from folder to folder: none when the system would refuse to write
+// Where a path leads, by following it from directory to directory: none when the system would refuse to write
 // there.
 std::optional<std::string> place_of(const World& world, const std::string& name) {
     std::string place = world.target;
@@ -94,10 +94,10 @@ std::optional<std::string> place_of(const World& world, const std::string& name)
             place.erase(place.rfind('/'));
         else if (step != ".")
             place += "/" + step;
-        const bool folder = world.folders.count(place) != 0;
+        const bool directory = world.directories.count(place) != 0;
         if (rest.empty())
-            return folder ? std::nullopt : std::optional<std::string>(place);
-        if (!folder)
+            return directory ? std::nullopt : std::optional<std::string>(place);
+        if (!directory)
             return std::nullopt;
     }
 }
@@ -132,7 +132,7 @@ Expectation expected_of(const World& world, const std::string& bytes) {
     for (std::size_t i = model.entries.size(); i > 0; --i) {
         const ModelEntry& entry = model.entries[i - 1];
         const auto place = place_of(world, up_to_nul(entry.name));
-        if (!place || *place == world.archive || entry.data_size > LARGEST_FILE) {
+        if (!place || *place == world.archive || entry.data_size > MAX_FILE_SIZE) {
             expected.success = false;
             break;
         }
@@ -150,14 +150,14 @@ void limit_file_size(rlim_t size) {
 }
 
 bool extract(const World& world) {
-    limit_file_size(LARGEST_FILE);
+    limit_file_size(MAX_FILE_SIZE);
     const int result = do_extract(world.archive.c_str(), world.target.c_str());
     limit_file_size(RLIM_INFINITY);
     require(result == 0 || result == 1, "an extraction succeeds or fails");
     return result == 1;
 }
 
-// However the bytes are read as names, they must not lead out of the scratch folder.
+// However the bytes are read as names, they must not lead out of the scratch directory.
 bool may_climb_out(const std::string& bytes) {
     std::size_t climbs = 0;
     for (std::size_t at = bytes.find(".."); at != std::string::npos; at = bytes.find("..", at + 1))
@@ -172,7 +172,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const auto ignored = std::signal(SIGXFSZ, SIG_IGN);
     require(ignored != SIG_ERR, "a file that grows too large is an error, not a signal");
     const std::string bytes = as_text(data, size);
-    if (may_climb_out(bytes) || size > LARGEST_FILE)
+    if (may_climb_out(bytes) || size > MAX_FILE_SIZE)
         return -1;
     world.empty();
     put_file(world.archive, bytes);

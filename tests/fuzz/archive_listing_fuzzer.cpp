@@ -17,7 +17,7 @@ namespace {
 void check_blocks(const std::string& path, const ModelArchive& model) {
     const FileStream archive(std::fopen(path.c_str(), "rbe"));
     require(archive != nullptr, "the input can be opened");
-    require(verify_jank_archive(archive.get()) == model.form, "the form is told by the magic");
+    require(verify_jank_archive(archive.get()) == model.form, "the magic determines the form");
     if (model.form == MODEL_NO_ARCHIVE)
         return;
     const BlockList last(get_blocks(archive.get(), model.base));

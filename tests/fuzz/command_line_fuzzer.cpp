@@ -1,8 +1,8 @@
-// Any words on the command line, with any answers of the machine and the web service: the table picks the
+// Any arguments on the command line, with any answers of the machine and the web service: the table picks the
 // command, and the command keeps its promises: what it asks for, in which order, what it touches, and what
 // the user is told.
 //
-// An input is lines: a switch per answer of the machine ("n" refuses, see Switch), the words up to an empty
+// An input is lines: a switch per answer of the machine ("n" refuses, see Switch), the arguments up to an empty
 // line, then the service's answers, each "CODE BODY", or "!NUMBER" for a client that fails.
 
 #include "cli/dispatch.h"
@@ -30,7 +30,7 @@ const char* const SERVER_NAMES[] = {"master.example.com", nullptr};
 const master_config CONFIG = {SERVER_NAMES};
 const std::string PACKAGES = "quorvelle/deployment/packages";
 const std::string REPOSITORY = "/usr/ormex/var/global/repo";
-constexpr std::size_t MOST_WORDS = 8;
+constexpr std::size_t MAX_ARGUMENTS = 8;
 
 // Which answer of the machine each switch turns into a refusal.
 enum Switch {
@@ -48,7 +48,7 @@ enum Switch {
 
 struct Scenario {
     std::string switches;
-    std::vector<std::string> words;
+    std::vector<std::string> arguments;
     std::vector<ScriptedAnswer> answers;
 
     bool healthy(Switch which) const { return switches.size() <= which || switches[which] != 'n'; }
@@ -70,7 +70,7 @@ Scenario read_scenario(const std::string& text) {
     std::getline(lines, scenario.switches);
     std::string line;
     while (std::getline(lines, line) && !line.empty())
-        scenario.words.push_back(up_to_nul(line));
+        scenario.arguments.push_back(up_to_nul(line));
     while (std::getline(lines, line))
         if (!line.empty())
             scenario.answers.push_back(read_answer(line));
@@ -138,13 +138,13 @@ Run run_program(const Scenario& scenario) {
     std::ostringstream err;
     const Redirection of_out(std::cout, out.rdbuf());
     const Redirection of_err(std::cerr, err.rdbuf());
-    std::vector<std::string> words = scenario.words;
-    words.insert(words.begin(), "qvrepo");
+    std::vector<std::string> arguments = scenario.arguments;
+    arguments.insert(arguments.begin(), "qvrepo");
     std::vector<char*> argv;
-    for (std::string& word : words)
-        argv.push_back(word.data());
+    for (std::string& argument : arguments)
+        argv.push_back(argument.data());
     argv.push_back(nullptr);
-    const int status = run_command(static_cast<int>(words.size()), argv.data());
+    const int status = run_command(static_cast<int>(arguments.size()), argv.data());
     return {status, out.str(), err.str()};
 }
 
@@ -172,30 +172,31 @@ std::string methods_sent() {
     return methods;
 }
 
-// The word that chooses the command, its short form written out.
+// The option that chooses the command, its short form written out.
 std::string command_of(const Scenario& scenario) {
-    const std::string word = scenario.words.empty() ? "" : scenario.words[0];
+    const std::string option = scenario.arguments.empty() ? "" : scenario.arguments[0];
     for (const char* command : {"-add", "-delete", "-getPkg", "-list", "-pkgDetails", "-validate"})
-        if (word == command || word == std::string(command).substr(0, 2))
+        if (option == command || option == std::string(command).substr(0, 2))
             return command;
     return "";
 }
 
-bool has_right_words(const std::string& command, const std::vector<std::string>& words) {
+bool has_right_arguments(const std::string& command, const std::vector<std::string>& arguments) {
     if (command == "-list")
-        return words.size() == 1 ||
-               (words.size() == 3 && (words[1] == "-version" || words[1] == "-os" || words[1] == "-type"));
-    return (command == "-add" || command == "-delete" || command == "-pkgDetails") && words.size() == 2;
+        return arguments.size() == 1 ||
+               (arguments.size() == 3 &&
+                (arguments[1] == "-version" || arguments[1] == "-os" || arguments[1] == "-type"));
+    return (command == "-add" || command == "-delete" || command == "-pkgDetails") && arguments.size() == 2;
 }
 
 void check_error_line(const Scenario& scenario, const Run& run) {
-    const bool help = scenario.words.empty();
+    const bool help = scenario.arguments.empty();
     if (run.status == 0 || help) {
         require(run.err.empty(), "success and help say nothing on standard error");
         return;
     }
     require(run.err.size() > 1 && run.err.find('\n') == run.err.size() - 1, "a failure is one line");
-    require(begins_with(run.err, "Error: ") == (run.status != 7221), "a failure is told as an error");
+    require(begins_with(run.err, "Error: ") == (run.status != 7221), "a failure is reported as an error");
 }
 
 void check_requests() {
@@ -216,7 +217,7 @@ void check_requests() {
 }
 
 void check_untouched() {
-    require(seam().calls.empty() && service().requests.empty(), "wrong words touch nothing");
+    require(seam().calls.empty() && service().requests.empty(), "wrong arguments touch nothing");
 }
 
 void check_reading(const Run& run) {
@@ -248,7 +249,7 @@ void check_deletion(const Scenario& scenario, const Run& run) {
     require(methods.empty() || methods == "GET" || methods == "GET DELETE", "a deletion looks, then deletes");
     if (methods == "GET DELETE")
         require(was_called("confirmAction") && scenario.healthy(CONFIRMATION),
-                "nothing is deleted without the user's word");
+                "nothing is deleted without the user's consent");
     require(!was_called("deletePackageItems") || methods == "GET DELETE",
             "files are deleted after their registration");
     require((run.status == 0) == was_called("deletePackageItems"), "success means that the files were tried");
@@ -258,13 +259,13 @@ void check_promises(const Scenario& scenario, const Run& run) {
     const std::string command = command_of(scenario);
     check_error_line(scenario, run);
     check_requests();
-    if (!has_right_words(command, scenario.words)) {
+    if (!has_right_arguments(command, scenario.arguments)) {
         check_untouched();
         return;
     }
     if (!scenario.ready()) {
         require(run.status == 132 || run.status == 110 || run.status == 153 || run.status == 7263,
-                "a machine that is not ready is told so");
+                "a machine that is not ready is reported as such");
         require(service().requests.empty(), "a machine that is not ready asks for nothing");
     }
     if (command == "-add")
@@ -276,19 +277,19 @@ void check_promises(const Scenario& scenario, const Run& run) {
     require(service().alive == 0, "every client is gone");
 }
 
-// The real debug log, in a folder of its own.
+// The real debug log, in a directory of its own.
 class Log {
   public:
-    Log() : folder_(make_scratch_folder("log")) {
-        std::filesystem::create_directory(folder_ + "/qvrepo");
+    Log() : directory_(make_scratch_directory("log")) {
+        std::filesystem::create_directory(directory_ + "/qvrepo");
         int status = 0;
-        open_debug_log(folder_.c_str(), "qvrepo", "qvrepo", 0666, &status);
+        open_debug_log(directory_.c_str(), "qvrepo", "qvrepo", 0666, &status);
         require(status == 0, "the log can be opened");
     }
 
     // Checks that each line is a record, and empties the log.
     void check() const {
-        for (const auto& file : std::filesystem::directory_iterator(folder_ + "/qvrepo")) {
+        for (const auto& file : std::filesystem::directory_iterator(directory_ + "/qvrepo")) {
             std::ifstream lines(file.path(), std::ios::binary);
             for (std::string line; std::getline(lines, line);)
                 require(is_record(line), "every line of the log is one record");
@@ -307,7 +308,7 @@ class Log {
         return std::none_of(line.begin(), line.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; });
     }
 
-    std::string folder_;
+    std::string directory_;
 };
 
 void prepare_process() {
@@ -329,7 +330,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const bool prepared = (prepare_process(), true);
     static const Log log;
     const Scenario scenario = read_scenario(as_text(data, size));
-    if (!prepared || scenario.words.size() > MOST_WORDS)
+    if (!prepared || scenario.arguments.size() > MAX_ARGUMENTS)
         return -1;
     seam().reset();
     service().reset();

@@ -35,7 +35,7 @@ void check_line(int status) {
     }
     require(line.size() > 1 && line.find('\n') == line.size() - 1, "a status is one line");
     require((line.compare(0, 7, "Error: ") == 0) == (status != STATUS_DELETE_CANCELED),
-            "every status but a deletion called off is an error");
+            "every status but a canceled deletion is an error");
     bool known = false;
     for (const StatusMessage& row : STATUS_MESSAGES)
         known = known || row.code == status;

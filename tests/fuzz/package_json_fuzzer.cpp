@@ -73,7 +73,7 @@ std::string text_at(const json_t* object, const char* name) {
 
 void check_fields(const QvRepoPackage& package, const json_t* object) {
     const json_t* attributes = json_object_get(object, "attributes");
-    require(package.id == text_at(object, "id"), "the ID is read from beside the attributes");
+    require(package.id == text_at(object, "id"), "the ID is read from outside the attributes");
     require(package.packageName == text_at(attributes, "packageName") &&
                 package.packageFileName == text_at(attributes, "packageFileName") &&
                 package.packageType == text_at(attributes, "packageType") &&

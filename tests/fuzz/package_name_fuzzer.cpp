@@ -2,8 +2,8 @@
 // rules below, the publisher's warning and the repository's refusal agree with it, and what the repository
 // then registers is what the web service reads.
 
+#include "master/bad_request.h"
 #include "master/package_json.h"
-#include "master/problem.h"
 #include "model/QvRepoAddInfo.h"
 #include "model/dunmarel_common.h"
 #include "platform/bounded.h"
@@ -23,16 +23,16 @@ namespace {
 constexpr std::size_t NAME_FIELD = 128;
 constexpr int OS_COUNT = 12;
 
-std::vector<std::string> words_of(const std::string& name) {
-    std::vector<std::string> words;
+std::vector<std::string> parts_of(const std::string& name) {
+    std::vector<std::string> parts;
     std::istringstream text(name);
-    for (std::string word; std::getline(text, word, '_');)
-        if (!word.empty())
-            words.push_back(word);
-    return words;
+    for (std::string part; std::getline(text, part, '_');)
+        if (!part.empty())
+            parts.push_back(part);
+    return parts;
 }
 
-// scanf stops being a reference where a number does not fit what it counts with.
+// scanf stops being a reference where a number exceeds its integer type.
 bool has_long_number(const std::string& text) {
     std::size_t digits = 0;
     for (const char c : text) {
@@ -43,7 +43,7 @@ bool has_long_number(const std::string& text) {
     return false;
 }
 
-// The fields of a version, each as many decimal digits as it keeps; none where it begins with no number.
+// The fields of a version, each as many decimal digits as it keeps; none where it does not begin with a number.
 std::vector<unsigned> version_fields(const std::string& text) {
     std::array<unsigned, 6> n{};
     const int count = std::sscanf(text.c_str(), "%u.%u.%u.%u.%u.%u", // NOLINT(cert-err34-c): the reference
@@ -71,7 +71,7 @@ int os_code(const std::string& key) {
     return 0;
 }
 
-// What the rules make of a name: its words, and the first thing that is wrong.
+// What the rules make of a name: its parts, and the first thing that is wrong.
 struct Reading {
     int error = 0;
     std::string eeb_version;
@@ -82,18 +82,18 @@ struct Reading {
 
 Reading read_by_the_rules(const std::string& name) {
     Reading reading;
-    const std::vector<std::string> words = words_of(name);
+    const std::vector<std::string> parts = parts_of(name);
     if (name.empty())
         reading.error = PACKAGE_NAME_EMPTY;
-    else if (words.size() < 4)
+    else if (parts.size() < 4)
         reading.error = PACKAGE_NAME_INCOMPLETE;
     if (reading.error != 0)
         return reading;
-    const std::size_t eeb = words.size() > 4 ? 1 : 0;
-    reading.type = words[0];
-    reading.eeb_version = eeb != 0 ? words[1] : "";
-    reading.version = words[1 + eeb];
-    const std::string joined = words[2 + eeb] + "_" + words[3 + eeb];
+    const std::size_t eeb = parts.size() > 4 ? 1 : 0;
+    reading.type = parts[0];
+    reading.eeb_version = eeb != 0 ? parts[1] : "";
+    reading.version = parts[1 + eeb];
+    const std::string joined = parts[2 + eeb] + "_" + parts[3 + eeb];
     reading.os = joined.substr(0, joined.find('.'));
     const std::vector<unsigned> fields = version_fields(reading.version);
     if (type_code(reading.type) == 0)
@@ -108,8 +108,8 @@ Reading read_by_the_rules(const std::string& name) {
 }
 
 void check_details(const pkg_details& details, const Reading& reading) {
-    require(details.type == type_code(reading.type), "the type is the first word");
-    require(details.os == os_code(reading.os), "the operating system is the last two words");
+    require(details.type == type_code(reading.type), "the type is the first part");
+    require(details.os == os_code(reading.os), "the operating system is the last two parts");
     require(reading.version.substr(0, 11) == details.versionText, "the version is kept as written");
     require(reading.eeb_version.substr(0, 11) == details.eebVersion, "the EEB version is kept as written");
     const std::vector<unsigned> fields = version_fields(reading.version);
@@ -153,7 +153,7 @@ void check_registration(QvRepoAddInfo& info, const std::string& file_name, const
             "the package is registered under its file's name");
     require(info.packageType == reading.type && info.os == reading.os &&
                 info.version == reading.version.substr(0, 11),
-            "the package is registered with the words of its name");
+            "the package is registered with the parts of its name");
     const std::string body = info.getJSONPackageDetails();
     require(body.empty() == !is_utf8(file_name + info.version), "only text that is not UTF-8 cannot be sent");
     if (body.empty())
@@ -173,8 +173,8 @@ void check_repository(const std::string& file_name) {
     const bool has_prefix = file_name.compare(0, prefix.size(), prefix) == 0;
     const std::string name = has_prefix ? file_name.substr(prefix.size()) : file_name;
     const Reading reading = read_by_the_rules(name.substr(0, NAME_FIELD - 1));
-    const bool fits = name.size() < NAME_FIELD;
-    require(package_name_fault(file_name).empty() == (reading.error == 0 && fits),
+    const bool has_room = name.size() < NAME_FIELD;
+    require(package_name_fault(file_name).empty() == (reading.error == 0 && has_room),
             "a publisher is warned about every other name");
     const std::string path = "/var/tmp/" + file_name;
     try {

@@ -1,10 +1,10 @@
 // Any bytes as the parts of a request to the web service: what was encoded is decoded to what it was, what is
 // read can be written again, and any text becomes valid JSON.
 
+#include "master/bad_request.h"
 #include "master/filter.h"
 #include "master/json_text.h"
 #include "master/media_type.h"
-#include "master/problem.h"
 #include "master/target.h"
 #include "model/json_document.h"
 #include "tests/fuzz/support/property.h"
@@ -33,7 +33,7 @@ void check_target(const std::string& raw) {
     const Target target = read_target(raw);
     require(target.path == percent_decode(path), "the path goes up to the first question mark");
     require(path + (target.query ? "?" + *target.query : "") == raw,
-            "the query is all behind it, as received");
+            "the query is everything after it, as received");
 }
 
 void check_filter(const std::string& raw) {
@@ -45,7 +45,7 @@ void check_filter(const std::string& raw) {
         const std::size_t quote = decoded.find('\'');
         require(read.value == decoded.substr(quote + 1, decoded.size() - quote - 2),
                 "a value runs from the first quote to the last byte, a quote");
-    } catch (const UnusableInput&) {
+    } catch (const BadRequest&) {
         require(raw.compare(0, 16, "filter=os%20eq%20") != 0 || raw.size() < 18 || raw.back() != '\'',
                 "a filter of the right form is read");
     }
@@ -65,10 +65,11 @@ void check_package_id(const std::string& raw) {
     const bool digits = !raw.empty() && raw.find_first_not_of("0123456789") == std::string::npos;
     const std::string number = raw.substr(std::min(raw.find_first_not_of('0'), raw.size()));
     const std::string largest = "9223372036854775807";
-    const bool fits =
+    const bool in_range =
         number.size() < largest.size() || (number.size() == largest.size() && number <= largest);
     const auto id = read_package_id(raw);
-    require(id.has_value() == (digits && !number.empty() && fits), "an ID is a positive number in digits");
+    require(id.has_value() == (digits && !number.empty() && in_range),
+            "an ID is a positive number in digits");
     if (id)
         require(std::to_string(*id) == number, "an ID is the number that is written");
 }

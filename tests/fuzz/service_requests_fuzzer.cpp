@@ -6,8 +6,8 @@
 // for the usual one), and the body.
 
 #include "cli/request.h"
+#include "master/bad_request.h"
 #include "master/media_type.h"
-#include "master/problem.h"
 #include "master/service.h"
 #include "master/target.h"
 #include "model/QvRepoPackage.h"
@@ -21,7 +21,7 @@
 
 namespace {
 
-constexpr std::size_t MOST_REQUESTS = 12;
+constexpr std::size_t MAX_REQUESTS = 12;
 const std::string REPOSITORY = "/usr/ormex/var/global/repo";
 
 using Packages = std::map<std::int64_t, NewPackage>;
@@ -61,7 +61,7 @@ ServiceRequest read_request(std::string text) {
 std::optional<NewPackage> read_creation(const std::string& body) {
     try {
         return read_new_package(body);
-    } catch (const UnusableInput&) {
+    } catch (const BadRequest&) {
         return std::nullopt;
     }
 }
@@ -69,7 +69,7 @@ std::optional<NewPackage> read_creation(const std::string& body) {
 std::optional<Filter> read_filter(const std::string& query) {
     try {
         return read_filter_query(query);
-    } catch (const UnusableInput&) {
+    } catch (const BadRequest&) {
         return std::nullopt;
     }
 }
@@ -116,10 +116,10 @@ std::string text_member(const json_t* object, const char* name) {
     return {json_string_value(member), json_string_length(member)};
 }
 
-// The ID of the package object, which must tell what its creation told.
+// The ID of the package object, which must show what its creation showed.
 std::int64_t check_package(const json_t* object, const Packages& packages) {
     const auto id = read_package_id(text_member(object, "id"));
-    require(id && packages.count(*id) == 1, "a package that is told of has been created and not deleted");
+    require(id && packages.count(*id) == 1, "a package that is shown has been created and not deleted");
     const NewPackage& package = packages.at(*id);
     const json_t* attributes = json_object_get(object, "attributes");
     require(text_member(attributes, "packageFileName") == package.packageFileName &&
@@ -178,7 +178,8 @@ class Checker {
 void Checker::check(const ServiceRequest& request) {
     Answer answer = service_.answer(request);
     const std::string body = body_of(answer);
-    require((answer.status == 405) == !answer.allow.empty(), "only a wrong method is told the right ones");
+    require((answer.status == 405) == !answer.allow.empty(),
+            "only a wrong method gets a list of the right ones");
     if (answer.status == 204) {
         require(body.empty(), "a deletion is answered without a body");
     } else {
@@ -199,11 +200,11 @@ void Checker::check_error(const ServiceRequest& request, const Answer& answer,
                                                     {406, {9103}},     {409, {7218}},      {414, {20}}};
     const auto known = codes.find(answer.status);
     require(known != codes.end() && std::count(known->second.begin(), known->second.end(), code) == 1,
-            "an error's code fits its status");
+            "an error's code matches its status");
     require((answer.status == 406) == !accepted_media_type(request.accept),
             "a type that the service does not speak is refused before all else");
     if (answer.status == 414)
-        require(request.target.size() > LONGEST_TARGET, "only a long target is too long");
+        require(request.target.size() > MAX_TARGET_SIZE, "only a long target is too long");
 }
 
 void Checker::check_list(const std::optional<std::string>& query, const std::string& body) const {
@@ -253,7 +254,7 @@ void Checker::check_one(const ServiceRequest& request, const std::string& id_tex
                         const std::string& body) {
     const std::optional<std::int64_t> id = read_package_id(id_text);
     if (!id) {
-        require(answer.status == 400, "what is no ID is refused");
+        require(answer.status == 400, "an invalid ID is refused");
         return;
     }
     const bool there = packages_.count(*id) == 1;
@@ -261,7 +262,7 @@ void Checker::check_one(const ServiceRequest& request, const std::string& id_tex
     require(answer.status == (there ? success : 404), "a package is found from its creation to its deletion");
     if (answer.status == 200)
         require(check_package(json_object_get(parse(body).get(), "data"), packages_) == *id,
-                "the package that is asked for is told of");
+                "the package that is asked for is shown");
     if (answer.status == 204)
         packages_.erase(*id);
 }
@@ -276,7 +277,7 @@ void Checker::check_resource(const ServiceRequest& request, const Answer& answer
         else if (request.method != "GET")
             require(answer.status == 405, "packages are listed or created");
         else if (target.query && !read_filter(*target.query))
-            require(answer.status == 400, "what is no filter is refused");
+            require(answer.status == 400, "an invalid filter is refused");
         else
             check_list(target.query, body);
         return;
@@ -295,7 +296,7 @@ void Checker::check_resource(const ServiceRequest& request, const Answer& answer
 // A store that is emptied after every input, so that each begins alike.
 class EmptiedStore {
   public:
-    EmptiedStore() : file_(make_scratch_folder("service") + "/packages.db"), store_(file_) {}
+    EmptiedStore() : file_(make_scratch_directory("service") + "/packages.db"), store_(file_) {}
 
     PackageStore& store() { return store_; }
 
@@ -316,7 +317,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static EmptiedStore emptied;
     static Service service(emptied.store(), REPOSITORY);
     const std::vector<std::string> requests = split(as_text(data, size), "\n~\n");
-    if (requests.size() > MOST_REQUESTS)
+    if (requests.size() > MAX_REQUESTS)
         return -1;
     Checker checker(service);
     for (const std::string& request : requests)

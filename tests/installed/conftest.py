@@ -2,7 +2,7 @@
 
 debian     a minimal Debian root without the packages
 installed  the same with all three of them installed
-prepared   installed, with certificates, keys and configuration made as the packages' own papers tell
+prepared   installed, with certificates, keys and configuration made as the packages' own documents say
 service    the web service, running in `prepared`
 """
 
@@ -36,7 +36,7 @@ def installed_layer(roots):
 
 @pytest.fixture(scope="session")
 def prepared_layer(roots, installed_layer):
-    """The commands are those of the paper that is installed with the service, so that the paper is tested too."""
+    """The commands are those of the document that is installed with the service, so that it is tested too."""
     root = roots(installed_layer)
     paper = root.path("usr/share/doc/qvmaster/README.Debian").read_text()
     commands = [line.strip() for line in re.findall(r"^    (?!QVMASTER)(.*)$", paper, re.MULTILINE)]

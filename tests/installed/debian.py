@@ -27,9 +27,9 @@ class Outcome(NamedTuple):
     status: int
 
 
-def deb(name, folder=FIRST):
-    """The one package file of `name` in `folder`."""
-    (file,) = folder.glob(f"{name}_*.deb")
+def deb(name, directory=FIRST):
+    """The one package file of `name` in `directory`."""
+    (file,) = directory.glob(f"{name}_*.deb")
     return file
 
 
@@ -59,36 +59,36 @@ class Debian:
         """Where a path of the root lies outside of it."""
         return self.root / name.lstrip("/")
 
-    def argv(self, *words, env=None):
+    def argv(self, *arguments, env=None):
         plain = {"PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/root",
                  "DEBIAN_FRONTEND": "noninteractive", **(env or {})}
         settings = [f"{name}={value}" for name, value in plain.items()]
-        return ["chroot", str(self.root), "env", "-i", *settings, *(str(word) for word in words)]
+        return ["chroot", str(self.root), "env", "-i", *settings, *(str(argument) for argument in arguments)]
 
-    def run(self, *words, stdin="", env=None, expect=0):
+    def run(self, *arguments, stdin="", env=None, expect=0):
         """Runs a command in the root; fails unless it ends with the status `expect` (None: any)."""
-        run = subprocess.run(self.argv(*words, env=env), input=stdin, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+        run = subprocess.run(self.argv(*arguments, env=env), input=stdin, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                              text=True, timeout=PATIENCE)
-        assert expect is None or run.returncode == expect, f"{words} ended with {run.returncode}:\n{run.stdout}"
+        assert expect is None or run.returncode == expect, f"{arguments} ended with {run.returncode}:\n{run.stdout}"
         return Outcome(run.stdout, run.returncode)
 
-    def dpkg(self, action, *names, folder=FIRST, expect=0):
-        """dpkg --install, --remove or --purge of packages by name; package files come from `folder`."""
+    def dpkg(self, action, *names, directory=FIRST, expect=0):
+        """dpkg --install, --remove or --purge of packages by name; package files come from `directory`."""
         if action != "--install":
             return self.run("dpkg", action, *names, expect=expect)
         inside = self.path("tmp/packages")
         inside.mkdir(exist_ok=True)
-        files = [Path(shutil.copy(deb(name, folder), inside)) for name in names]
+        files = [Path(shutil.copy(deb(name, directory), inside)) for name in names]
         return self.run("dpkg", "--install", *(f"/tmp/packages/{file.name}" for file in files), expect=expect)
 
     def exists(self, name):
         return self.path(name).exists()
 
-    def facts(self, *folders):
-        """All that lies below `folders`: path -> mode, owner, and the content's digest or a link's target."""
+    def facts(self, *directories):
+        """All that lies below `directories`: path -> mode, owner, and the content's digest or a link's target."""
         facts = {}
-        for folder in folders:
-            top = self.path(folder)
+        for directory in directories:
+            top = self.path(directory)
             for path in sorted([top, *top.rglob("*")]):
                 state = path.lstat()
                 content = None
@@ -111,7 +111,7 @@ def unit_setting(debian, name, beginning=""):
     return value
 
 
-# What the unit asks systemd for, as far as it bears on files and rights, made by hand: there is no systemd in here.
+# What the unit asks systemd for, as far as it concerns files and rights, done by hand: there is no systemd in here.
 CONFINED = """
 set -e
 mount --make-rprivate /
@@ -124,11 +124,11 @@ exec setpriv --reuid qvmaster --regid qvmaster --clear-groups --no-new-privs --b
 
 class Service:
     """qvmaster, run in `debian` by its unit's command line, as its unit's user, with what its unit may write; where
-    `tracer` is given, below that command of the machine's. Left as a context, it is ended whatever happened."""
+    `tracer` is given, below that command of the machine's. As a context manager it ends the service in any case."""
 
     def __init__(self, debian, tracer=()):
-        words = unit_setting(debian, "ExecStart").replace("$QVMASTER_OPTIONS", "").split()
-        confined = debian.argv("unshare", "--mount", "bash", "-c", CONFINED, "confined", *words)
+        command = unit_setting(debian, "ExecStart").replace("$QVMASTER_OPTIONS", "").split()
+        confined = debian.argv("unshare", "--mount", "bash", "-c", CONFINED, "confined", *command)
         self.process = subprocess.Popen([*tracer, *confined], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
                                         start_new_session=True)
         self.first_line = self.process.stdout.readline()

@@ -30,14 +30,14 @@ def live_in(debian):
     debian.run("chown", "qvmaster:qvmaster", "/var/lib/qvmaster/qvmaster.db")
 
 
-def test_the_folders_of_packages_keys_and_logs_are_roots_alone(installed):
-    for folder, mode in (("var/global/repo", 0o750), ("var/global/dunmarel", 0o750), ("quorvelle/logs", 0o750),
+def test_the_directories_of_packages_keys_and_logs_are_roots_alone(installed):
+    for directory, mode in (("var/global/repo", 0o750), ("var/global/dunmarel", 0o750), ("quorvelle/logs", 0o750),
                          ("quorvelle/tls", 0o700)):
-        state = installed.path(f"usr/ormex/{folder}").stat()
-        assert (folder, oct(state.st_mode & 0o7777), state.st_uid, state.st_gid) == (folder, oct(mode), 0, 0)
+        state = installed.path(f"usr/ormex/{directory}").stat()
+        assert (directory, oct(state.st_mode & 0o7777), state.st_uid, state.st_gid) == (directory, oct(mode), 0, 0)
 
 
-def test_the_service_gets_a_user_and_folders_of_its_own(installed):
+def test_the_service_gets_a_user_and_directories_of_its_own(installed):
     user = installed.run("getent", "passwd", "qvmaster").output.split(":")
     assert user[5:] == ["/var/lib/qvmaster", "/usr/sbin/nologin\n"]
     uid, gid = int(user[2]), int(user[3])
@@ -47,7 +47,7 @@ def test_the_service_gets_a_user_and_folders_of_its_own(installed):
     assert (oct(state.st_mode & 0o7777), state.st_uid, state.st_gid) == ("0o750", 0, gid)
 
 
-def test_the_debug_log_is_off_until_the_administrator_makes_its_folder(installed):
+def test_the_debug_log_is_off_until_the_administrator_makes_its_directory(installed):
     assert list(installed.path("usr/ormex/quorvelle/logs").iterdir()) == []
 
 
@@ -66,7 +66,7 @@ def test_the_unit_confines_the_service(installed):
 def test_an_upgrade_leaves_everything_of_the_administrator_as_it_was(installed):
     live_in(installed)
     before = installed.facts(*OWN)
-    installed.dpkg("--install", *PACKAGES, folder=LATER)
+    installed.dpkg("--install", *PACKAGES, directory=LATER)
     assert installed.facts(*OWN) == before
     versions = installed.run("dpkg-query", "--show", "--showformat=${Version} ", *PACKAGES).output.split()
     assert [version.rpartition("-")[2] for version in versions] == ["2", "2", "2"]
@@ -77,7 +77,7 @@ def test_a_removal_leaves_everything_of_the_administrator_as_it_was(installed):
     before = installed.facts(*OWN)
     installed.dpkg("--remove", *PACKAGES)
     assert installed.facts(*OWN) == before
-    for program in ("usr/sbin/qvrepo", "usr/sbin/qvmaster", "usr/bin/sjapack"):
+    for program in ("usr/sbin/qvrepo", "usr/sbin/qvcheck", "usr/sbin/qvmaster", "usr/bin/sjapack"):
         assert not installed.exists(program)
 
 
@@ -113,9 +113,9 @@ def test_what_a_purge_left_is_used_by_the_next_installation(installed):
     assert installed.facts(*OWN) == before
 
 
-def tiny_volume(debian, folder, size):
-    """A volume of its own at `folder`, which is then filled to the last byte."""
-    place = debian.path(folder)
+def tiny_volume(debian, directory, size):
+    """A volume of its own at `directory`, which is then filled to the last byte."""
+    place = debian.path(directory)
     subprocess.run(["mount", "-t", "tmpfs", "-o", f"mode=755,size={size}", "qv-tiny", place], check=True)
     return place
 
@@ -135,7 +135,7 @@ def test_an_upgrade_needs_no_space_in_the_repository(installed):
     (repository / "dunmarel_qvclient_8.3_redhat_x64.sja").write_text("a package")
     fill(repository)
     before = installed.facts("/usr/ormex/var/global/repo")
-    installed.dpkg("--install", *PACKAGES, folder=LATER)
+    installed.dpkg("--install", *PACKAGES, directory=LATER)
     assert installed.facts("/usr/ormex/var/global/repo") == before
 
 
@@ -147,11 +147,11 @@ def test_an_upgrade_that_finds_the_product_root_full_says_so_and_changes_nothing
     put(installed, PACKAGE, "a package")
     fill(root)
     before = installed.facts("/usr/ormex", "/usr/sbin/qvrepo")
-    said = installed.dpkg("--install", "qvrepo", folder=LATER, expect=1).output
+    said = installed.dpkg("--install", "qvrepo", directory=LATER, expect=1).output
     assert "No space left on device" in said
     assert installed.facts("/usr/ormex", "/usr/sbin/qvrepo") == before
     (root / "ballast").unlink()
-    installed.dpkg("--install", "qvrepo", folder=LATER)
+    installed.dpkg("--install", "qvrepo", directory=LATER)
 
 
 @pytest.mark.parametrize("age, stays", [(29, True), (32, False)])
@@ -159,7 +159,7 @@ def test_a_log_file_is_removed_after_thirty_days(installed, age, stays):
     log = "/usr/ormex/quorvelle/logs/qvrepo/qvrepo.2026-01-01.log"
     put(installed, log, "a record")
     installed.run("touch", "-d", f"{age} days ago", log)
-    # logrotate rotates nothing that it sees for the first time, so it is told that it saw the file long ago.
+    # logrotate rotates nothing that it sees for the first time, so its state file says that it saw the file long ago.
     put(installed, "/tmp/state", f'logrotate state -- version 2\n"{log}" 2026-1-1-0:0:0\n')
     installed.run("logrotate", "--state", "/tmp/state", "/etc/logrotate.d/qvrepo")
     assert installed.exists(log) == stays

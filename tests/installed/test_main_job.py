@@ -53,14 +53,14 @@ def test_what_was_added_before_an_upgrade_is_listed_and_deleted_after_it(prepare
     make_package(prepared)
     prepared.run("qvrepo", "-add", f"/root/{NAME}")
     assert service.stop() == 0
-    prepared.dpkg("--install", *PACKAGES, folder=LATER)
+    prepared.dpkg("--install", *PACKAGES, directory=LATER)
     with Service(prepared) as later:
         assert prepared.run("qvrepo", "-list").output == LIST
         prepared.run("qvrepo", "-delete", "1", stdin="y\n")
         assert later.stop() == 0
 
 
-def test_the_service_writes_nowhere_but_in_its_own_folder(prepared, service):
+def test_the_service_writes_nowhere_but_in_its_own_directory(prepared, service):
     before = prepared.facts("/etc", "/usr/ormex", "/tmp", "/root")
     make_package(prepared, "dunmarel_qvserver_8.3_redhat_x64.sja")
     before_add = prepared.facts("/etc", "/tmp")
@@ -106,7 +106,7 @@ def test_without_certificates_the_service_says_what_is_missing(installed):
     assert unit_setting(installed, "ConditionPathExists") == "/etc/qvmaster/tls/master.pem"
 
 
-def test_a_certificate_folder_that_the_service_cannot_read_is_named(prepared):
+def test_a_certificate_directory_that_the_service_cannot_read_is_named(prepared):
     prepared.path("etc/qvmaster/tls").chmod(0o700)
     service = Service(prepared)
     assert service.process.wait(60) == 1

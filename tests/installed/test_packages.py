@@ -7,9 +7,9 @@ import pytest
 from debian import AGAIN, FIRST, PACKAGES, WORK, deb
 
 
-def output(*words):
-    run = subprocess.run([str(word) for word in words], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
-                         check=False)
+def output(*command):
+    run = subprocess.run([str(argument) for argument in command], stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                         text=True, check=False)
     return run.stdout, run.returncode
 
 
@@ -40,7 +40,7 @@ def test_every_compiler_call_of_the_build_was_hardened(tmp_path):
     assert (found, status) == ("", 0)
 
 
-@pytest.mark.parametrize("program", ["usr/sbin/qvrepo", "usr/sbin/qvmaster", "usr/bin/sjapack"])
+@pytest.mark.parametrize("program", ["usr/sbin/qvrepo", "usr/sbin/qvmaster", "usr/bin/sjapack", "usr/sbin/qvcheck"])
 def test_an_installed_program_is_hardened(installed, program):
     found, _ = output("hardening-check", installed.path(program))
     for protection in ("Position Independent Executable", "Stack protected", "Read-only relocations",

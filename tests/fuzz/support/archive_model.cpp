@@ -9,7 +9,7 @@ namespace {
 constexpr std::uint64_t HEADER = 11;
 constexpr std::uint64_t SHORTEST_HEADER = 9;
 constexpr std::uint64_t SIGNATURE = 512;
-constexpr std::uint64_t LARGEST_OFFSET = std::numeric_limits<std::int64_t>::max();
+constexpr std::uint64_t MAX_OFFSET = std::numeric_limits<std::int64_t>::max();
 
 bool has_magic_at(const std::string& bytes, std::size_t offset) {
     return bytes.size() >= offset + 4 && bytes.compare(offset, 4, "JANK") == 0;
@@ -49,7 +49,7 @@ ModelArchive read_archive_model(const std::string& bytes) {
     for (std::uint64_t offset = archive.base + 4; offset + SHORTEST_HEADER <= bytes.size();) {
         archive.entries.push_back(entry_at(bytes, offset));
         const ModelEntry& entry = archive.entries.back();
-        if (entry.data_size > LARGEST_OFFSET - entry.data_offset)
+        if (entry.data_size > MAX_OFFSET - entry.data_offset)
             break;
         offset = entry.data_offset + entry.data_size;
     }

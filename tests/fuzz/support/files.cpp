@@ -37,12 +37,12 @@ void put_file(const std::string& path, const std::string& bytes) {
     close(file);
 }
 
-std::string make_scratch_folder(const std::string& name) {
+std::string make_scratch_directory(const std::string& name) {
     require_sandbox();
-    const std::string folder = std::string(QV_PRODUCT_ROOT) + "/" + name;
-    std::filesystem::remove_all(folder);
-    std::filesystem::create_directories(folder);
-    return folder;
+    const std::string directory = std::string(QV_PRODUCT_ROOT) + "/" + name;
+    std::filesystem::remove_all(directory);
+    std::filesystem::create_directories(directory);
+    return directory;
 }
 
 MemoryFile::MemoryFile()

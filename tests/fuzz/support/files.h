@@ -5,13 +5,13 @@
 
 #include <string>
 
-// Replaces the content of the file `path`; the folders that lead to it are made. Ends the process when that
+// Replaces the content of the file `path`; the directories that lead to it are made. Ends the process when that
 // fails.
 void put_file(const std::string& path, const std::string& bytes);
 
-// Makes an empty folder below the product root, in place of one of that name. Ends the process when that
+// Makes an empty directory below the product root, in place of one of that name. Ends the process when that
 // fails, and outside a sandbox.
-std::string make_scratch_folder(const std::string& name);
+std::string make_scratch_directory(const std::string& name);
 
 // One file in memory, filled anew for every input.
 class MemoryFile {

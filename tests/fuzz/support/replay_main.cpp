@@ -1,5 +1,5 @@
 // Runs a fuzzer over files that are there already: for builds without libFuzzer. Each argument is a file or a
-// folder of files.
+// directory of files.
 
 #include "tests/fuzz/support/property.h"
 
@@ -26,7 +26,7 @@ void run_file(const std::filesystem::path& path) {
     std::ifstream file(path, std::ios::binary);
     require(file.good(), path.c_str());
     const std::vector<char> bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    // Named before it runs, so that the last line tells which input failed.
+    // Named before it runs, so that the last line names the input that failed.
     std::cerr << path.filename().string() << std::endl;
     LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
 }

@@ -1,5 +1,5 @@
 #include "master/access_log.h"
-#include "master/problem.h"
+#include "master/log_error.h"
 #include "tests/support/temporary_directory.h"
 
 #include <gtest/gtest.h>
@@ -80,14 +80,20 @@ TEST(AccessLog, ThatCannotBeWrittenIsReported) {
               "qvmaster: cannot write the access log: No space left on device\n");
 }
 
-TEST(AccessLog, ThatCannotBeOpenedKeepsTheServiceFromStarting) {
-    EXPECT_THROW(AccessLog("/nowhere/log"), StartFailure);
+TEST(AccessLog, ThatIsOpenedAgainHasANewFileOfItsName) {
+    TemporaryDirectory directory;
+    const std::string file = directory.path("log");
+    AccessLog log(file);
+    std::filesystem::rename(file, directory.path("old"));
+    log.write({"GET", "/", "", "", ""}, 200);
+    log.reopen();
+    log.write({"GET", "/", "", "", ""}, 200);
+    EXPECT_EQ(lines_of(directory.path("old")).size(), 1U);
+    EXPECT_EQ(lines_of(file).size(), 1U);
 }
 
-TEST(ProblemReport, IsOneLineWhateverItsText) {
-    testing::internal::CaptureStderr();
-    report_problem("a\nqvmaster: forged\x1b[2J ü");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "qvmaster: a?qvmaster: forged?[2J ü\n");
+TEST(AccessLog, ThatCannotBeOpenedKeepsTheServiceFromStarting) {
+    EXPECT_THROW(AccessLog("/nowhere/log"), StartFailure);
 }
 
 } // namespace

@@ -1,5 +1,5 @@
+#include "master/bad_request.h"
 #include "master/filter.h"
-#include "master/problem.h"
 
 #include <gtest/gtest.h>
 
@@ -67,7 +67,7 @@ TEST(FilterQuery, OfAnyOtherFormIsUnusable) {
         "filter%3Dos eq 'a'",
     };
     for (const char* query : queries)
-        EXPECT_THROW(read_filter_query(query), UnusableInput) << query;
+        EXPECT_THROW(read_filter_query(query), BadRequest) << query;
 }
 
 } // namespace

@@ -1,5 +1,5 @@
+#include "master/bad_request.h"
 #include "master/json_reader.h"
-#include "master/problem.h"
 
 #include <gtest/gtest.h>
 #include <jansson.h>
@@ -17,7 +17,7 @@ bool is_json(const std::string& text) {
         reader.skip();
         reader.finish();
         return true;
-    } catch (const UnusableInput& error) {
+    } catch (const BadRequest& error) {
         EXPECT_EQ(std::string(error.what()).substr(0, 22), "the body is not JSON: ") << text;
         return false;
     }

@@ -1,5 +1,5 @@
+#include "master/bad_request.h"
 #include "master/package_json.h"
-#include "master/problem.h"
 
 #include <gtest/gtest.h>
 
@@ -15,7 +15,7 @@ std::string reason_against(const std::string& body) {
     try {
         read_new_package(body);
         return "none";
-    } catch (const UnusableInput& error) {
+    } catch (const BadRequest& error) {
         return error.what();
     }
 }

@@ -86,7 +86,7 @@ TEST_F(ServiceTest, AnswersEveryKindOfRequestWithItsStatusAndErrorCode) {
         {"GET", "/", "", 404, 9103},
         {"GET", "", "", 404, 9103},
         {"GET", PACKAGES + "s/1", "", 404, 9103},
-        {"GET", "/" + std::string(LONGEST_TARGET, 'x'), "", 414, 20},
+        {"GET", "/" + std::string(MAX_TARGET_SIZE, 'x'), "", 414, 20},
         {"", "", "", 404, 9103},
     };
     for (const auto& row : rows) {
@@ -124,7 +124,7 @@ TEST_F(ServiceTest, NeedsTheBodyOfACreationOnly) {
     EXPECT_FALSE(needs("PUT", PACKAGES, ACCEPT));
     EXPECT_FALSE(needs("POST", PACKAGES + "/1", ACCEPT));
     EXPECT_FALSE(needs("POST", PACKAGES, "text/html"));
-    EXPECT_FALSE(needs("POST", PACKAGES + "?" + std::string(LONGEST_TARGET, 'x'), ACCEPT));
+    EXPECT_FALSE(needs("POST", PACKAGES + "?" + std::string(MAX_TARGET_SIZE, 'x'), ACCEPT));
 }
 
 TEST_F(ServiceTest, PutsItemPathsIntoTheRepositoryDirectory) {

@@ -10,7 +10,7 @@ import pytest
 SOURCES = Path(__file__).resolve().parents[3]
 sys.path.insert(0, str(SOURCES / "scripts/catalogs"))
 
-from catalogs import compare, conversions, read_catalog, texts_of_program
+from catalogs import compare, conversions, read_catalog, texts_of_program, texts_of_qvcheck
 
 TABLES = Path(os.environ["QV_BIN"]).parent / "tests/program_tables"
 LANGUAGES = sorted(file.stem for file in (SOURCES / "msg").glob("*.msg"))
@@ -57,7 +57,8 @@ def test_the_command_tells_how_many_catalogs_agree():
     run = check_catalogs()
     texts = texts_of_program(TABLES)
     assert (run.returncode, run.stderr) == (0, "")
-    assert run.stdout == f"catalogs: {len(LANGUAGES)}, texts in each: {len(texts)}\n"
+    number_of_qvcheck = len(texts_of_qvcheck(SOURCES / "check"))
+    assert run.stdout == f"catalogs: {2 * len(LANGUAGES)}, texts of qvrepo: {len(texts)}, of qvcheck: {number_of_qvcheck}\n"
 
 
 def test_the_command_names_file_and_fault_and_fails(tmp_path):
@@ -79,7 +80,7 @@ def test_a_good_catalog_has_no_fault():
 
 @pytest.mark.parametrize("old, new, problems", [
     ('26 "ID %s hinzugefügt."\n', "", ["message 26 is missing: 'added ID: %s.'"]),
-    ('$ "added ID', '3 "drei"\n$ "added ID', ["line 11: message 3 is none of the program"]),
+    ('$ "added ID', '3 "drei"\n$ "added ID', ["line 11: message 3 is not a message of the program"]),
     ('$ "added ID', '$ "x"\n24 "mit [%d]"\n$ "added ID', ["line 12: message 24 is there twice"]),
     ("$ \"must be administrator.\"\n", "", ["line 7: message 2 has no English text in the line above it"]),
     ('2 "Sie', '\n2 "Sie', ["line 9: message 2 has no English text in the line above it"]),
@@ -103,7 +104,7 @@ def test_a_good_catalog_has_no_fault():
      ["line 8: message 2 does not keep the blanks and line ends at its ends"]),
     ('32 "qvrepo -l | -list', '32 "qvrepo -l | -liste',
      ["line 16: message 32 has nothing to translate, and differs",
-      "line 16: message 32 does not keep the names and option words: qvrepo -l | -list"]),
+      "line 16: message 32 does not keep the names and options: qvrepo -l | -list"]),
     ("Sie müssen", "x" * 1001 + " müssen", ["line 8: message 2 is longer than 1023 bytes"])])
 def test_a_fault_is_found_and_named(old, new, problems):
     assert compare(changed(old, new), TEXTS) == problems
