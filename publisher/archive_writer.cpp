@@ -74,7 +74,7 @@ std::vector<SourceFile> examine_all(const std::vector<std::string>& paths, const
             throw Refusal("the name " + source.name + " is longer than 255 bytes");
         if (!names.insert(source.name).second)
             throw Refusal("the name " + source.name + " comes twice");
-        if (is_same_file(source, output))
+        if (is_same_file(path, output))
             throw Refusal(output + " is one of the files to put into it");
     }
     return sources;
@@ -94,30 +94,31 @@ std::string entry_header(const SourceFile& source) {
            little_endian(source.mode(), 2) + source.name;
 }
 
-std::vector<ArchiveEntry> create_archive(const std::string& output, const std::vector<std::string>& paths,
-                                         EVP_PKEY* key, std::ostream* terminal) {
+ArchiveSummary create_archive(const std::string& output, const std::vector<std::string>& paths, EVP_PKEY* key,
+                              std::ostream* terminal) {
     const std::vector<SourceFile> sources = examine_all(paths, output);
-    std::vector<ArchiveEntry> entries;
     std::optional<Signer> signer;
     if (key != nullptr)
         signer.emplace(key);
     ArchiveOutput archive(output, 0666, signer ? &*signer : nullptr, archive_size(sources), terminal);
     archive.write(MAGIC);
+    ArchiveSummary summary;
+    summary.is_signed = key != nullptr;
     for (const SourceFile& source : sources) {
         archive.write(entry_header(source));
         archive.write(source, 0);
-        entries.push_back({source.name, source.size(), source.mode()});
+        summary.add({source.name, source.size(), source.mode()});
     }
     archive.finish();
-    return entries;
+    return summary;
 }
 
-std::vector<ArchiveEntry> sign_archive(const std::string& path, SignatureSource& signature,
-                                       std::ostream* terminal) {
+ArchiveSummary sign_archive(const std::string& path, SignatureSource& signature, std::ostream* terminal) {
     SignableArchive archive = examine_signable(path);
     ArchiveOutput output(archive.source.path, 0600, &signature, archive.content_size(), terminal);
     output.write(archive.source, archive.content);
     output.take_over(archive.source.status);
     output.finish();
-    return std::move(archive.entries);
+    archive.summary.is_signed = true;
+    return std::move(archive.summary);
 }

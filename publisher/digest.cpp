@@ -61,7 +61,7 @@ std::string hexadecimal(const std::string& bytes) {
 }
 
 void write_digest(const std::string& path, const std::string& bytes, const std::string& archive) {
-    if (is_same_file(examine_source(archive), path))
+    if (is_same_file(archive, path))
         throw Refusal(path + " is the archive itself");
     OutputFile file(path, 0666);
     file.write(bytes.data(), bytes.size());

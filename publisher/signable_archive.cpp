@@ -1,5 +1,6 @@
 #include "publisher/signable_archive.h"
 
+#include "publisher/archive_table.h"
 #include "publisher/refusal.h"
 #include "publisher/signature_source.h"
 
@@ -22,10 +23,11 @@ std::string real_path(const std::string& path) {
 
 SignableArchive examine_signable(const std::string& path) {
     SourceFile source = examine_source(real_path(path));
-    ArchiveTable table = read_archive_table(path);
-    if (!table.damage.empty())
-        throw Refusal(path + " is damaged: " + table.damage);
-    if (table.entries.empty())
+    ArchiveSummary summary = Archive(path).walk([](const ArchiveEntry&) {});
+    if (!summary.damage.empty())
+        throw Refusal(path + " is damaged: " + summary.damage);
+    if (summary.entry_count == 0)
         throw Refusal(path + " holds no entry");
-    return {std::move(source), table.has_signature ? SIGNATURE_SIZE : 0, std::move(table.entries)};
+    const std::uint64_t content = summary.is_signed ? SIGNATURE_SIZE : 0;
+    return {std::move(source), content, std::move(summary)};
 }

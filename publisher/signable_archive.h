@@ -8,13 +8,12 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 // An archive that is whole and has an entry, as it was when it was examined.
 struct SignableArchive {
     SourceFile source;     // behind all symbolic links
     std::uint64_t content; // where the bytes begin that are signed: behind an earlier signature
-    std::vector<ArchiveEntry> entries;
+    ArchiveSummary summary;
 
     std::uint64_t content_size() const { return source.size() - content; }
 };

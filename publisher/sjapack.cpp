@@ -8,7 +8,6 @@
 #include "publisher/digest.h"
 #include "publisher/given_signature.h"
 #include "publisher/key_files.h"
-#include "publisher/name_check.h"
 #include "publisher/progress.h"
 #include "publisher/refusal.h"
 #include "publisher/signer.h"
@@ -42,9 +41,11 @@ struct Command {
     std::function<void(const Words&)> run;
 };
 
-void warn_about(const std::string& path, const std::vector<ArchiveEntry>& entries) {
-    for (const std::string& warning : warnings_about(path, entries))
-        std::cerr << "sjapack: warning: " << warning << "\n";
+// Warns about the archive and prints its summary.
+void report(const std::string& path, const ArchiveSummary& summary) {
+    for (const std::string& warning : summary.warnings(path))
+        std::cerr << "sjapack: warning: " << printable(warning) << "\n";
+    std::cout << printable(path) << ": " << summary.text() << "\n";
 }
 
 void keygen(const Words& words) {
@@ -57,15 +58,11 @@ void create(const Words& words) {
     pkey_ptr key;
     if (!words.key.empty())
         key = signing_key(words.key, words.passphrase);
-    const auto entries = create_archive(words.archive, words.files, key.get(), progress_terminal());
-    warn_about(words.archive, entries);
-    std::cout << words.archive << ": " << summary_of(key != nullptr, entries) << "\n";
+    report(words.archive, create_archive(words.archive, words.files, key.get(), progress_terminal()));
 }
 
 void put_signature(const Words& words, SignatureSource& signature) {
-    const auto entries = sign_archive(words.archive, signature, progress_terminal());
-    warn_about(words.archive, entries);
-    std::cout << words.archive << ": " << summary_of(true, entries) << "\n";
+    report(words.archive, sign_archive(words.archive, signature, progress_terminal()));
 }
 
 void sign(const Words& words) {
@@ -89,15 +86,14 @@ void attach(const Words& words) {
 }
 
 void list(const Words& words) {
-    const ArchiveTable table = read_archive_table(words.archive);
-    print_archive_table(table, std::cout);
-    if (!table.damage.empty())
-        throw Refusal(words.archive + " is damaged: " + table.damage);
+    const ArchiveSummary summary = Archive(words.archive).print(std::cout);
+    if (!summary.damage.empty())
+        throw Refusal(words.archive + " is damaged: " + summary.damage);
 }
 
 void verify(const Words& words) {
     verify_archive(words.archive, words.key, progress_terminal());
-    std::cout << words.archive << ": the signature is valid\n";
+    std::cout << printable(words.archive) << ": the signature is valid\n";
 }
 
 // `key` is the option that names the key which the passphrase is for; null where a command makes the key.
@@ -210,7 +206,7 @@ int parse_and_run(int argc, char** argv) {
     } catch (const CLI::Success& help) {
         return app.exit(help);
     } catch (const CLI::ParseError& wrong) {
-        std::cerr << "sjapack: " << wrong.what() << " (sjapack --help shows the words)\n";
+        std::cerr << "sjapack: " << printable(wrong.what()) << " (sjapack --help shows the words)\n";
         return WRONG_WORDS;
     }
     return run_chosen(commands, words);
@@ -225,7 +221,7 @@ int main(int argc, char** argv) {
     try {
         return parse_and_run(argc, argv);
     } catch (const std::exception& failure) {
-        std::cerr << "sjapack: " << failure.what() << "\n";
+        std::cerr << "sjapack: " << printable(failure.what()) << "\n";
         return REFUSED;
     }
 }

@@ -3,6 +3,9 @@
 #ifndef PUBLISHER_SOURCE_FILE_H
 #define PUBLISHER_SOURCE_FILE_H
 
+#include "files/file_stream.h"
+#include "platform/file_descriptor.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -20,12 +23,19 @@ struct SourceFile {
     unsigned mode() const { return status.st_mode & 07777U; }
 };
 
-// Examines the file at `path`. Throws a Refusal for a folder, for anything else that is no regular file, and
-// for a file that cannot be read.
+// Opens the regular file at `path` for reading and fills `status`. Throws a Refusal, which calls the file by
+// `name` or else by its path, for a folder, for anything else that is no regular file (a pipe does not
+// block), and for a file that cannot be read.
+FileDescriptor open_source(const std::string& path, struct stat& status, const std::string& name = "");
+
+// The same as a stream.
+FileStream open_stream(const std::string& path, struct stat& status, const std::string& name = "");
+
+// Examines the file at `path`. Throws like open_source.
 SourceFile examine_source(const std::string& path);
 
-// Whether `path` leads to the file that was examined.
-bool is_same_file(const SourceFile& source, const std::string& path);
+// Whether both paths lead to the same file, or would once it is made there.
+bool is_same_file(const std::string& a, const std::string& b);
 
 // Passes the bytes from offset `from` up to the end of the file to `take`, in chunks. Throws a Refusal when
 // the file cannot be read, or is not, from the first byte to the last, the one that was examined: another

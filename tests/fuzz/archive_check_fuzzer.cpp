@@ -6,11 +6,11 @@
 #include "files/sja_verify.h"
 #include "publisher/archive_check.h"
 #include "publisher/archive_table.h"
-#include "publisher/name_check.h"
 #include "publisher/refusal.h"
 #include "tests/fuzz/support/archive_model.h"
 #include "tests/fuzz/support/files.h"
 #include "tests/fuzz/support/property.h"
+#include "tests/fuzz/support/utf8.h"
 #include "tests/support/sja_builder.h"
 
 #include <algorithm>
@@ -72,9 +72,21 @@ void check_signature(const std::string& path, const std::string& bytes, const Mo
                 "a publisher accepts signed archives whose signature OpenSSL accepts");
 }
 
+struct ArchiveTable {
+    ArchiveSummary summary;
+    std::vector<ArchiveEntry> entries;
+    std::string text;
+};
+
 std::optional<ArchiveTable> read_table(const std::string& path) {
     try {
-        return read_archive_table(path);
+        const Archive archive(path);
+        ArchiveTable table;
+        table.summary = archive.walk([&](const ArchiveEntry& entry) { table.entries.push_back(entry); });
+        std::ostringstream out;
+        archive.print(out);
+        table.text = out.str();
+        return table;
     } catch (const Refusal&) {
         return std::nullopt;
     }
@@ -96,7 +108,7 @@ std::optional<std::string> put_together(const ArchiveTable& table, const ModelAr
 }
 
 void check_table(const ArchiveTable& table, const ModelArchive& model, const std::string& bytes) {
-    require(table.has_signature == (model.form == MODEL_SIGNED), "the table knows the form");
+    require(table.summary.is_signed == (model.form == MODEL_SIGNED), "the table knows the form");
     std::size_t whole = 0;
     for (const ModelEntry& entry : model.entries) {
         if (!entry.has_whole_name())
@@ -109,23 +121,26 @@ void check_table(const ArchiveTable& table, const ModelArchive& model, const std
     require(whole == table.entries.size(), "the table holds no entry that is not there");
     const bool whole_archive =
         whole == model.entries.size() && put_together(table, model, bytes) == bytes.substr(model.base);
-    require(table.damage.empty() == whole_archive,
+    require(table.summary.damage.empty() == whole_archive,
             "what is not damaged, and only that, can be put together again from its table");
 }
 
 void check_printing(const ArchiveTable& table) {
-    std::ostringstream out;
-    print_archive_table(table, out);
-    const std::string text = out.str();
+    const std::string& text = table.text;
     require(std::all_of(text.begin(), text.end(),
                         [](unsigned char c) { return c == '\n' || (c >= 0x20 && c != 0x7f); }),
             "no control character reaches the terminal");
+    // The control characters from U+0080 to U+009F are these two bytes.
+    for (std::size_t i = 1; i < text.size(); ++i)
+        require(text[i - 1] != '\xc2' || static_cast<unsigned char>(text[i]) > 0x9f,
+                "no control character reaches the terminal");
+    require(is_utf8(text), "what reaches the terminal is UTF-8");
     require(static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')) == table.entries.size() + 2,
             "the table has a heading, a line for each entry and a summary");
-    const std::string summary = summary_of(table.has_signature, table.entries) + "\n";
+    const std::string summary = table.summary.text() + "\n";
     require(text.compare(text.size() - summary.size(), summary.size(), summary) == 0,
             "the table ends in its summary");
-    warnings_about("/tmp/package.sja", table.entries);
+    table.summary.warnings("/tmp/package.sja");
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #include "publisher/archive_table.h"
 
+#include "publisher/signable_archive.h"
+#include "tests/support/child_process.h"
 #include "tests/support/sja_builder.h"
 #include "tests/unit/publisher/refusals.h"
 
@@ -14,14 +16,15 @@ class TableOfAnArchive : public ::testing::Test {
     std::string print(const std::string& bytes) {
         write_file(path_, bytes);
         std::ostringstream out;
-        print_archive_table(read_archive_table(path_), out);
+        Archive(path_).print(out);
         return out.str();
     }
 
-    std::string damage_of(const std::string& bytes) {
+    ArchiveSummary summary_of(const std::string& bytes) {
         write_file(path_, bytes);
-        return read_archive_table(path_).damage;
+        return Archive(path_).walk([](const ArchiveEntry&) {});
     }
+    std::string damage_of(const std::string& bytes) { return summary_of(bytes).damage; }
 
     TemporaryDirectory directory_;
     std::string path_ = directory_.path("a.sja");
@@ -55,10 +58,9 @@ TEST_F(TableOfAnArchive, IsCompleteWhereTheRepositoryListsOnlySome) {
     for (int i = 1; i <= 40; ++i)
         entries.push_back({"e" + std::to_string(i), "x"});
     write_file(path_, sja_bytes(entries));
-    const ArchiveTable table = read_archive_table(path_);
-    ASSERT_EQ(table.entries.size(), 40U);
-    for (std::size_t i = 0; i < 40; ++i)
-        EXPECT_EQ(table.entries[i].name, entries[i].name);
+    std::size_t i = 0;
+    Archive(path_).walk([&](const ArchiveEntry& entry) { EXPECT_EQ(entry.name, entries.at(i++).name); });
+    EXPECT_EQ(i, 40U);
 }
 
 TEST_F(TableOfAnArchive, ShowsControlCharactersAsEscapes) {
@@ -66,6 +68,31 @@ TEST_F(TableOfAnArchive, ShowsControlCharactersAsEscapes) {
               "MODE    SIZE  NAME\n"
               "0644       1  a\\x1b[2J\\x0a\\x7f \xc3\xa9\n"
               "1 entry, unsigned, single package\n");
+}
+
+TEST(PrintableText, IsUtf8WithoutControlCharacters) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"", ""},
+        {" ~", " ~"},
+        {std::string(1, '\0') + "\x1f", "\\x00\\x1f"},
+        {"\xc2\x80\xc2\x9b\xc2\x9f", "\\xc2\\x80\\xc2\\x9b\\xc2\\x9f"},
+        {"\xc2\xa0\xdf\xbf", "\xc2\xa0\xdf\xbf"},
+        {"\xe0\xa0\x80\xe2\x82\xac\xef\xbf\xbd", "\xe0\xa0\x80\xe2\x82\xac\xef\xbf\xbd"},
+        {"\xf0\x90\x80\x80\xf4\x8f\xbf\xbf", "\xf0\x90\x80\x80\xf4\x8f\xbf\xbf"},
+        // A terminal that does not decode UTF-8, or not well, takes these for control characters.
+        {"\x9b", "\\x9b"},
+        {"\xc1\x9b", "\\xc1\\x9b"},
+        {"\xe0\x82\x9b", "\\xe0\\x82\\x9b"},
+        {"\xf0\x80\x82\x9b", "\\xf0\\x80\\x82\\x9b"},
+        {"\xf8\x80\x80\x82\x9b", "\\xf8\\x80\\x80\\x82\\x9b"},
+        // Neither are these characters.
+        {"\xc3", "\\xc3"},
+        {"\xc3z\xe2\x82z", "\\xc3z\\xe2\\x82z"},
+        {"\xed\xa0\x80", "\\xed\\xa0\\x80"},
+        {"\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"},
+    };
+    for (const auto& [text, shown] : cases)
+        EXPECT_EQ(printable(text), shown);
 }
 
 TEST_F(TableOfAnArchive, TellsDamage) {
@@ -78,14 +105,28 @@ TEST_F(TableOfAnArchive, TellsDamage) {
     EXPECT_EQ(damage_of(whole.substr(0, whole.size() - 3)), "the name of the last entry is cut off");
     EXPECT_EQ(damage_of(sja_bytes_with_signature_block({}) + "x"),
               "the magic is followed by bytes that are no entry");
-    EXPECT_EQ(read_archive_table(path_).entries.size(), 0U);
+    EXPECT_EQ(summary_of(sja_bytes_with_signature_block({}) + "x").entry_count, 0U);
+    EXPECT_EQ(summary_of(whole.substr(0, whole.size() - 3)).entry_count, 1U);
 }
 
 TEST_F(TableOfAnArchive, IsRefusedForWhatIsNoArchive) {
     write_file(path_, "some text");
-    EXPECT_EQ(refusal_of([this] { read_archive_table(path_); }), path_ + " is not an .sja archive");
-    EXPECT_EQ(refusal_of([this] { read_archive_table(directory_.path()); }),
-              directory_.path() + " is a folder");
-    EXPECT_EQ(refusal_of([this] { read_archive_table(directory_.path("missing")); }),
+    EXPECT_EQ(refusal_of([this] { Archive{path_}; }), path_ + " is not an .sja archive");
+    EXPECT_EQ(refusal_of([this] { Archive{directory_.path()}; }), directory_.path() + " is a folder");
+    EXPECT_EQ(refusal_of([this] { Archive{directory_.path("missing")}; }),
               "cannot read " + directory_.path("missing") + ": No such file or directory");
+}
+
+TEST_F(TableOfAnArchive, TakesTheSameMemoryForAnyNumberOfEntries) {
+    const auto read = [this](std::uint64_t size) {
+        write_file(path_, "JANK");
+        // Zeros are entries without names and data.
+        std::filesystem::resize_file(path_, 4 + size);
+        std::ostream nowhere(nullptr);
+        EXPECT_EQ(Archive(path_).print(nowhere).entry_count, size / 11);
+        examine_signable(path_);
+    };
+    const long growth = memory_growth([&] { read(11); }, [&] { read(std::uint64_t{11} << 17); });
+    EXPECT_GE(growth, 0);
+    EXPECT_LT(growth, 1024);
 }

@@ -65,14 +65,6 @@ TEST_F(ArchiveWriter, PutsFilesIntoTheirOrderUnderTheirBaseNamesWithTheirModes) 
                 sja_bytes({{"second", large, 0755}, {"a first", "12345", 04640}, {"empty", "", 0}}));
 }
 
-TEST_F(ArchiveWriter, ReturnsTheEntries) {
-    const auto entries = create_archive(out_, {file("one", "12345", 0600)}, nullptr, nullptr);
-    ASSERT_EQ(entries.size(), 1U);
-    EXPECT_EQ(entries[0].name, "one");
-    EXPECT_EQ(entries[0].size, 5U);
-    EXPECT_EQ(entries[0].mode, 0600U);
-}
-
 TEST_F(ArchiveWriter, SignsEverythingBehindTheSignature) {
     ASSERT_EQ(create({file("one", "12345")}, SigningKey::publisher().get()), "done");
     EXPECT_EQ(read_file(out_), SigningKey::publisher().signed_bytes(sja_bytes({{"one", "12345"}})));

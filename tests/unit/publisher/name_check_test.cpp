@@ -1,5 +1,8 @@
 #include "publisher/name_check.h"
 
+#include "publisher/archive_table.h"
+#include "tests/support/sja_builder.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -35,25 +38,44 @@ TEST(PackageName, IsFaultlessOrHasAReason) {
         EXPECT_EQ(package_name_fault(name), fault) << name;
 }
 
-TEST(Warnings, AreNoneForASinglePackageWithAGoodName) {
-    EXPECT_THAT(warnings_about("/some/where/dunmarel_qvclient_8.3_redhat_x64.sja",
-                               {{"any name", 1, 0644}, {"inner.sja", 1, 0644}}),
+class Warnings : public ::testing::Test {
+  protected:
+    std::vector<std::string> about(const std::string& name, const std::vector<SjaEntry>& entries) const {
+        write_file(directory_.path(name), sja_bytes(entries));
+        return Archive(directory_.path(name))
+            .walk([](const ArchiveEntry&) {})
+            .warnings(directory_.path(name));
+    }
+
+    TemporaryDirectory directory_;
+};
+
+TEST_F(Warnings, AreNoneForASinglePackageWithAGoodName) {
+    EXPECT_THAT(about("dunmarel_qvclient_8.3_redhat_x64.sja",
+                      {{"inner.sja", "1"}, {"any name", "1"}, {"inner.sja", "1"}}),
                 IsEmpty());
 }
 
-TEST(Warnings, CoverTheEntriesOfAnEnvelope) {
-    EXPECT_THAT(
-        warnings_about("bad.sja", {{"dunmarel_qvclient_8.3_redhat_x64.sja", 1, 0644}, {"x.sja", 1, 0644}}),
-        ElementsAre(std::string("bad.sja is no name for a package: ") + FORM,
-                    std::string("x.sja is no name for a package: ") + FORM));
+TEST_F(Warnings, CoverTheEntriesOfAnEnvelope) {
+    EXPECT_THAT(about("bad.sja", {{"dunmarel_qvclient_8.3_redhat_x64.sja", "1"}, {"x.sja", "1"}}),
+                ElementsAre(std::string("bad.sja is no name for a package: ") + FORM,
+                            std::string("x.sja is no name for a package: ") + FORM));
 }
 
-TEST(Warnings, CoverMoreEntriesThanARepositoryLists) {
-    std::vector<ArchiveEntry> entries(15, ArchiveEntry{"file", 1, 0644});
-    EXPECT_THAT(warnings_about("dunmarel_qvclient_8.3_redhat_x64.sja", entries), IsEmpty());
-    entries.push_back({"one more", 1, 0644});
+TEST_F(Warnings, CoverTheFirstOfVeryManyNames) {
+    const std::vector<SjaEntry> entries(1003, SjaEntry{"x.sja", "1"});
+    const std::vector<std::string> warnings = about("dunmarel_qvclient_8.3_redhat_x64.sja", entries);
+    ASSERT_EQ(warnings.size(), 1002U);
+    EXPECT_EQ(warnings[999], std::string("x.sja is no name for a package: ") + FORM);
+    EXPECT_EQ(warnings[1000], "so it is with the names of 3 more entries");
+}
+
+TEST_F(Warnings, CoverMoreEntriesThanARepositoryLists) {
+    std::vector<SjaEntry> entries(15, SjaEntry{"file", "1"});
+    EXPECT_THAT(about("dunmarel_qvclient_8.3_redhat_x64.sja", entries), IsEmpty());
+    entries.push_back({"one more", "1"});
     EXPECT_THAT(
-        warnings_about("dunmarel_qvclient_8.3_redhat_x64.sja", entries),
+        about("dunmarel_qvclient_8.3_redhat_x64.sja", entries),
         ElementsAre("a repository lists only the first entries of an archive of more than 15; this one has "
                     "16"));
 }

@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
+#include <thread>
 
 #include <fcntl.h>
 
@@ -67,6 +69,17 @@ TEST_F(FileToPack, IsRefusedWhenItIsWrittenToInPlace) {
     EXPECT_EQ(read_with([this] { flip_byte(path_, 600002); }), changed_);
 }
 
+TEST_F(FileToPack, IsRefusedWhenItIsWrittenToInPlaceAndItsTimeIsPutBack) {
+    const auto time = std::filesystem::last_write_time(path_);
+    EXPECT_EQ(read_with([&] {
+                  // Longer than the grain of the clock of files.
+                  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+                  flip_byte(path_, 600002);
+                  std::filesystem::last_write_time(path_, time);
+              }),
+              changed_);
+}
+
 TEST_F(FileToPack, IsRefusedWhenAnotherFileHasTakenItsName) {
     const SourceFile source = examine_source(path_);
     write_file(directory_.path("other"), read_file(path_));
@@ -86,4 +99,27 @@ TEST_F(FileToPack, IsRefusedWhenItCannotBeRead) {
     std::filesystem::remove(path_);
     EXPECT_EQ(refusal_of([&] { read_source(source, 0, [](const char*, std::size_t) {}); }),
               "cannot read " + path_ + ": No such file or directory");
+}
+
+TEST(SameFile, IsOneThatIsThereOrWouldBeMade) {
+    const TemporaryDirectory directory;
+    for (const char* name : {"a", "b"})
+        write_file(directory.path(name), "");
+    std::filesystem::create_hard_link(directory.path("a"), directory.path("hard"));
+    std::filesystem::create_symlink("a", directory.path("soft"));
+    std::filesystem::create_directory_symlink(".", directory.path("here"));
+    const struct {
+        std::string first;
+        std::string second;
+        bool same;
+    } cases[] = {
+        {"a", "a", true},          {"a", "here/./a", true}, {"a", "hard", true},      {"a", "soft", true},
+        {"a", "b", false},         {"a", "new", false},     {"new", "a", false},      {"new", "new", true},
+        {"new", "here/new", true}, {"new", "newer", false}, {"no/new", "new", false},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(is_same_file(directory.path(c.first), directory.path(c.second)), c.same)
+            << c.first << " " << c.second;
+    EXPECT_TRUE(is_same_file("new", "./new"));
+    EXPECT_FALSE(is_same_file("", directory.path("a")));
 }
