@@ -9,7 +9,6 @@
 
 namespace {
 
-constexpr const char* PIN_VALUE = "pin-value=";
 constexpr const char* PIN_SOURCE = "pin-source=";
 constexpr const char* HEX_DIGITS = "0123456789abcdef";
 
@@ -44,60 +43,47 @@ int digit(const std::string& text, std::size_t place) {
     return found == nullptr ? -1 : static_cast<int>(found - HEX_DIGITS);
 }
 
+// Replaces escapes; one that is none stays as it stands.
 std::string unescape(const std::string& text) {
     std::string plain;
     for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] != '%') {
+        const int high = text[i] == '%' ? digit(text, i + 1) : -1;
+        const int low = digit(text, i + 2);
+        if (high < 0 || low < 0) {
             plain += text[i];
             continue;
         }
-        const int high = digit(text, i + 1);
-        const int low = digit(text, i + 2);
-        // The text itself stays out of the message: it may be a PIN.
-        if (high < 0 || low < 0)
-            throw Refusal("the PIN in the key's URI has a % without two hexadecimal digits");
         plain += static_cast<char>(high * 16 + low);
         i += 2;
     }
     return plain;
 }
 
-std::string file_of(const std::string& source) {
-    std::string path = source;
-    if (starts_with(path, "file:"))
-        path = path.substr(std::strlen("file:"));
-    if (starts_with(path, "///"))
-        path = path.substr(2);
-    if (path.empty() || path[0] != '/')
-        throw Refusal("the pin-source of the key's URI is no file's path from / on");
+// The path in "file:/path", "file:///path" and "file://localhost/path".
+std::string path_of(const std::string& uri) {
+    std::string path = starts_with(uri, "file:") ? uri.substr(std::strlen("file:")) : uri;
+    for (const char* authority : {"//localhost/", "///"})
+        if (starts_with(path, authority))
+            return path.substr(std::strlen(authority) - 1);
     return path;
 }
 
-std::shared_ptr<const Passphrase> pin_of(const std::string& attribute) {
-    if (starts_with(attribute, PIN_SOURCE)) {
-        const std::string path = file_of(unescape(attribute.substr(std::strlen(PIN_SOURCE))));
-        return std::shared_ptr<const Passphrase>(new Passphrase(passphrase_from_file(path)));
-    }
-    std::string value = unescape(attribute.substr(std::strlen(PIN_VALUE)));
-    if (value.empty())
-        throw Refusal("the PIN in the key's URI is empty");
-    return std::make_shared<const Passphrase>(value);
-}
-
-// Moves the PIN out of the query of `uri`.
-void take_pin(KeyUri& uri) {
+// Moves the pin-source out of the query of `uri`.
+void take_pin_source(KeyUri& uri) {
     const std::size_t mark = uri.location.find('?');
     if (mark == std::string::npos)
         return;
     std::string kept;
     for (const std::string& attribute : split(uri.location.substr(mark + 1), '&')) {
-        if (!starts_with(attribute, PIN_VALUE) && !starts_with(attribute, PIN_SOURCE)) {
+        if (!starts_with(attribute, PIN_SOURCE)) {
             kept += (kept.empty() ? "?" : "&") + attribute;
             continue;
         }
-        if (uri.pin)
+        if (!uri.file.empty())
             throw Refusal("the key's URI names more than one PIN");
-        uri.pin = pin_of(attribute);
+        uri.file = path_of(unescape(attribute.substr(std::strlen(PIN_SOURCE))));
+        if (!starts_with(uri.file, "/"))
+            throw Refusal("the pin-source of the key's URI is no file's path from / on");
     }
     uri.location = uri.location.substr(0, mark) + kept;
 }
@@ -116,12 +102,27 @@ bool is_key_uri(const std::string& name) {
 
 KeyUri parse_key_uri(const std::string& text) {
     const std::size_t colon = text.find(':');
-    KeyUri uri = {text.substr(0, colon), "", nullptr};
+    KeyUri uri = {text.substr(0, colon), "", ""};
     std::transform(uri.scheme.begin(), uri.scheme.end(), uri.scheme.begin(), lower);
     uri.location = uri.scheme + text.substr(colon);
     if (uri.scheme == "pkcs11")
-        take_pin(uri);
+        take_pin_source(uri);
+    if (uri.scheme == "file")
+        uri.file = path_of(uri.location);
+    if (uri.scheme == "file" && !starts_with(uri.file, "/"))
+        throw Refusal(uri.location + " is no file's path from / on");
     return uri;
+}
+
+bool holds_pin(const std::string& argument) {
+    std::string text = argument;
+    for (std::string plain = unescape(text); plain != text; plain = unescape(text))
+        text = plain;
+    std::string letters;
+    for (const char c : text)
+        if (is_letter(c) || c == '=')
+            letters += lower(c);
+    return letters.find("pinvalue=") != std::string::npos;
 }
 
 void check_object_type(const KeyUri& uri, KeyHalf half) {

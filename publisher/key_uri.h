@@ -3,9 +3,6 @@
 #ifndef PUBLISHER_KEY_URI_H
 #define PUBLISHER_KEY_URI_H
 
-#include "publisher/passphrase.h"
-
-#include <memory>
 #include <string>
 
 enum class KeyHalf { PRIVATE, PUBLIC };
@@ -19,18 +16,24 @@ bool is_key_uri(const std::string& name);
 
 // A URI taken apart.
 struct KeyUri {
-    std::string scheme; // in lower case
-    // The URI without a PIN, for messages and for whoever finds the key.
-    std::string location;
-    // The PIN or passphrase of the key: at first what a "pkcs11:" URI says about it, null where that is
-    // nothing.
-    std::shared_ptr<const Passphrase> pin;
+    std::string scheme;   // in lower case
+    std::string location; // the URI for messages and for whoever finds the key, without a pin-source
+    // The local file that the URI names: of "file:" the key, of "pkcs11:" that with the PIN (its pin-source);
+    // empty where it names none.
+    std::string file;
+
+    bool names_pin_file() const { return scheme == "pkcs11" && !file.empty(); }
 };
 
-// Takes apart `text`, for which is_key_uri() holds. The PIN is the attribute pin-value, or the first line of
-// the file that pin-source names ("/path" or "file:/path"). Throws a Refusal for a pin-source that is no file
-// or holds no PIN, for more than one PIN, and for an escape in either that is none.
+// Takes apart `text`, for which is_key_uri() holds. Throws a Refusal for a file whose path does not begin
+// with
+// "/" (after "file:", which a pin-source may leave out), for more than one pin-source, and for an escape in
+// it that is none.
 KeyUri parse_key_uri(const std::string& text);
+
+// Whether `argument` holds a PIN: the attribute pin-value of a URI, however it is spelled. Other users see it
+// in the list of processes, so nothing takes it, and no message shows it.
+bool holds_pin(const std::string& argument);
 
 // Throws a Refusal when a "pkcs11:" URI names another type of object than the wanted half of a key.
 void check_object_type(const KeyUri& uri, KeyHalf half);

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include <sys/stat.h>
@@ -31,11 +32,22 @@ class OutputFile {
     // Brings the file to the disk and under its name.
     void commit();
 
+    // The same for a name that is still free: where another file has it, or takes it meanwhile, that file
+    // stays.
+    void commit_new();
+
+    // After a commit: takes the name away again, from this file only.
+    void remove();
+
+    // After a commit, even one that failed: whether the file has its name.
+    bool is_in_place() const;
+
   private:
     void check(bool success) const;
 
     std::string path_;
-    PendingFile file_;
+    std::optional<PendingFile> file_; // until it is committed
+    struct stat status_ = {};         // from then on
 };
 
 #endif

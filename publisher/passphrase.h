@@ -3,13 +3,15 @@
 #ifndef PUBLISHER_PASSPHRASE_H
 #define PUBLISHER_PASSPHRASE_H
 
+#include <cstddef>
+#include <memory>
 #include <string>
 
 // Text that is wiped from memory when its owner goes.
 class Passphrase {
   public:
-    // Takes over `text`, which is wiped.
-    explicit Passphrase(std::string& text);
+    // Copies `size` bytes and wipes them.
+    Passphrase(char* text, std::size_t size);
     Passphrase(const Passphrase&) = delete;
     Passphrase& operator=(const Passphrase&) = delete;
     ~Passphrase();
@@ -22,10 +24,10 @@ class Passphrase {
 
 // The first line of the file at `path`, without its newline. Throws a Refusal when the file cannot be read,
 // or its first line is empty or longer than 1023 bytes.
-Passphrase passphrase_from_file(const std::string& path);
+std::shared_ptr<const Passphrase> passphrase_from_file(const std::string& path);
 
 // Asks on the terminal, without showing what is typed; twice when `again`. Throws a Refusal without a
 // terminal, for an empty passphrase, and when the two differ.
-Passphrase passphrase_from_terminal(bool again);
+std::shared_ptr<const Passphrase> passphrase_from_terminal(bool again);
 
 #endif

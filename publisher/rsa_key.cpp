@@ -4,9 +4,7 @@
 #include "publisher/output_file.h"
 #include "publisher/passphrase_request.h"
 #include "publisher/refusal.h"
-
-#include <cerrno>
-#include <cstdio>
+#include "publisher/source_file.h"
 
 #include <openssl/bio.h>
 #include <openssl/pem.h>
@@ -37,12 +35,10 @@ bio_ptr memory() {
     return bio;
 }
 
-void write_pem(const std::string& path, mode_t mode, BIO* pem) {
+void write_pem(OutputFile& file, BIO* pem) {
     char* bytes = nullptr;
     const long count = BIO_get_mem_data(pem, &bytes);
-    OutputFile file(path, mode);
     file.write(bytes, static_cast<std::size_t>(count));
-    file.commit();
 }
 
 void write_encrypted(BIO* pem, EVP_PKEY* key, const std::string& passphrase) {
@@ -55,10 +51,8 @@ void write_encrypted(BIO* pem, EVP_PKEY* key, const std::string& passphrase) {
 }
 
 bio_ptr open_key_file(const std::string& path) {
-    FILE* file = std::fopen(path.c_str(), "re");
-    if (file == nullptr)
-        throw Refusal("cannot read " + path, errno);
-    bio_ptr bio(BIO_new_fp(file, BIO_CLOSE));
+    struct stat status = {};
+    bio_ptr bio(BIO_new_fp(open_stream(path, status).release(), BIO_CLOSE));
     check_openssl(bio != nullptr);
     return bio;
 }
@@ -71,19 +65,19 @@ pkey_ptr generate_key() {
     return key;
 }
 
-void write_private_key(const std::string& path, EVP_PKEY* key, const Passphrase* passphrase) {
+void write_private_key(OutputFile& file, EVP_PKEY* key, const Passphrase* passphrase) {
     const bio_ptr pem = memory();
     if (passphrase != nullptr)
         write_encrypted(pem.get(), key, passphrase->text());
     else
         check_openssl(PEM_write_bio_PrivateKey(pem.get(), key, nullptr, nullptr, 0, nullptr, nullptr) == 1);
-    write_pem(path, 0600, pem.get());
+    write_pem(file, pem.get());
 }
 
-void write_public_key(const std::string& path, EVP_PKEY* key) {
+void write_public_key(OutputFile& file, EVP_PKEY* key) {
     const bio_ptr pem = memory();
     check_openssl(PEM_write_bio_PUBKEY(pem.get(), key) == 1);
-    write_pem(path, 0666, pem.get());
+    write_pem(file, pem.get());
 }
 
 void check_key_kind(const std::string& name, const EVP_PKEY* key) {

@@ -3,6 +3,7 @@
 #ifndef PUBLISHER_RSA_KEY_H
 #define PUBLISHER_RSA_KEY_H
 
+#include "publisher/output_file.h"
 #include "publisher/passphrase.h"
 
 #include <memory>
@@ -21,13 +22,11 @@ using pkey_ptr = std::unique_ptr<EVP_PKEY, release_pkey>;
 // A new RSA key pair of 4096 bits.
 pkey_ptr generate_key();
 
-// Writes the private half to the file `path` in PEM (PKCS #8), readable for its owner only from the first
-// moment, and encrypted when `passphrase` is not null. Throws a Refusal, leaving no new file, when it cannot
-// be written.
-void write_private_key(const std::string& path, EVP_PKEY* key, const Passphrase* passphrase);
+// Writes the private half to `file` in PEM (PKCS #8), encrypted when `passphrase` is not null.
+void write_private_key(OutputFile& file, EVP_PKEY* key, const Passphrase* passphrase);
 
-// Writes the public half to the file `path` in PEM ("PUBLIC KEY"). Throws like write_private_key.
-void write_public_key(const std::string& path, EVP_PKEY* key);
+// Writes the public half to `file` in PEM ("PUBLIC KEY").
+void write_public_key(OutputFile& file, EVP_PKEY* key);
 
 // Throws a Refusal, which calls the key by `name`, unless it is an RSA key of 4096 bits.
 void check_key_kind(const std::string& name, const EVP_PKEY* key);

@@ -8,10 +8,13 @@
 #include "publisher/digest.h"
 #include "publisher/given_signature.h"
 #include "publisher/key_files.h"
+#include "publisher/key_store.h"
 #include "publisher/progress.h"
 #include "publisher/refusal.h"
 #include "publisher/signer.h"
+#include "publisher/source_file.h"
 
+#include <algorithm>
 #include <csignal>
 #include <functional>
 #include <iostream>
@@ -48,6 +51,20 @@ void report(const std::string& path, const ArchiveSummary& summary) {
     std::cout << printable(path) << ": " << summary.text() << "\n";
 }
 
+// Throws a Refusal when writing `output` would destroy a file that this command reads.
+void check_is_no_input(const std::string& output, const Words& words) {
+    for (const std::string& input : {local_file(words.key), words.passphrase.file, words.signature})
+        if (!input.empty() && is_same_file(output, input))
+            throw Refusal(output + " is read for this, and would be lost");
+}
+
+// The same, also for any other file with a key.
+void check_replaceable(const std::string& output, const Words& words) {
+    check_is_no_input(output, words);
+    if (key_in_file(output))
+        throw Refusal(output + " holds a key, which would be lost");
+}
+
 void keygen(const Words& words) {
     make_key_pair(words.pair, words.passphrase);
     std::cout << "private key: " << words.pair.private_path << "\npublic key: " << words.pair.public_path
@@ -55,6 +72,7 @@ void keygen(const Words& words) {
 }
 
 void create(const Words& words) {
+    check_replaceable(words.archive, words);
     pkey_ptr key;
     if (!words.key.empty())
         key = signing_key(words.key, words.passphrase);
@@ -66,12 +84,15 @@ void put_signature(const Words& words, SignatureSource& signature) {
 }
 
 void sign(const Words& words) {
+    check_is_no_input(words.archive, words);
     const pkey_ptr key = signing_key(words.key, words.passphrase);
     Signer signer(key.get());
     put_signature(words, signer);
 }
 
 void digest(const Words& words) {
+    for (const std::string& output : {words.raw, words.digest_info})
+        check_replaceable(output, words);
     const std::string digest = archive_digest(words.archive, progress_terminal());
     if (!words.raw.empty())
         write_digest(words.raw, digest, words.archive);
@@ -81,6 +102,7 @@ void digest(const Words& words) {
 }
 
 void attach(const Words& words) {
+    check_is_no_input(words.archive, words);
     GivenSignature signature(words.signature, words.key);
     put_signature(words, signature);
 }
@@ -197,6 +219,10 @@ int parse_and_run(int argc, char** argv) {
     CLI::App app("Makes, signs, lists and verifies .sja packages.", "sjapack");
     app.set_version_flag("--version", "sjapack " QVREPO_VERSION);
     app.require_subcommand(1);
+    // Before anything shows an argument.
+    if (std::any_of(argv + 1, argv + argc, holds_pin))
+        throw Refusal("a PIN in an argument (pin-value) can be seen by other users; use --ask-passphrase, "
+                      "--passphrase-file or pin-source");
     Words words;
     const std::vector<Command> commands = {
         keygen_words(app, words), create_words(app, words), sign_words(app, words),  digest_words(app, words),

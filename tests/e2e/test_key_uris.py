@@ -10,7 +10,7 @@ import token_device
 import world
 from packages import archive
 from publisher import (GOOD_NAME, code_blocks, done, here, keys, on_a_terminal, openssl, openssl_verifies, refused, run)
-from token_device import ESCAPED_PIN, PIN, uri
+from token_device import PIN, uri
 
 CONTENT = archive(("one", b"12345"))
 SIGNED = f"{GOOD_NAME}: 1 entry, signed, single package\n"
@@ -44,20 +44,20 @@ def export(token, label, path):
 
 
 def test_a_key_made_in_a_token_signs_there(here, token, package):
-    assert done("sign", GOOD_NAME, "--key", uri("signing", ESCAPED_PIN), cwd=here.path, env=token.environment) == SIGNED
+    assert done("sign", GOOD_NAME, "--key", uri("signing", token.pin), cwd=here.path, env=token.environment) == SIGNED
     export(token, "signing", here.path / "pub")
     assert package.read_bytes()[512:] == CONTENT
     assert openssl_verifies(package, here.path / "pub", here.path)
     assert done("verify", GOOD_NAME, "--key", "pub", cwd=here.path) == VALID
     assert done("verify", GOOD_NAME, "--key", uri("signing"), cwd=here.path, env=token.environment) == VALID
-    assert refused("verify", GOOD_NAME, "--key", uri("imported", ESCAPED_PIN), cwd=here.path, env=token.environment) == (
+    assert refused("verify", GOOD_NAME, "--key", uri("imported", token.pin), cwd=here.path, env=token.environment) == (
         f"the signature of {GOOD_NAME} is not valid for the key in {uri('imported')}"
     )
 
 
 def test_a_key_in_a_token_signs_like_the_same_key_in_a_file(here, keys, token):
     here.file("one", b"12345")
-    for out, key in (("a", keys / "key"), ("b", uri("imported", ESCAPED_PIN))):
+    for out, key in (("a", keys / "key"), ("b", uri("imported", token.pin))):
         assert run("create", out, "one", "--key", key, cwd=here.path, env=token.environment).returncode == 0
     assert (here.path / "a").read_bytes() == (here.path / "b").read_bytes()
 
@@ -65,7 +65,7 @@ def test_a_key_in_a_token_signs_like_the_same_key_in_a_file(here, keys, token):
 def test_a_master_server_takes_what_a_token_signed(here, token, package, master, qvrepo, repository):
     export(token, "signing", world.ROOT / "var/global/dunmarel/pubkey.pem")
     assert qvrepo("-add", str(package)).status != 0
-    done("sign", GOOD_NAME, "--key", uri("signing", ESCAPED_PIN), cwd=here.path, env=token.environment)
+    done("sign", GOOD_NAME, "--key", uri("signing", token.pin), cwd=here.path, env=token.environment)
     assert qvrepo("-add", str(package)).status == 0
     assert repository() == [GOOD_NAME]
 
@@ -78,7 +78,7 @@ def test_the_pin_comes_from_a_file_or_the_terminal(here, token, package):
         [f"{uri('imported')}?pin-source={here.path}/pin"],
         [f"{uri('imported')}?pin-source=file:{here.path}/pin"],
         [f"{uri('imported')}?pin-source=file%3A//{here.path}/pin"],
-        [f"PKCS11:object=imported?pin-value={ESCAPED_PIN}"],
+        [f"PKCS11:object=imported?pin-source={here.path}/pin"],
     ):
         package.write_bytes(CONTENT)
         assert done(*sign, *words, cwd=here.path, env=token.environment) == SIGNED
@@ -94,33 +94,71 @@ def test_a_key_that_wants_its_pin_for_every_signature_gets_it(here, keys, token,
     token.take_careful_key("careful", keys / "key", "06")
     log = here.path / "calls"
     environment = token_device.spying_environment(token.environment, log)
-    key = uri("careful", ESCAPED_PIN)
+    key = uri("careful", token.pin)
     assert done("sign", GOOD_NAME, "--key", key, cwd=here.path, env=environment) == SIGNED
     assert len(re.findall(r": C_Login$", log.read_text(), re.MULTILINE)) == 2
     assert openssl_verifies(package, keys / "pub", here.path)
+
+
+@pytest.mark.parametrize(
+    "attribute",
+    [
+        "?pin-value=4711",
+        "?PIN-Value=4711",
+        "?pin%2Dvalue=4711",
+        "?%70in-value=4711",
+        "?%2570in-value=4711",
+        "?pin-value%3D4711",
+        "?pin_value = 4711",
+        ";pin-value=4711",
+        "?x=1&pin-value=4711",
+    ],
+)
+def test_a_pin_among_the_arguments_is_refused_and_not_shown(here, token, package, attribute):
+    here.file("one")
+    key = f"pkcs11:object=imported{attribute}"
+    for words in (
+        ["sign", GOOD_NAME, "--key", key],
+        ["sign", GOOD_NAME, f"--key={key}"],
+        ["create", "new.sja", "one", "--key", key],
+        ["verify", GOOD_NAME, "--key", key],
+        ["attach", GOOD_NAME, "one", "--key", key],
+        ["sign", GOOD_NAME, key],
+        ["list", GOOD_NAME, key],
+        ["sign", GOOD_NAME, "--key", key.replace("pkcs11:", "./pkcs11:")],
+        ["sign", GOOD_NAME, "--key", key.replace("pkcs11:", "elsewhere:")],
+    ):
+        assert refused(*words, cwd=here.path, env=token.environment) == (
+            "a PIN in an argument (pin-value) can be seen by other users; use --ask-passphrase, --passphrase-file or "
+            "pin-source"
+        )
+    assert package.read_bytes() == CONTENT
+    assert here.names() == [GOOD_NAME, "one"]
 
 
 def test_a_wrong_pin_is_given_to_the_token_once(here, token, package):
     # Tokens lock themselves after a few.
     log = here.path / "calls"
     environment = token_device.spying_environment(token.environment, log)
-    refused("sign", GOOD_NAME, "--key", uri("imported", "1111"), cwd=here.path, env=environment)
+    refused("sign", GOOD_NAME, "--key", uri("imported", here.file("pin", b"1111")), cwd=here.path, env=environment)
     assert len(re.findall(r": C_Login$", log.read_text(), re.MULTILINE)) == 1
 
 
 BAD_KEYS = {
     uri("imported"): f"the token of the private key {uri('imported')} needs a PIN",
-    uri("imported", "99999999"): f"the PIN does not fit the token of the private key {uri('imported')}",
-    uri("missing", ESCAPED_PIN): f"no token has the private key {uri('missing')}",
-    uri("half", ESCAPED_PIN): f"no token has the private key {uri('half')}",
-    uri("imported", ESCAPED_PIN, "lost"): f"no token has the private key {uri('imported', None, 'lost')}",
-    uri("imported;type=public", ESCAPED_PIN): f"{uri('imported;type=public')} names no private key",
-    uri("short", ESCAPED_PIN): f"the key in {uri('short')} is not an RSA key of 4096 bits",
-    uri("curve", ESCAPED_PIN): f"the key in {uri('curve')} is not an RSA key of 4096 bits",
+    uri("imported", "WRONG"): f"the PIN does not fit the token of the private key {uri('imported')}",
+    uri("missing", "PIN"): f"no token has the private key {uri('missing')}",
+    uri("half", "PIN"): f"no token has the private key {uri('half')}",
+    uri("imported", "PIN", "lost"): f"no token has the private key {uri('imported', None, 'lost')}",
+    uri("imported;type=public", "PIN"): f"{uri('imported;type=public')} names no private key",
+    uri("short", "PIN"): f"the key in {uri('short')} is not an RSA key of 4096 bits",
+    uri("curve", "PIN"): f"the key in {uri('curve')} is not an RSA key of 4096 bits",
     "pkcs11:imported": "pkcs11:imported is no PKCS #11 URI",
-    "pkcs11:object=imported?pin-value=4711%": "the PIN in the key's URI has a % without two hexadecimal digits",
+    uri("imported", "PIN") + "&pin-source=PIN": "the key's URI names more than one PIN",
+    uri("imported", "pin"): "the pin-source of the key's URI is no file's path from / on",
     "pkcs11:object=imported?pin-source=/missing": "cannot read /missing: No such file or directory",
     "elsewhere:key": "nothing here reads keys at elsewhere: URIs; a file of that name is ./elsewhere:key",
+    "file:missing": "file:missing is no file's path from / on",
     "file:/missing": "cannot read file:/missing: No such file or directory",
     "file:/etc/passwd": "file:/etc/passwd holds no private key",
 }
@@ -129,14 +167,16 @@ BAD_KEYS = {
 @pytest.mark.parametrize("key", BAD_KEYS)
 def test_a_key_that_cannot_be_had_changes_nothing(here, token, package, key):
     here.file("one")
+    pins = {"PIN": token.pin, "WRONG": here.file("wrong", b"99999999")}
+    given = re.sub("PIN|WRONG", lambda match: str(pins[match[0]]), key)
     for words in (["sign", GOOD_NAME], ["create", GOOD_NAME, "one"], ["create", "new.sja", "one"]):
-        assert refused(*words, "--key", key, cwd=here.path, env=token.environment) == BAD_KEYS[key]
+        assert refused(*words, "--key", given, cwd=here.path, env=token.environment) == BAD_KEYS[key]
     assert package.read_bytes() == CONTENT
-    assert here.names() == [GOOD_NAME, "one"]
+    assert here.names() == [GOOD_NAME, "one", "wrong"]
 
 
 def test_a_public_key_that_cannot_be_had_is_named(here, token, package):
-    done("sign", GOOD_NAME, "--key", uri("imported", ESCAPED_PIN), cwd=here.path, env=token.environment)
+    done("sign", GOOD_NAME, "--key", uri("imported", token.pin), cwd=here.path, env=token.environment)
     cases = {
         uri("missing"): f"no token has the public key {uri('missing')}",
         uri("imported;type=private"): f"{uri('imported;type=private')} names no public key",
@@ -148,7 +188,7 @@ def test_a_public_key_that_cannot_be_had_is_named(here, token, package):
 
 def test_without_provider_and_engine_there_are_no_tokens(here, token, package):
     environment = {**token.environment, "OPENSSL_ENGINES": str(here.path)}
-    assert refused("sign", GOOD_NAME, "--key", uri("imported", ESCAPED_PIN), cwd=here.path, env=environment) == (
+    assert refused("sign", GOOD_NAME, "--key", uri("imported", token.pin), cwd=here.path, env=environment) == (
         "keys at pkcs11: URIs need OpenSSL's provider or engine for PKCS #11; neither is installed"
     )
     assert package.read_bytes() == CONTENT
@@ -175,7 +215,7 @@ def provided(here, keys):
 
 
 def test_an_installed_provider_goes_before_the_engine(here, keys, package, provided):
-    for key in ("pkcs11:object=open", f"pkcs11:object=key?pin-value={ESCAPED_PIN}"):
+    for key in ("pkcs11:object=open", f"pkcs11:object=key?pin-source={here.file('pin', PIN.encode())}"):
         package.write_bytes(CONTENT)
         assert done("sign", GOOD_NAME, "--key", key, cwd=here.path, env=provided) == SIGNED
         assert openssl_verifies(package, keys / "pub", here.path)
@@ -183,9 +223,10 @@ def test_an_installed_provider_goes_before_the_engine(here, keys, package, provi
 
 
 def test_a_provider_without_the_key_changes_nothing(here, package, provided):
+    here.file("wrong", b"1")
     cases = {
         "pkcs11:object=key": "the key in pkcs11:object=key needs a passphrase",
-        "pkcs11:object=key?pin-value=1": "the passphrase does not fit the key in pkcs11:object=key",
+        f"pkcs11:object=key?pin-source={here.path}/wrong": "the passphrase does not fit the key in pkcs11:object=key",
         "pkcs11:object=missing": "pkcs11:object=missing holds no private key",
         "pkcs11:object=pub": "pkcs11:object=pub holds no private key",
         "pkcs11:object=short": "the key in pkcs11:object=short is not an RSA key of 4096 bits",

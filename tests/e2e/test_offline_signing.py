@@ -147,7 +147,7 @@ def test_attach_refuses_other_files(here, keys, package, signature):
         (GOOD_NAME, "pipe"): "pipe is not a regular file",
         ("missing", "signature"): "cannot read missing: No such file or directory",
         ("damaged", "signature"): "damaged is damaged: the last entry runs past the end of the file",
-        ("signature", "signature"): "signature is not an .sja archive",
+        ("signature", "signature"): "signature is read for this, and would be lost",
         (GOOD_NAME, "signature", "--key", "missing"): "cannot read missing: No such file or directory",
         (GOOD_NAME, "signature", "--key", keys / "key"): f"{keys / 'key'} holds no public key",
         (GOOD_NAME, "signature", "--key", "file:/missing"): "cannot read file:/missing: No such file or directory",

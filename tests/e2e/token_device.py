@@ -6,7 +6,6 @@ from pathlib import Path
 
 MODULE = "/usr/lib/softhsm/libsofthsm2.so"
 PIN = "4711%42"
-ESCAPED_PIN = "4711%2542"
 
 
 def make_configuration(folder):
@@ -25,6 +24,8 @@ class Token:
 
     def __init__(self, folder):
         self.environment = make_configuration(folder)
+        self.pin = folder / "pin"
+        self.pin.write_text(PIN)
         self._call("softhsm2-util", "--init-token", "--free", "--label", "publisher", "--pin", PIN, "--so-pin", "5678")
 
     def _call(self, *words):
@@ -53,8 +54,8 @@ class Token:
 
 
 def uri(label, pin=None, token="publisher"):
-    """The URI of a key, with its PIN when one is given (as it stands in a URI)."""
-    return f"pkcs11:token={token};object={label}" + (f"?pin-value={pin}" if pin else "")
+    """The URI of a key, with the file of its PIN when one is given."""
+    return f"pkcs11:token={token};object={label}" + (f"?pin-source={pin}" if pin else "")
 
 
 def spying_environment(environment, log):

@@ -1,5 +1,7 @@
 #include "publisher/key_files.h"
 
+#include "files/file_stream.h"
+#include "platform/file_descriptor.h"
 #include "publisher/signer.h"
 #include "tests/support/child_process.h"
 #include "tests/support/signing_key.h"
@@ -11,7 +13,10 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <fstream>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 using ::testing::ElementsAre;
@@ -19,6 +24,35 @@ using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
 namespace {
+
+constexpr int PASSPHRASE_LENGTH = 100;
+
+// How often the last 80 letters of a passphrase stand in this process's memory, up to 100.
+template <typename Letter>
+int times_in_memory(const Letter& letter) {
+    std::ifstream maps("/proc/self/maps");
+    const FileDescriptor memory(open("/proc/self/mem", O_RDONLY));
+    int found = 0;
+    for (std::string line; std::getline(maps, line);) {
+        unsigned long start = 0;
+        unsigned long end = 0;
+        // Larger ones are reserved address space, as sanitizers do.
+        if (std::sscanf(line.c_str(), "%lx-%lx rw", &start, &end) != 2 ||
+            line.find(" rw") == std::string::npos || end - start > 1UL << 28U)
+            continue;
+        std::vector<char> bytes(end - start);
+        const ssize_t count = pread(memory.get(), bytes.data(), bytes.size(), static_cast<off_t>(start));
+        int length = 0; // of the passphrase's part that ends here
+        for (ssize_t i = 0; i < count && found < 100; ++i) {
+            length = bytes[static_cast<std::size_t>(i)] == letter(20 + length) ? length + 1 : 0;
+            if (length == PASSPHRASE_LENGTH - 20) {
+                ++found;
+                length = 0;
+            }
+        }
+    }
+    return found;
+}
 
 class KeyFiles : public ::testing::Test {
   protected:
@@ -101,6 +135,41 @@ TEST_F(KeyFiles, AreEncryptedWithAPassphrase) {
     EXPECT_EQ(read(), "the key in " + private_ + " needs a passphrase");
     EXPECT_EQ(read(passphrase_file("open sesame")), "done");
     EXPECT_EQ(read(passphrase_file("open sesame ")), "the passphrase does not fit the key in " + private_);
+}
+
+TEST_F(KeyFiles, HashThePassphrase600000Times) {
+    ASSERT_EQ(make(false, passphrase_file("open sesame")), "done");
+    const FileStream file(std::fopen(private_.c_str(), "re"));
+    char* name = nullptr;
+    char* header = nullptr;
+    unsigned char* data = nullptr;
+    long size = 0;
+    ASSERT_EQ(PEM_read(file.get(), &name, &header, &data, &size), 1);
+    const std::string bytes(reinterpret_cast<const char*>(data), static_cast<std::size_t>(size));
+    OPENSSL_free(name);
+    OPENSSL_free(header);
+    OPENSSL_free(data);
+    EXPECT_NE(bytes.find("\x02\x03\x09\x27\xc0"), std::string::npos) << "no INTEGER 600000";
+}
+
+TEST_F(KeyFiles, LeaveNoPassphraseInMemory) {
+    // Nothing but the file holds the passphrase in one piece.
+    const auto letter = [](int i) { return static_cast<char>('a' + i * i * 7 % 26); };
+    const FileDescriptor file(open(directory_.path("passphrase").c_str(), O_WRONLY | O_CREAT, 0600));
+    for (int i = 0; i <= PASSPHRASE_LENGTH; ++i) {
+        const char c = i < PASSPHRASE_LENGTH ? letter(i) : '\n';
+        ASSERT_EQ(write(file.get(), &c, 1), 1);
+    }
+    EXPECT_EQ(in_child([&] {
+                  const PassphraseSource source = {directory_.path("passphrase"), false};
+                  make_key_pair({private_, public_, false}, source);
+                  signing_key(private_, source);
+                  signing_key("file:" + private_, source);
+                  return times_in_memory(letter);
+              }),
+              0);
+    const std::string kept = read_file(directory_.path("passphrase"));
+    EXPECT_GT(in_child([&] { return times_in_memory(letter); }), 0) << "memory is not searched";
 }
 
 TEST_F(KeyFiles, TakePassphrasesOfUpTo1023Bytes) {

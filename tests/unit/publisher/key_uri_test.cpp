@@ -8,16 +8,18 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 namespace {
 
 class UriOfAKey : public ::testing::Test {
   protected:
-    // The URI without its PIN and, in brackets, the PIN; or why it is refused.
+    // The URI without its pin-source and, in brackets, the file that it names; or why it is refused.
     static std::string parsed(const std::string& text) {
         std::string result;
         const std::string refusal = refusal_of([&] {
             const KeyUri uri = parse_key_uri(text);
-            result = uri.location + (uri.pin ? " [" + uri.pin->text() + "]" : "");
+            result = uri.location + (uri.file.empty() ? "" : " [" + uri.file + "]");
         });
         return refusal == "done" ? result : refusal;
     }
@@ -44,59 +46,54 @@ TEST_F(UriOfAKey, BeginsWithAScheme) {
         EXPECT_FALSE(is_key_uri(name)) << name;
 }
 
-TEST_F(UriOfAKey, GivesItsPinAwayToNobodyElse) {
-    const std::string percent = "the PIN in the key's URI has a % without two hexadecimal digits";
+TEST_F(UriOfAKey, MayNameALocalFile) {
+    const std::string no_pin = "the pin-source of the key's URI is no file's path from / on";
     const std::pair<std::string, std::string> cases[] = {
         {"pkcs11:object=a", "pkcs11:object=a"},
         {"PkCs11:object=A", "pkcs11:object=A"},
         {"pkcs11:object=a?", "pkcs11:object=a"},
-        {"pkcs11:object=a?pin-value=12", "pkcs11:object=a [12]"},
-        {"pkcs11:object=a?x=1&pin-value=12&y=2", "pkcs11:object=a?x=1&y=2 [12]"},
-        {"pkcs11:object=a?pin-value=%31%4a%4B%25", "pkcs11:object=a [1JK%]"},
-        {"pkcs11:object=a?pin-value=a=b?c", "pkcs11:object=a [a=b?c]"},
-        {"pkcs11:object=a?pin-values=12", "pkcs11:object=a?pin-values=12"},
-        {"pkcs11:object=a?pin-value=", "the PIN in the key's URI is empty"},
-        {"pkcs11:object=a?pin-value=%", percent},
-        {"pkcs11:object=a?pin-value=12%3", percent},
-        {"pkcs11:object=a?pin-value=%3g", percent},
-        {"pkcs11:object=a?pin-value=%g3", percent},
-        {std::string("pkcs11:object=a?pin-value=%3\0", 29), percent},
-        {"pkcs11:object=a?pin-value=1&pin-value=1", "the key's URI names more than one PIN"},
-        {"file:/a?pin-value=12", "file:/a?pin-value=12"},
+        {"pkcs11:object=a?pin-source=/p", "pkcs11:object=a [/p]"},
+        {"pkcs11:object=a?x=1&pin-source=/p&y=2", "pkcs11:object=a?x=1&y=2 [/p]"},
+        {"pkcs11:?pin-source=/%31%4a%4B%25%3g%", "pkcs11: [/1JK%%3g%]"},
+        {std::string("pkcs11:?pin-source=/%3\0", 23), std::string("pkcs11: [/%3\0]", 14)},
+        {"pkcs11:?pin-source=/a=b?c", "pkcs11: [/a=b?c]"},
+        {"pkcs11:?pin-source=file:/p", "pkcs11: [/p]"},
+        {"pkcs11:?pin-source=file:///p", "pkcs11: [/p]"},
+        {"pkcs11:?pin-source=file%3a/p", "pkcs11: [/p]"},
+        {"pkcs11:?pin-sources=/p", "pkcs11:?pin-sources=/p"},
+        {"pkcs11:?pin-source=/p&pin-source=/p", "the key's URI names more than one PIN"},
+        {"pkcs11:?pin-source=", no_pin},
+        {"pkcs11:?pin-source=file:", no_pin},
+        {"pkcs11:?pin-source=pin", no_pin},
+        {"pkcs11:?pin-source=|cat", no_pin},
+        {"file:/a?pin-source=/p", "file:/a?pin-source=/p [/a?pin-source=/p]"},
+        {"FILE:///a", "file:///a [/a]"},
+        {"file://localhost/a", "file://localhost/a [/a]"},
+        {"file:a", "file:a is no file's path from / on"},
+        {"elsewhere:a", "elsewhere:a"},
     };
     for (const auto& [text, expected] : cases)
         EXPECT_EQ(parsed(text), expected) << text;
 }
 
-TEST_F(UriOfAKey, TakesItsPinFromTheFirstLineOfAFile) {
-    const std::string pin = file("pin", "12 34\nmore\n");
-    const std::string no_file = "the pin-source of the key's URI is no file's path from / on";
-    const std::pair<std::string, std::string> cases[] = {
-        {pin, "pkcs11: [12 34]"},
-        {"file:" + pin, "pkcs11: [12 34]"},
-        {"file://" + pin, "pkcs11: [12 34]"},
-        {"file%3a" + pin, "pkcs11: [12 34]"},
-        {directory_.path("missing"),
-         "cannot read " + directory_.path("missing") + ": No such file or directory"},
-        {file("empty", ""), directory_.path("empty") + " holds no passphrase in its first line"},
-        {"", no_file},
-        {"file:", no_file},
-        {"pin", no_file},
-        {"|cat", no_file},
-    };
-    for (const auto& [source, expected] : cases)
-        EXPECT_EQ(parsed("pkcs11:?pin-source=" + source), expected) << source;
-    EXPECT_EQ(parsed("pkcs11:?pin-value=1&pin-source=" + pin), "the key's URI names more than one PIN");
+TEST(Argument, HoldsAPinInAnySpelling) {
+    for (const char* argument :
+         {"pkcs11:object=a?pin-value=12", "pkcs11:pin-value=", "?PIN-VALUE=1", "?x&pin%2dvalue=1",
+          "?%2570in-value=1", "?pin_value =1", "?pin-value%3D1", "--key=pkcs11:;pin-value=1"})
+        EXPECT_TRUE(holds_pin(argument)) << argument;
+    for (const char* argument : {"", "pkcs11:object=a?pin-source=/pin-value", "pin-value.pem",
+                                 "--key=pin-value.pem", "pkcs11:object=value?pin-source=/a", "--pin=value"})
+        EXPECT_FALSE(holds_pin(argument)) << argument;
 }
 
 TEST_F(UriOfAKey, MayNameTheTypeOfObjectThatIsWanted) {
-    for (const char* text : {"pkcs11:object=a", "pkcs11:", "file:type=cert", "pkcs11:object=type=cert"}) {
+    for (const char* text : {"pkcs11:object=a", "pkcs11:", "file:/type=cert", "pkcs11:object=type=cert"}) {
         EXPECT_EQ(type_check(text, KeyHalf::PRIVATE), "done") << text;
         EXPECT_EQ(type_check(text, KeyHalf::PUBLIC), "done") << text;
     }
     EXPECT_EQ(type_check("pkcs11:object=a;type=private?x=1", KeyHalf::PRIVATE), "done");
     EXPECT_EQ(type_check("pkcs11:type=public;object=a", KeyHalf::PUBLIC), "done");
-    EXPECT_EQ(type_check("pkcs11:object=a;type=private?pin-value=1", KeyHalf::PUBLIC),
+    EXPECT_EQ(type_check("pkcs11:object=a;type=private?pin-source=/p", KeyHalf::PUBLIC),
               "pkcs11:object=a;type=private names no public key");
     EXPECT_EQ(type_check("pkcs11:type=public", KeyHalf::PRIVATE), "pkcs11:type=public names no private key");
     EXPECT_EQ(type_check("pkcs11:type=cert", KeyHalf::PRIVATE), "pkcs11:type=cert names no private key");
@@ -131,6 +128,13 @@ TEST_F(UriOfAKey, LeadsToTheOnlyKeyOfItsKindInAFile) {
             << c.name;
         EXPECT_EQ(after_uri(refusal_of([&] { read_checking_key(uri); })), c.as_public) << c.name;
     }
+}
+
+TEST_F(UriOfAKey, LeadsToNoPipe) {
+    ASSERT_EQ(mkfifo(directory_.path("pipe").c_str(), 0600), 0);
+    const std::string uri = "file:" + directory_.path("pipe");
+    EXPECT_EQ(refusal_of([&] { read_key(parse_key_uri(uri), KeyHalf::PRIVATE); }),
+              uri + " is not a regular file");
 }
 
 TEST_F(UriOfAKey, LeadsToNoKeyOfAnotherSize) {
