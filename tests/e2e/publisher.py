@@ -121,7 +121,7 @@ def small_volume(tmp_path_factory):
 
 
 def limit_file_size():
-    """Kills the process (SIGXFSZ) in the write that takes a file past 1 MiB."""
+    """Lets no file grow past 1 MiB; the write that would is an error where SIGXFSZ is ignored."""
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
     resource.setrlimit(resource.RLIMIT_FSIZE, (1 << 20, 1 << 20))
 
