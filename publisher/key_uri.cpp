@@ -1,8 +1,9 @@
 #include "publisher/key_uri.h"
 
-#include "publisher/refusal.h"
+#include "publisher/user_error.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstring>
 #include <sstream>
 #include <vector>
@@ -10,7 +11,6 @@
 namespace {
 
 constexpr const char* PIN_SOURCE = "pin-source=";
-constexpr const char* HEX_DIGITS = "0123456789abcdef";
 
 bool is_letter(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
@@ -36,40 +36,33 @@ std::vector<std::string> split(const std::string& text, char separator) {
     return parts;
 }
 
-// The value of a hexadecimal digit, or -1.
-int digit(const std::string& text, std::size_t place) {
-    const char* found =
-        place < text.size() && text[place] != '\0' ? std::strchr(HEX_DIGITS, lower(text[place])) : nullptr;
-    return found == nullptr ? -1 : static_cast<int>(found - HEX_DIGITS);
-}
-
-// Replaces escapes; one that is none stays as it stands.
+// Decodes percent escapes; an invalid one stays as it is.
 std::string unescape(const std::string& text) {
     std::string plain;
     for (std::size_t i = 0; i < text.size(); ++i) {
-        const int high = text[i] == '%' ? digit(text, i + 1) : -1;
-        const int low = digit(text, i + 2);
-        if (high < 0 || low < 0) {
-            plain += text[i];
-            continue;
-        }
-        plain += static_cast<char>(high * 16 + low);
-        i += 2;
+        unsigned byte = 0;
+        const char* const digits = text.data() + i + 1;
+        const bool is_escape = text[i] == '%' && i + 2 < text.size() &&
+                               std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2;
+        plain += is_escape ? static_cast<char>(byte) : text[i];
+        i += is_escape ? 2 : 0;
     }
     return plain;
 }
 
-// The path in "file:/path", "file:///path" and "file://localhost/path".
-std::string path_of(const std::string& uri) {
+// The path in "/path", "file:/path", "file:///path" and "file://localhost/path". `what` names the URI.
+std::string path_of(const std::string& uri, const std::string& what) {
     std::string path = starts_with(uri, "file:") ? uri.substr(std::strlen("file:")) : uri;
     for (const char* authority : {"//localhost/", "///"})
         if (starts_with(path, authority))
-            return path.substr(std::strlen(authority) - 1);
+            path = path.substr(std::strlen(authority) - 1);
+    if (!starts_with(path, "/"))
+        throw UserError(what + " is not a file's absolute path");
     return path;
 }
 
 // Moves the pin-source out of the query of `uri`.
-void take_pin_source(KeyUri& uri) {
+void extract_pin_source(KeyUri& uri) {
     const std::size_t mark = uri.location.find('?');
     if (mark == std::string::npos)
         return;
@@ -80,10 +73,9 @@ void take_pin_source(KeyUri& uri) {
             continue;
         }
         if (!uri.file.empty())
-            throw Refusal("the key's URI names more than one PIN");
-        uri.file = path_of(unescape(attribute.substr(std::strlen(PIN_SOURCE))));
-        if (!starts_with(uri.file, "/"))
-            throw Refusal("the pin-source of the key's URI is no file's path from / on");
+            throw UserError("the key's URI names more than one PIN");
+        uri.file =
+            path_of(unescape(attribute.substr(std::strlen(PIN_SOURCE))), "the pin-source of the key's URI");
     }
     uri.location = uri.location.substr(0, mark) + kept;
 }
@@ -106,23 +98,10 @@ KeyUri parse_key_uri(const std::string& text) {
     std::transform(uri.scheme.begin(), uri.scheme.end(), uri.scheme.begin(), lower);
     uri.location = uri.scheme + text.substr(colon);
     if (uri.scheme == "pkcs11")
-        take_pin_source(uri);
+        extract_pin_source(uri);
     if (uri.scheme == "file")
-        uri.file = path_of(uri.location);
-    if (uri.scheme == "file" && !starts_with(uri.file, "/"))
-        throw Refusal(uri.location + " is no file's path from / on");
+        uri.file = path_of(uri.location, uri.location);
     return uri;
-}
-
-bool holds_pin(const std::string& argument) {
-    std::string text = argument;
-    for (std::string plain = unescape(text); plain != text; plain = unescape(text))
-        text = plain;
-    std::string letters;
-    for (const char c : text)
-        if (is_letter(c) || c == '=')
-            letters += lower(c);
-    return letters.find("pinvalue=") != std::string::npos;
 }
 
 void check_object_type(const KeyUri& uri, KeyHalf half) {
@@ -131,5 +110,16 @@ void check_object_type(const KeyUri& uri, KeyHalf half) {
     const std::string path = uri.location.substr(0, uri.location.find('?')).substr(uri.scheme.size() + 1);
     for (const std::string& attribute : split(path, ';'))
         if (starts_with(attribute, "type=") && attribute != std::string("type=") + name_of(half))
-            throw Refusal(uri.location + " names no " + name_of(half) + " key");
+            throw UserError(uri.location + " does not name a " + name_of(half) + " key");
+}
+
+bool contains_pin(const std::string& argument) {
+    std::string text = argument;
+    for (std::string plain = unescape(text); plain != text; plain = unescape(text))
+        text = plain;
+    std::string letters;
+    for (const char c : text)
+        if (is_letter(c) || c == '=')
+            letters += lower(c);
+    return letters.find("pinvalue=") != std::string::npos;
 }

@@ -1,87 +1,74 @@
 #include "publisher/passphrase.h"
 
+#include "files/file_stream.h"
 #include "platform/file_descriptor.h"
-#include "publisher/refusal.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
 
 #include <fcntl.h>
-#include <openssl/crypto.h>
-#include <openssl/evp.h>
 
 namespace {
 
-// What OpenSSL's own tools accept, so that they can use the key as well.
-constexpr std::size_t LONGEST_PASSPHRASE = 1023;
+PassphraseHandle read_from_file(const std::string& path) {
+    // Waits for a pipe, into which another program writes the passphrase.
+    const FileStream file(std::fopen(path.c_str(), "re"));
+    if (!file)
+        throw UserError("cannot read " + path, errno);
+    std::setbuf(file.get(), nullptr); // would not be wiped
+    auto passphrase = std::make_shared<Passphrase>();
+    std::size_t& size = passphrase->size;
+    for (int c = std::fgetc(file.get()); c != EOF && c != '\n' && size < passphrase->bytes.size();
+         c = std::fgetc(file.get()))
+        passphrase->bytes[size++] = static_cast<char>(c);
+    if (size == 0)
+        throw UserError(path + " holds no passphrase in its first line");
+    if (size > Passphrase::MAX_SIZE)
+        throw UserError("the passphrase in " + path + " is longer than 1023 bytes");
+    return passphrase;
+}
 
-// A passphrase that is being read, and its end: a newline, or a NUL from OpenSSL.
-struct Buffer {
-    std::array<char, LONGEST_PASSPHRASE + 1> bytes = {};
-
-    Buffer() = default;
-    Buffer(const Buffer&) = delete;
-    Buffer& operator=(const Buffer&) = delete;
-    ~Buffer() { OPENSSL_cleanse(bytes.data(), bytes.size()); }
-};
-
-// Fills the buffer as far as the first line reaches, and returns the length of that line without its newline;
-// the buffer's size for a longer one.
-std::size_t read_line(int file, Buffer& buffer) {
-    std::size_t filled = 0;
-    while (filled < buffer.bytes.size()) {
-        char* const start = buffer.bytes.data() + filled;
-        const ssize_t count = read(file, start, buffer.bytes.size() - filled);
-        if (count < 0 && errno == EINTR)
-            continue;
-        // A folder opens well, and fails here.
-        if (count <= 0)
-            break;
-        char* const end = start + count;
-        filled += static_cast<std::size_t>(count);
-        if (char* const newline = std::find(start, end, '\n'); newline != end)
-            return static_cast<std::size_t>(newline - buffer.bytes.data());
-    }
-    return filled;
+PassphraseHandle read_from_terminal(bool confirm) {
+    // Without a terminal, OpenSSL would read the passphrase from standard input instead.
+    if (!FileDescriptor(open("/dev/tty", O_RDWR | O_CLOEXEC)).is_open())
+        throw UserError("there is no terminal to ask for the passphrase on");
+    auto passphrase = std::make_shared<Passphrase>();
+    char* const text = passphrase->bytes.data();
+    if (EVP_read_pw_string(text, static_cast<int>(passphrase->bytes.size()),
+                           "Passphrase: ", confirm ? 1 : 0) != 0)
+        throw UserError(confirm ? "the passphrase was not given twice" : "no passphrase was given");
+    passphrase->size = std::strlen(text);
+    if (passphrase->size == 0)
+        throw UserError("the passphrase is empty");
+    return passphrase;
 }
 
 } // namespace
 
-Passphrase::Passphrase(char* text, std::size_t size) : text_(text, size) {
-    OPENSSL_cleanse(text, size);
+PassphraseHandle read_passphrase(const PassphraseSource& source, bool confirm) {
+    if (!source.file.empty())
+        return read_from_file(source.file);
+    return source.ask ? read_from_terminal(confirm) : nullptr;
 }
 
-Passphrase::~Passphrase() {
-    OPENSSL_cleanse(text_.data(), text_.size());
+UserError PassphraseRequest::error(const std::string& key) const {
+    return UserError(passphrase == nullptr ? "the key in " + key + " needs a passphrase"
+                                           : "the passphrase does not match the key in " + key);
 }
 
-std::shared_ptr<const Passphrase> passphrase_from_file(const std::string& path) {
-    // A pipe is waited for: another program writes the passphrase.
-    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
-    if (!file.is_open())
-        throw Refusal("cannot read " + path, errno);
-    Buffer buffer;
-    const std::size_t length = read_line(file.get(), buffer);
-    if (length == 0)
-        throw Refusal(path + " holds no passphrase in its first line");
-    if (length > LONGEST_PASSPHRASE)
-        throw Refusal("the passphrase in " + path + " is longer than 1023 bytes");
-    return std::make_shared<const Passphrase>(buffer.bytes.data(), length);
+int give_passphrase(char* buffer, int size, int /*writing*/, void* request) {
+    auto* asked = static_cast<PassphraseRequest*>(request);
+    asked->made = true;
+    const Passphrase* passphrase = asked->passphrase;
+    if (passphrase == nullptr || passphrase->size > static_cast<std::size_t>(size))
+        return -1;
+    std::copy_n(passphrase->bytes.begin(), passphrase->size, buffer);
+    return static_cast<int>(passphrase->size);
 }
 
-std::shared_ptr<const Passphrase> passphrase_from_terminal(bool again) {
-    // Without a terminal, OpenSSL would read the passphrase from standard input instead.
-    if (!FileDescriptor(open("/dev/tty", O_RDWR | O_CLOEXEC)).is_open())
-        throw Refusal("there is no terminal to ask for the passphrase on");
-    Buffer buffer;
-    const int result = EVP_read_pw_string(buffer.bytes.data(), static_cast<int>(buffer.bytes.size()),
-                                          "Passphrase: ", again ? 1 : 0);
-    if (result != 0)
-        throw Refusal(again ? "the passphrase was not given twice" : "no passphrase was given");
-    const std::size_t length = std::strlen(buffer.bytes.data());
-    if (length == 0)
-        throw Refusal("the passphrase is empty");
-    return std::make_shared<const Passphrase>(buffer.bytes.data(), length);
+UiMethodHandle passphrase_method() {
+    UiMethodHandle method(UI_UTIL_wrap_read_pem_callback(give_passphrase, 0));
+    check_openssl(method != nullptr);
+    return method;
 }

@@ -23,9 +23,6 @@ class Progress {
     void advance(std::uint64_t bytes);
 
   private:
-    int percent() const;
-    void draw() const;
-
     std::uint64_t total_;
     std::ostream* out_;
     std::uint64_t done_ = 0;

@@ -1,22 +1,15 @@
-// sjapack: makes, signs, lists and verifies .sja packages. This unit knows the words; what they do is
-// elsewhere.
+// sjapack: creates, signs, lists and verifies .sja packages. This unit parses the arguments.
 
 #include "platform/standard_streams.h"
-#include "publisher/archive_check.h"
-#include "publisher/archive_table.h"
 #include "publisher/archive_writer.h"
-#include "publisher/digest.h"
-#include "publisher/given_signature.h"
-#include "publisher/key_files.h"
 #include "publisher/key_store.h"
+#include "publisher/output_file.h"
 #include "publisher/progress.h"
-#include "publisher/refusal.h"
-#include "publisher/signer.h"
-#include "publisher/source_file.h"
+#include "publisher/user_error.h"
 
 #include <algorithm>
 #include <csignal>
-#include <functional>
+#include <iomanip>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -25,10 +18,9 @@
 
 namespace {
 
-enum exit_status { DONE = 0, REFUSED = 1, WRONG_WORDS = 2 };
+enum exit_status { DONE = 0, REFUSED = 1, USAGE_ERROR = 2 };
 
-// What was typed.
-struct Words {
+struct Arguments {
     std::string archive;
     std::vector<std::string> files;
     KeyPairFiles pair;
@@ -39,10 +31,24 @@ struct Words {
     PassphraseSource passphrase;
 };
 
-struct Command {
-    CLI::App* words;
-    std::function<void(const Words&)> run;
-};
+// Throws a UserError when writing `output` would destroy one of the files that this command reads.
+void check_is_not_input(const std::string& output, const Arguments& arguments) {
+    for (const std::string& input :
+         {local_file_of(arguments.key), arguments.passphrase.file, arguments.signature})
+        if (is_same_file(output, input))
+            throw UserError(output + " is both input and output");
+}
+
+void check_is_not_key(const std::string& output) {
+    if (key_in_file(output))
+        throw UserError(output + " holds a key, which would be lost");
+}
+
+void keygen(const Arguments& arguments) {
+    create_key_pair(arguments.pair, arguments.passphrase);
+    std::cout << "private key: " << arguments.pair.private_path
+              << "\npublic key: " << arguments.pair.public_path << "\n";
+}
 
 // Warns about the archive and prints its summary.
 void report(const std::string& path, const ArchiveSummary& summary) {
@@ -51,191 +57,158 @@ void report(const std::string& path, const ArchiveSummary& summary) {
     std::cout << printable(path) << ": " << summary.text() << "\n";
 }
 
-// Throws a Refusal when writing `output` would destroy a file that this command reads.
-void check_is_no_input(const std::string& output, const Words& words) {
-    for (const std::string& input : {local_file(words.key), words.passphrase.file, words.signature})
-        if (!input.empty() && is_same_file(output, input))
-            throw Refusal(output + " is read for this, and would be lost");
+void create(const Arguments& arguments) {
+    check_is_not_input(arguments.archive, arguments);
+    check_is_not_key(arguments.archive);
+    KeyHandle key;
+    if (!arguments.key.empty())
+        key = read_private_key(arguments.key, arguments.passphrase);
+    const SignatureSource signature = key ? signature_by(key.get()) : nullptr;
+    report(arguments.archive,
+           create_archive(arguments.archive, arguments.files, signature, progress_terminal()));
 }
 
-// The same, also for any other file with a key.
-void check_replaceable(const std::string& output, const Words& words) {
-    check_is_no_input(output, words);
-    if (key_in_file(output))
-        throw Refusal(output + " holds a key, which would be lost");
+void sign(const Arguments& arguments) {
+    check_is_not_input(arguments.archive, arguments);
+    const KeyHandle key = read_private_key(arguments.key, arguments.passphrase);
+    report(arguments.archive, sign_archive(arguments.archive, signature_by(key.get()), progress_terminal()));
 }
 
-void keygen(const Words& words) {
-    make_key_pair(words.pair, words.passphrase);
-    std::cout << "private key: " << words.pair.private_path << "\npublic key: " << words.pair.public_path
-              << "\n";
+void attach(const Arguments& arguments) {
+    check_is_not_input(arguments.archive, arguments);
+    const SignatureSource signature = signature_in(arguments.signature, arguments.key);
+    report(arguments.archive, sign_archive(arguments.archive, signature, progress_terminal()));
 }
 
-void create(const Words& words) {
-    check_replaceable(words.archive, words);
-    pkey_ptr key;
-    if (!words.key.empty())
-        key = signing_key(words.key, words.passphrase);
-    report(words.archive, create_archive(words.archive, words.files, key.get(), progress_terminal()));
-}
-
-void put_signature(const Words& words, SignatureSource& signature) {
-    report(words.archive, sign_archive(words.archive, signature, progress_terminal()));
-}
-
-void sign(const Words& words) {
-    check_is_no_input(words.archive, words);
-    const pkey_ptr key = signing_key(words.key, words.passphrase);
-    Signer signer(key.get());
-    put_signature(words, signer);
-}
-
-void digest(const Words& words) {
-    for (const std::string& output : {words.raw, words.digest_info})
-        check_replaceable(output, words);
-    const std::string digest = archive_digest(words.archive, progress_terminal());
-    if (!words.raw.empty())
-        write_digest(words.raw, digest, words.archive);
-    if (!words.digest_info.empty())
-        write_digest(words.digest_info, digest_info(digest), words.archive);
-    std::cout << hexadecimal(digest) << "\n";
-}
-
-void attach(const Words& words) {
-    check_is_no_input(words.archive, words);
-    GivenSignature signature(words.signature, words.key);
-    put_signature(words, signature);
-}
-
-void list(const Words& words) {
-    const ArchiveSummary summary = Archive(words.archive).print(std::cout);
-    if (!summary.damage.empty())
-        throw Refusal(words.archive + " is damaged: " + summary.damage);
-}
-
-void verify(const Words& words) {
-    verify_archive(words.archive, words.key, progress_terminal());
-    std::cout << printable(words.archive) << ": the signature is valid\n";
-}
-
-// `key` is the option that names the key which the passphrase is for; null where a command makes the key.
-void add_passphrase_options(CLI::App* command, Words& words, CLI::Option* key) {
-    CLI::Option* file = command->add_option("--passphrase-file", words.passphrase.file,
-                                            "The passphrase is the first line of FILE");
-    file->type_name("FILE");
-    CLI::Option* ask =
-        command->add_flag("--ask-passphrase", words.passphrase.ask, "Ask for the passphrase on the terminal");
-    ask->excludes(file);
-    if (key != nullptr) {
-        file->needs(key);
-        ask->needs(key);
+void digest(const Arguments& arguments) {
+    const std::string& output = arguments.raw.empty() ? arguments.digest_info : arguments.raw;
+    if (is_same_file(output, arguments.archive))
+        throw UserError(output + " is the archive itself");
+    check_is_not_key(output);
+    const std::string digest = archive_digest(arguments.archive, progress_terminal());
+    if (!output.empty()) {
+        const std::string bytes = arguments.raw.empty() ? digest_info(digest) : digest;
+        OutputFile file(output, 0666);
+        file.write(bytes.data(), bytes.size());
+        file.commit();
     }
+    std::cout << std::hex << std::setfill('0');
+    for (const char byte : digest)
+        std::cout << std::setw(2) << static_cast<unsigned>(static_cast<unsigned char>(byte));
+    std::cout << "\n";
 }
 
-CLI::Option* add_archive(CLI::App* command, const char* name, Words& words, const char* help) {
-    return command->add_option(name, words.archive, help)->required()->type_name("");
+void list(const Arguments& arguments) {
+    const ArchiveSummary summary = Archive(arguments.archive).print(std::cout);
+    if (!summary.damage.empty())
+        throw UserError(arguments.archive + " is damaged: " + summary.damage);
 }
 
-CLI::Option* add_key(CLI::App* command, Words& words, const char* help) {
-    return command->add_option("--key", words.key, help)->type_name("FILE|URI");
+void verify(const Arguments& arguments) {
+    verify_archive(arguments.archive, arguments.key, progress_terminal());
+    std::cout << printable(arguments.archive) << ": the signature is valid\n";
 }
 
-Command keygen_words(CLI::App& app, Words& words) {
-    CLI::App* command = app.add_subcommand("keygen", "Make a pair of RSA keys of 4096 bits");
-    command->add_option("--private", words.pair.private_path, "Where the private key goes")
-        ->required()
-        ->type_name("FILE");
-    command->add_option("--public", words.pair.public_path, "Where the public key goes")
-        ->required()
-        ->type_name("FILE");
-    command->add_flag("--force", words.pair.replace, "Replace files that are there");
-    add_passphrase_options(command, words, nullptr);
-    return {command, keygen};
-}
+// The subcommands, whose options fill `arguments`.
+class CommandLine {
+  public:
+    explicit CommandLine(Arguments& arguments) : arguments_(arguments) {
+        app.set_version_flag("--version", "sjapack " QVREPO_VERSION);
+        app.require_subcommand(1);
 
-Command create_words(CLI::App& app, Words& words) {
-    CLI::App* command = app.add_subcommand("create", "Make an archive of files");
-    add_archive(command, "OUT", words, "The archive to make");
-    command->add_option("FILE", words.files, "The files, in their order in the archive")
-        ->required()
-        ->type_name("");
-    add_passphrase_options(command, words, add_key(command, words, "Sign the archive with this private key"));
-    return {command, create};
-}
+        add("keygen", "Make a pair of RSA keys of 4096 bits", keygen);
+        add_file("--private", arguments.pair.private_path, "Where the private key goes")->required();
+        add_file("--public", arguments.pair.public_path, "Where the public key goes")->required();
+        command_->add_flag("--force", arguments.pair.replace, "Replace files that exist");
+        add_passphrase_options(nullptr);
 
-Command sign_words(CLI::App& app, Words& words) {
-    CLI::App* command = app.add_subcommand("sign", "Sign an archive, in place of a signature that it has");
-    add_archive(command, "FILE", words, "The archive");
-    add_passphrase_options(command, words, add_key(command, words, "The private key")->required());
-    return {command, sign};
-}
+        add("create", "Make an archive of files", create);
+        add_positional("OUT", arguments.archive, "The archive to make");
+        add_positional("FILE", arguments.files, "The files, in their order in the archive");
+        add_passphrase_options(add_key("Sign the archive with this private key"));
 
-Command digest_words(CLI::App& app, Words& words) {
-    CLI::App* command = app.add_subcommand("digest", "Print what of an archive has to be signed");
-    add_archive(command, "FILE", words, "The archive, unsigned or signed");
-    CLI::Option* raw = command->add_option("--raw", words.raw, "Write the 64 bytes of the digest to OUT");
-    raw->type_name("OUT");
-    command
-        ->add_option("--digest-info", words.digest_info,
-                     "Write the digest to OUT with its algorithm's name in front (DigestInfo)")
-        ->excludes(raw)
-        ->type_name("OUT");
-    return {command, digest};
-}
+        add("sign", "Sign an archive, in place of a signature that it has", sign);
+        add_positional("FILE", arguments.archive, "The archive");
+        add_passphrase_options(add_key("The private key")->required());
 
-Command attach_words(CLI::App& app, Words& words) {
-    CLI::App* command = app.add_subcommand("attach", "Put a signature made elsewhere in front of an archive");
-    add_archive(command, "FILE", words, "The archive; a signature that it has is replaced");
-    command->add_option("SIGNATURE", words.signature, "The file with the 512 bytes of the signature")
-        ->required()
-        ->type_name("");
-    add_key(command, words, "The public key that the signature has to fit");
-    return {command, attach};
-}
+        add("digest", "Print what of an archive has to be signed", digest);
+        add_positional("FILE", arguments.archive, "The archive, unsigned or signed");
+        CLI::Option* raw = add_file("--raw", arguments.raw, "Write the 64 bytes of the digest to OUT");
+        add_file("--digest-info", arguments.digest_info,
+                 "Write the digest to OUT with its algorithm's name in front (DigestInfo)")
+            ->excludes(raw->type_name("OUT"))
+            ->type_name("OUT");
 
-Command list_words(CLI::App& app, Words& words) {
-    CLI::App* command = app.add_subcommand("list", "Show what an archive holds");
-    add_archive(command, "FILE", words, "The archive");
-    return {command, list};
-}
+        add("attach", "Put a signature made elsewhere in front of an archive", attach);
+        add_positional("FILE", arguments.archive, "The archive; a signature that it has is replaced");
+        add_positional("SIGNATURE", arguments.signature, "The file with the 512 bytes of the signature");
+        add_key("The public key for which the signature has to be valid");
 
-Command verify_words(CLI::App& app, Words& words) {
-    CLI::App* command = app.add_subcommand("verify", "Check an archive's signature");
-    add_archive(command, "FILE", words, "The archive");
-    add_key(command, words, "The public key")->required();
-    return {command, verify};
-}
+        add("list", "Show what an archive holds", list);
+        add_positional("FILE", arguments.archive, "The archive");
 
-int run_chosen(const std::vector<Command>& commands, const Words& words) {
-    for (const Command& command : commands)
-        if (command.words->parsed())
-            command.run(words);
-    if (!std::cout.flush())
-        throw Refusal("cannot write to standard output");
-    return DONE;
-}
+        add("verify", "Check an archive's signature", verify);
+        add_positional("FILE", arguments.archive, "The archive");
+        add_key("The public key")->required();
+    }
+
+    CLI::App app{"Makes, signs, lists and verifies .sja packages.", "sjapack"};
+
+  private:
+    void add(const char* name, const char* help, void (*run)(const Arguments&)) {
+        command_ = app.add_subcommand(name, help);
+        command_->callback([this, run] { run(arguments_); });
+    }
+
+    template <typename Value>
+    void add_positional(const char* name, Value& value, const char* help) {
+        command_->add_option(name, value, help)->required()->type_name("");
+    }
+
+    CLI::Option* add_file(const char* name, std::string& path, const char* help) {
+        return command_->add_option(name, path, help)->type_name("FILE");
+    }
+
+    CLI::Option* add_key(const char* help) {
+        return command_->add_option("--key", arguments_.key, help)->type_name("FILE|URI");
+    }
+
+    // `key` is the option for the key that the passphrase is for; null where a command creates the key.
+    void add_passphrase_options(CLI::Option* key) {
+        PassphraseSource& source = arguments_.passphrase;
+        CLI::Option* file =
+            add_file("--passphrase-file", source.file, "The passphrase is the first line of FILE");
+        CLI::Option* ask =
+            command_->add_flag("--ask-passphrase", source.ask, "Ask for the passphrase on the terminal");
+        ask->excludes(file);
+        if (key != nullptr) {
+            file->needs(key);
+            ask->needs(key);
+        }
+    }
+
+    Arguments& arguments_;
+    CLI::App* command_ = nullptr; // the one that options are being added to
+};
 
 int parse_and_run(int argc, char** argv) {
-    CLI::App app("Makes, signs, lists and verifies .sja packages.", "sjapack");
-    app.set_version_flag("--version", "sjapack " QVREPO_VERSION);
-    app.require_subcommand(1);
     // Before anything shows an argument.
-    if (std::any_of(argv + 1, argv + argc, holds_pin))
-        throw Refusal("a PIN in an argument (pin-value) can be seen by other users; use --ask-passphrase, "
-                      "--passphrase-file or pin-source");
-    Words words;
-    const std::vector<Command> commands = {
-        keygen_words(app, words), create_words(app, words), sign_words(app, words),  digest_words(app, words),
-        attach_words(app, words), list_words(app, words),   verify_words(app, words)};
+    if (std::any_of(argv + 1, argv + argc, contains_pin))
+        throw UserError("a PIN in an argument (pin-value) can be seen by other users; use --ask-passphrase, "
+                        "--passphrase-file or pin-source");
+    Arguments arguments;
+    CommandLine command_line(arguments);
     try {
-        app.parse(argc, argv);
+        command_line.app.parse(argc, argv);
     } catch (const CLI::Success& help) {
-        return app.exit(help);
-    } catch (const CLI::ParseError& wrong) {
-        std::cerr << "sjapack: " << printable(wrong.what()) << " (sjapack --help shows the words)\n";
-        return WRONG_WORDS;
+        command_line.app.exit(help);
+    } catch (const CLI::ParseError& error) {
+        std::cerr << "sjapack: " << printable(error.what()) << " (see sjapack --help)\n";
+        return USAGE_ERROR;
     }
-    return run_chosen(commands, words);
+    if (!std::cout.flush())
+        throw UserError("cannot write to standard output");
+    return DONE;
 }
 
 } // namespace
@@ -246,8 +219,8 @@ int main(int argc, char** argv) {
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     try {
         return parse_and_run(argc, argv);
-    } catch (const std::exception& failure) {
-        std::cerr << "sjapack: " << printable(failure.what()) << "\n";
+    } catch (const std::exception& error) {
+        std::cerr << "sjapack: " << printable(error.what()) << "\n";
         return REFUSED;
     }
 }

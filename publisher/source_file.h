@@ -1,10 +1,9 @@
-// The files that an archive is made of.
+// The files that sjapack reads.
 
 #ifndef PUBLISHER_SOURCE_FILE_H
 #define PUBLISHER_SOURCE_FILE_H
 
 #include "files/file_stream.h"
-#include "platform/file_descriptor.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -23,24 +22,24 @@ struct SourceFile {
     unsigned mode() const { return status.st_mode & 07777U; }
 };
 
-// Opens the regular file at `path` for reading and fills `status`. Throws a Refusal, which calls the file by
-// `name` or else by its path, for a folder, for anything else that is no regular file (a pipe does not
-// block), and for a file that cannot be read.
-FileDescriptor open_source(const std::string& path, struct stat& status, const std::string& name = "");
-
-// The same as a stream.
-FileStream open_stream(const std::string& path, struct stat& status, const std::string& name = "");
-
-// Examines the file at `path`. Throws like open_source.
+// Examines the file at `path`. Throws a UserError for a directory, for anything else that is not a regular file
+// (without waiting for a pipe), and for a file that cannot be read.
 SourceFile examine_source(const std::string& path);
 
-// Whether both paths lead to the same file, or would once it is made there.
-bool is_same_file(const std::string& a, const std::string& b);
-
-// Passes the bytes from offset `from` up to the end of the file to `take`, in chunks. Throws a Refusal when
-// the file cannot be read, or is not, from the first byte to the last, the one that was examined: another
+// Passes the bytes from offset `from` up to the end of the file to `consume`, in chunks. Throws a UserError
+// when the file cannot be read, or is not, from the first byte to the last, the one that was examined: another
 // file of that name, shorter, longer or written to.
 void read_source(const SourceFile& source, std::uint64_t from,
-                 const std::function<void(const char* bytes, std::size_t count)>& take);
+                 const std::function<void(const char* bytes, std::size_t count)>& consume);
+
+// Opens the regular file at `path` and fills `status`. Throws like examine_source, and calls the file `name`
+// unless that is empty.
+FileStream open_stream(const std::string& path, struct stat& status, const std::string& name = "");
+
+// Whether both paths lead to the same file, or would once it is created.
+bool is_same_file(const std::string& a, const std::string& b);
+
+// The last component of a path that leads to a file.
+std::string base_name(const std::string& path);
 
 #endif

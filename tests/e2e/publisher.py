@@ -17,31 +17,31 @@ DOCUMENTS = Path(__file__).resolve().parents[2] / "docs"
 GOOD_NAME = "dunmarel_qvclient_8.3.0.1_redhat_x64.sja"
 
 
-def run(*words, cwd=None, **more):
-    return subprocess.run([SJAPACK, *words], cwd=cwd, capture_output=True, text=True, stdin=subprocess.DEVNULL, **more)
+def run(*arguments, cwd=None, **more):
+    return subprocess.run([SJAPACK, *arguments], cwd=cwd, capture_output=True, text=True, stdin=subprocess.DEVNULL, **more)
 
 
-def done(*words, cwd=None, **more):
+def done(*arguments, cwd=None, **more):
     """Runs a command that has to succeed, and returns its standard output."""
-    result = run(*words, cwd=cwd, **more)
+    result = run(*arguments, cwd=cwd, **more)
     assert (result.returncode, result.stderr) == (0, ""), result
     return result.stdout
 
 
-def refused(*words, cwd=None, **more):
+def refused(*arguments, cwd=None, **more):
     """Runs a command that has to be refused with one line, and returns that line without the program's name."""
-    result = run(*words, cwd=cwd, **more)
+    result = run(*arguments, cwd=cwd, **more)
     assert (result.returncode, result.stdout) == (1, ""), result
     assert re.fullmatch(r"sjapack: [^\n]+\n", result.stderr), result
     return result.stderr[len("sjapack: ") : -1]
 
 
-def names(folder):
-    return sorted(entry.name for entry in Path(folder).iterdir())
+def names(directory):
+    return sorted(entry.name for entry in Path(directory).iterdir())
 
 
-def openssl(*words, **more):
-    return subprocess.run(["openssl", *map(str, words)], capture_output=True, **more)
+def openssl(*arguments, **more):
+    return subprocess.run(["openssl", *map(str, arguments)], capture_output=True, **more)
 
 
 def openssl_verifies(package, public_key, scratch):
@@ -49,19 +49,19 @@ def openssl_verifies(package, public_key, scratch):
     bytes_ = Path(package).read_bytes()
     (scratch / "signature").write_bytes(bytes_[:512])
     (scratch / "signed").write_bytes(bytes_[512:])
-    words = ["dgst", "-sha512", "-verify", public_key, "-signature", scratch / "signature", scratch / "signed"]
-    result = openssl(*words)
+    arguments = ["dgst", "-sha512", "-verify", public_key, "-signature", scratch / "signature", scratch / "signed"]
+    result = openssl(*arguments)
     assert result.stdout in (b"Verified OK\n", b"Verification failure\n"), result
     return result.returncode == 0
 
 
-def on_a_terminal(words, answers=b"", cwd=None, env=None):
+def on_a_terminal(arguments, answers=b"", cwd=None, env=None):
     """Runs a command with a terminal of its own as input and error output; returns its status and what it shows."""
     process, terminal = pty.fork()
     if process == 0:
         if cwd:
             os.chdir(cwd)
-        os.execve(SJAPACK, [str(SJAPACK), *map(str, words)], env or os.environ)
+        os.execve(SJAPACK, [str(SJAPACK), *map(str, arguments)], env or os.environ)
     shown, given = b"", 0
     answers = answers.splitlines(keepends=True)
     while True:
@@ -85,16 +85,16 @@ def on_a_terminal(words, answers=b"", cwd=None, env=None):
 
 @pytest.fixture(scope="session")
 def keys(tmp_path_factory):
-    """A folder with a publisher's key pair (key, pub) and a stranger's (other.key, other.pub)."""
-    folder = tmp_path_factory.mktemp("keys")
-    done("keygen", "--private", "key", "--public", "pub", cwd=folder)
-    done("keygen", "--private", "other.key", "--public", "other.pub", cwd=folder)
-    return folder
+    """A directory with a publisher's key pair (key, pub) and a stranger's (other.key, other.pub)."""
+    directory = tmp_path_factory.mktemp("keys")
+    done("keygen", "--private", "key", "--public", "pub", cwd=directory)
+    done("keygen", "--private", "other.key", "--public", "other.pub", cwd=directory)
+    return directory
 
 
 @pytest.fixture
 def here(tmp_path):
-    """An empty folder, with a helper that makes files in it."""
+    """An empty directory, with a helper that makes files in it."""
 
     class Here:
         path = tmp_path
@@ -114,10 +114,10 @@ def here(tmp_path):
 @pytest.fixture
 def small_volume(tmp_path_factory):
     """A volume of 256 KiB."""
-    folder = tmp_path_factory.mktemp("volume")
-    subprocess.run(["mount", "-t", "tmpfs", "-o", "size=256k", "qv-test", folder], check=True)
-    yield folder
-    subprocess.run(["umount", "-l", folder], check=True)
+    directory = tmp_path_factory.mktemp("volume")
+    subprocess.run(["mount", "-t", "tmpfs", "-o", "size=256k", "qv-test", directory], check=True)
+    yield directory
+    subprocess.run(["umount", "-l", directory], check=True)
 
 
 def limit_file_size():

@@ -36,8 +36,8 @@ def package(here):
 
 
 def export(token, label, path):
-    words = ["pkey", "-engine", "pkcs11", "-inform", "engine", "-pubin", "-in", uri(label), "-out", path]
-    openssl(*words, env=token.environment, check=True)
+    arguments = ["pkey", "-engine", "pkcs11", "-inform", "engine", "-pubin", "-in", uri(label), "-out", path]
+    openssl(*arguments, env=token.environment, check=True)
 
 
 # A key in a token
@@ -73,7 +73,7 @@ def test_a_master_server_takes_what_a_token_signed(here, token, package, master,
 def test_the_pin_comes_from_a_file_or_the_terminal(here, token, package):
     here.file("pin", PIN.encode() + b"\nnot this line\n")
     sign = ["sign", GOOD_NAME, "--key"]
-    for words in (
+    for arguments in (
         [uri("imported"), "--passphrase-file", "pin"],
         [f"{uri('imported')}?pin-source={here.path}/pin"],
         [f"{uri('imported')}?pin-source=file:{here.path}/pin"],
@@ -81,7 +81,7 @@ def test_the_pin_comes_from_a_file_or_the_terminal(here, token, package):
         [f"PKCS11:object=imported?pin-source={here.path}/pin"],
     ):
         package.write_bytes(CONTENT)
-        assert done(*sign, *words, cwd=here.path, env=token.environment) == SIGNED
+        assert done(*sign, *arguments, cwd=here.path, env=token.environment) == SIGNED
         assert len(package.read_bytes()) == 512 + len(CONTENT)
     package.write_bytes(CONTENT)
     status, shown = on_a_terminal([*sign, uri("imported"), "--ask-passphrase"], PIN.encode() + b"\n", cwd=here.path,
@@ -117,7 +117,7 @@ def test_a_key_that_wants_its_pin_for_every_signature_gets_it(here, keys, token,
 def test_a_pin_among_the_arguments_is_refused_and_not_shown(here, token, package, attribute):
     here.file("one")
     key = f"pkcs11:object=imported{attribute}"
-    for words in (
+    for arguments in (
         ["sign", GOOD_NAME, "--key", key],
         ["sign", GOOD_NAME, f"--key={key}"],
         ["create", "new.sja", "one", "--key", key],
@@ -128,7 +128,7 @@ def test_a_pin_among_the_arguments_is_refused_and_not_shown(here, token, package
         ["sign", GOOD_NAME, "--key", key.replace("pkcs11:", "./pkcs11:")],
         ["sign", GOOD_NAME, "--key", key.replace("pkcs11:", "elsewhere:")],
     ):
-        assert refused(*words, cwd=here.path, env=token.environment) == (
+        assert refused(*arguments, cwd=here.path, env=token.environment) == (
             "a PIN in an argument (pin-value) can be seen by other users; use --ask-passphrase, --passphrase-file or "
             "pin-source"
         )
@@ -146,19 +146,19 @@ def test_a_wrong_pin_is_given_to_the_token_once(here, token, package):
 
 BAD_KEYS = {
     uri("imported"): f"the token of the private key {uri('imported')} needs a PIN",
-    uri("imported", "WRONG"): f"the PIN does not fit the token of the private key {uri('imported')}",
+    uri("imported", "WRONG"): f"the PIN does not match the token of the private key {uri('imported')}",
     uri("missing", "PIN"): f"no token has the private key {uri('missing')}",
     uri("half", "PIN"): f"no token has the private key {uri('half')}",
     uri("imported", "PIN", "lost"): f"no token has the private key {uri('imported', None, 'lost')}",
-    uri("imported;type=public", "PIN"): f"{uri('imported;type=public')} names no private key",
+    uri("imported;type=public", "PIN"): f"{uri('imported;type=public')} does not name a private key",
     uri("short", "PIN"): f"the key in {uri('short')} is not an RSA key of 4096 bits",
     uri("curve", "PIN"): f"the key in {uri('curve')} is not an RSA key of 4096 bits",
-    "pkcs11:imported": "pkcs11:imported is no PKCS #11 URI",
+    "pkcs11:imported": "pkcs11:imported is not a PKCS #11 URI",
     uri("imported", "PIN") + "&pin-source=PIN": "the key's URI names more than one PIN",
-    uri("imported", "pin"): "the pin-source of the key's URI is no file's path from / on",
+    uri("imported", "pin"): "the pin-source of the key's URI is not a file's absolute path",
     "pkcs11:object=imported?pin-source=/missing": "cannot read /missing: No such file or directory",
     "elsewhere:key": "nothing here reads keys at elsewhere: URIs; a file of that name is ./elsewhere:key",
-    "file:missing": "file:missing is no file's path from / on",
+    "file:missing": "file:missing is not a file's absolute path",
     "file:/missing": "cannot read file:/missing: No such file or directory",
     "file:/etc/passwd": "file:/etc/passwd holds no private key",
 }
@@ -169,8 +169,8 @@ def test_a_key_that_cannot_be_had_changes_nothing(here, token, package, key):
     here.file("one")
     pins = {"PIN": token.pin, "WRONG": here.file("wrong", b"99999999")}
     given = re.sub("PIN|WRONG", lambda match: str(pins[match[0]]), key)
-    for words in (["sign", GOOD_NAME], ["create", GOOD_NAME, "one"], ["create", "new.sja", "one"]):
-        assert refused(*words, "--key", given, cwd=here.path, env=token.environment) == BAD_KEYS[key]
+    for arguments in (["sign", GOOD_NAME], ["create", GOOD_NAME, "one"], ["create", "new.sja", "one"]):
+        assert refused(*arguments, "--key", given, cwd=here.path, env=token.environment) == BAD_KEYS[key]
     assert package.read_bytes() == CONTENT
     assert here.names() == [GOOD_NAME, "one", "wrong"]
 
@@ -179,7 +179,7 @@ def test_a_public_key_that_cannot_be_had_is_named(here, token, package):
     done("sign", GOOD_NAME, "--key", uri("imported", token.pin), cwd=here.path, env=token.environment)
     cases = {
         uri("missing"): f"no token has the public key {uri('missing')}",
-        uri("imported;type=private"): f"{uri('imported;type=private')} names no public key",
+        uri("imported;type=private"): f"{uri('imported;type=private')} does not name a public key",
         uri("short"): f"the key in {uri('short')} is not an RSA key of 4096 bits",
     }
     for key, reason in cases.items():
@@ -201,17 +201,17 @@ def test_without_provider_and_engine_there_are_no_tokens(here, token, package):
 def provided(here, keys):
     """The environment of a provider for pkcs11: URIs; the objects are "key", which has a PIN, "open", the same without,
     "short" and "pub"."""
-    folder = here.path / "objects"
-    folder.mkdir()
-    openssl("pkey", "-in", keys / "key", "-outform", "DER", "-out", folder / "key", check=True)
-    (folder / "open").write_bytes((folder / "key").read_bytes())
-    (folder / "key.pin").write_text(PIN)
+    directory = here.path / "objects"
+    directory.mkdir()
+    openssl("pkey", "-in", keys / "key", "-outform", "DER", "-out", directory / "key", check=True)
+    (directory / "open").write_bytes((directory / "key").read_bytes())
+    (directory / "key.pin").write_text(PIN)
     openssl("genpkey", "-algorithm", "RSA", "-pkeyopt", "rsa_keygen_bits:2048", "-outform", "DER", "-out",
-            folder / "short", check=True)
-    openssl("pkey", "-in", keys / "key", "-pubout", "-outform", "DER", "-out", folder / "pub", check=True)
+            directory / "short", check=True)
+    openssl("pkey", "-in", keys / "key", "-pubout", "-outform", "DER", "-out", directory / "pub", check=True)
     modules = world.PROGRAMS.parent / "tests/providers"
     # Without engines, so that nobody else finds these keys.
-    return {**os.environ, "OPENSSL_MODULES": str(modules), "OPENSSL_ENGINES": str(folder), "QV_TEST_TOKEN": str(folder)}
+    return {**os.environ, "OPENSSL_MODULES": str(modules), "OPENSSL_ENGINES": str(directory), "QV_TEST_TOKEN": str(directory)}
 
 
 def test_an_installed_provider_goes_before_the_engine(here, keys, package, provided):
@@ -226,7 +226,7 @@ def test_a_provider_without_the_key_changes_nothing(here, package, provided):
     here.file("wrong", b"1")
     cases = {
         "pkcs11:object=key": "the key in pkcs11:object=key needs a passphrase",
-        f"pkcs11:object=key?pin-source={here.path}/wrong": "the passphrase does not fit the key in pkcs11:object=key",
+        f"pkcs11:object=key?pin-source={here.path}/wrong": "the passphrase does not match the key in pkcs11:object=key",
         "pkcs11:object=missing": "pkcs11:object=missing holds no private key",
         "pkcs11:object=pub": "pkcs11:object=pub holds no private key",
         "pkcs11:object=short": "the key in pkcs11:object=short is not an RSA key of 4096 bits",
@@ -257,7 +257,7 @@ def test_a_passphrase_opens_a_file_that_a_uri_names(here, keys, package):
             here.path / "key.p12", check=True)
     key = f"file:{here.path}/key.p12"
     assert refused("sign", GOOD_NAME, "--key", key, "--passphrase-file", "wrong", cwd=here.path) == (
-        f"the passphrase does not fit the key in {key}"
+        f"the passphrase does not match the key in {key}"
     )
     assert package.read_bytes() == CONTENT
     assert done("sign", GOOD_NAME, "--key", key, "--passphrase-file", "passphrase", cwd=here.path) == SIGNED
@@ -284,8 +284,8 @@ def test_the_commands_in_the_page_sign(here, keys):
     environment["PATH"] = f"{world.PROGRAMS}:{environment['PATH']}"
 
     def shell(commands):
-        words = ["bash", "-euo", "pipefail", "-c", commands]
-        result = subprocess.run(words, cwd=here.path, env=environment, capture_output=True, text=True)
+        arguments = ["bash", "-euo", "pipefail", "-c", commands]
+        result = subprocess.run(arguments, cwd=here.path, env=environment, capture_output=True, text=True)
         assert result.returncode == 0, result
         return result.stdout
 

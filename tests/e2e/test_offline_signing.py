@@ -59,14 +59,14 @@ def test_digest_writes_what_other_tools_sign(here, keys, package):
 def test_digest_refuses_what_cannot_be_signed(here):
     cases = {
         b"": "a.sja is not an .sja archive",
-        b"JANK": "a.sja holds no entry",
+        b"JANK": "a.sja has no entry",
         CONTENT[:-1]: "a.sja is damaged: the last entry runs past the end of the file",
     }
     for content, reason in cases.items():
         here.file("a.sja", content)
         assert refused("digest", "a.sja", "--raw", "raw", cwd=here.path) == reason
     assert refused("digest", "missing", cwd=here.path) == "cannot read missing: No such file or directory"
-    assert refused("digest", ".", cwd=here.path).endswith(" is a folder")
+    assert refused("digest", ".", cwd=here.path).endswith(" is a directory")
     assert here.names() == ["a.sja"]
 
 
@@ -90,8 +90,8 @@ def test_digest_never_overwrites_the_archive(here, package):
 def test_attach_gives_the_same_bytes_as_sign(here, keys, package, signature, checked):
     other = here.file("other", CONTENT, 0o640)
     run("sign", other, "--key", keys / "key")
-    words = ["--key", keys / "pub"] if checked else []
-    assert done("attach", GOOD_NAME, "signature", *words, cwd=here.path) == SIGNED
+    arguments = ["--key", keys / "pub"] if checked else []
+    assert done("attach", GOOD_NAME, "signature", *arguments, cwd=here.path) == SIGNED
     assert package.read_bytes() == other.read_bytes()
     assert stat.S_IMODE(package.stat().st_mode) == 0o640
     assert here.names() == [GOOD_NAME, "other", "signature"]
@@ -130,7 +130,7 @@ def test_attach_takes_only_a_signatures_length(here, package, size):
     with open(here.path / "signature", "wb") as file:
         file.truncate(size)
     assert refused("attach", GOOD_NAME, "signature", cwd=here.path) == (
-        f"signature is no signature: it has {size} bytes, a signature has 512"
+        f"signature is not a signature: it has {size} bytes, a signature has 512"
     )
     assert package.read_bytes() == CONTENT
     assert here.names() == [GOOD_NAME, "signature"]
@@ -142,17 +142,17 @@ def test_attach_refuses_other_files(here, keys, package, signature):
     before = here.names()
     cases = {
         (GOOD_NAME, "missing"): "cannot read missing: No such file or directory",
-        (GOOD_NAME, "."): ". is a folder",
+        (GOOD_NAME, "."): ". is a directory",
         (GOOD_NAME, "pipe"): "pipe is not a regular file",
         ("missing", "signature"): "cannot read missing: No such file or directory",
         ("damaged", "signature"): "damaged is damaged: the last entry runs past the end of the file",
-        ("signature", "signature"): "signature is read for this, and would be lost",
+        ("signature", "signature"): "signature is both input and output",
         (GOOD_NAME, "signature", "--key", "missing"): "cannot read missing: No such file or directory",
         (GOOD_NAME, "signature", "--key", keys / "key"): f"{keys / 'key'} holds no public key",
         (GOOD_NAME, "signature", "--key", "file:/missing"): "cannot read file:/missing: No such file or directory",
     }
-    for words, reason in cases.items():
-        assert refused("attach", *words, cwd=here.path) == reason
+    for arguments, reason in cases.items():
+        assert refused("attach", *arguments, cwd=here.path) == reason
     assert package.read_bytes() == CONTENT
     assert here.names() == before
 
@@ -172,11 +172,11 @@ def test_attach_leaves_the_archive_when_it_cannot_be_written(here, keys, signatu
     assert here.names() == ["large.sja", "signature"]
 
 
-# words
+# arguments
 
 
 @pytest.mark.parametrize(
-    "words",
+    "arguments",
     [
         ["digest"],
         ["digest", GOOD_NAME, "more"],
@@ -190,9 +190,9 @@ def test_attach_leaves_the_archive_when_it_cannot_be_written(here, keys, signatu
         ["attach", GOOD_NAME, "signature", "--ask-passphrase"],
     ],
 )
-def test_wrong_words_do_nothing(here, package, words):
-    result = run(*words, cwd=here.path)
+def test_a_usage_error_changes_nothing(here, package, arguments):
+    result = run(*arguments, cwd=here.path)
     assert (result.returncode, result.stdout) == (2, "")
-    assert result.stderr.endswith(" (sjapack --help shows the words)\n") and result.stderr.count("\n") == 1
+    assert result.stderr.endswith(" (see sjapack --help)\n") and result.stderr.count("\n") == 1
     assert package.read_bytes() == CONTENT
     assert here.names() == [GOOD_NAME]

@@ -8,11 +8,11 @@ MODULE = "/usr/lib/softhsm/libsofthsm2.so"
 PIN = "4711%42"
 
 
-def make_configuration(folder):
-    """Makes a place for tokens in `folder`; returns the environment in which programs see these tokens alone."""
-    (folder / "tokens").mkdir()
-    configuration = folder / "softhsm2.conf"
-    configuration.write_text(f"directories.tokendir = {folder}/tokens\nobjectstore.backend = file\nlog.level = ERROR\n")
+def make_configuration(directory):
+    """Makes a place for tokens in `directory`; returns the environment in which programs see these tokens alone."""
+    (directory / "tokens").mkdir()
+    configuration = directory / "softhsm2.conf"
+    configuration.write_text(f"directories.tokendir = {directory}/tokens\nobjectstore.backend = file\nlog.level = ERROR\n")
     # The engine leaks 770 to 1242 bytes when it ends, in whatever program uses it, and is unloaded by the time that
     # leaks are counted, so that they cannot be told by its name.
     sanitizer = os.environ.get("ASAN_OPTIONS", "") + ":detect_leaks=0"
@@ -22,14 +22,14 @@ def make_configuration(folder):
 class Token:
     """A token "publisher" of its own, whose PIN is PIN."""
 
-    def __init__(self, folder):
-        self.environment = make_configuration(folder)
-        self.pin = folder / "pin"
+    def __init__(self, directory):
+        self.environment = make_configuration(directory)
+        self.pin = directory / "pin"
         self.pin.write_text(PIN)
         self._call("softhsm2-util", "--init-token", "--free", "--label", "publisher", "--pin", PIN, "--so-pin", "5678")
 
-    def _call(self, *words):
-        subprocess.run(words, env=self.environment, capture_output=True, check=True)
+    def _call(self, *arguments):
+        subprocess.run(arguments, env=self.environment, capture_output=True, check=True)
 
     def make_key(self, label, kind, id):
         """Makes a key pair in the token, of a `kind` such as "rsa:4096"."""
@@ -49,8 +49,8 @@ class Token:
     def forget_private_half(self, label):
         self._tool("--delete-object", "--type", "privkey", "--label", label)
 
-    def _tool(self, *words):
-        self._call("pkcs11-tool", "--module", MODULE, "--token-label", "publisher", "--login", "--pin", PIN, *words)
+    def _tool(self, *arguments):
+        self._call("pkcs11-tool", "--module", MODULE, "--token-label", "publisher", "--login", "--pin", PIN, *arguments)
 
 
 def uri(label, pin=None, token="publisher"):

@@ -4,9 +4,9 @@
 
 #include "files/file_stream.h"
 #include "files/sja_verify.h"
-#include "publisher/archive_check.h"
-#include "publisher/archive_table.h"
-#include "publisher/refusal.h"
+#include "publisher/archive.h"
+#include "publisher/signature.h"
+#include "publisher/user_error.h"
 #include "tests/fuzz/support/archive_model.h"
 #include "tests/fuzz/support/files.h"
 #include "tests/fuzz/support/property.h"
@@ -23,7 +23,6 @@
 
 namespace {
 
-constexpr std::size_t SIGNATURE_SIZE = 512;
 const std::string KEY_FILE = QV_FUZZ_PUBLIC_KEY;
 
 struct release_pubkey {
@@ -52,7 +51,7 @@ bool publisher_accepts(const std::string& path) {
     try {
         verify_archive(path, KEY_FILE, nullptr);
         return true;
-    } catch (const Refusal&) {
+    } catch (const UserError&) {
         return false;
     }
 }
@@ -87,7 +86,7 @@ std::optional<ArchiveTable> read_table(const std::string& path) {
         archive.print(out);
         table.text = out.str();
         return table;
-    } catch (const Refusal&) {
+    } catch (const UserError&) {
         return std::nullopt;
     }
 }

@@ -7,7 +7,7 @@
 #include "model/QvRepoAddInfo.h"
 #include "model/dunmarel_common.h"
 #include "platform/bounded.h"
-#include "publisher/name_check.h"
+#include "publisher/archive.h"
 #include "tests/fuzz/support/property.h"
 #include "tests/fuzz/support/utf8.h"
 #include "tests/support/fake_seam.h"

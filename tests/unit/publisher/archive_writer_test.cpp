@@ -1,11 +1,10 @@
 #include "publisher/archive_writer.h"
 
-#include "publisher/signer.h"
 #include "tests/support/child_process.h"
 #include "tests/support/signing_key.h"
 #include "tests/support/sja_builder.h"
 #include "tests/support/small_volume.h"
-#include "tests/unit/publisher/refusals.h"
+#include "tests/unit/publisher/user_errors.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -31,16 +30,12 @@ class ArchiveWriter : public ::testing::Test {
         return path;
     }
 
-    std::string create(const std::vector<std::string>& paths, EVP_PKEY* key = nullptr) const {
-        return refusal_of([&] { create_archive(out_, paths, key, nullptr); });
+    std::string create(const std::vector<std::string>& paths,
+                       const SignatureSource& signature = nullptr) const {
+        return error_of([&] { create_archive(out_, paths, signature, nullptr); });
     }
-    std::string sign(EVP_PKEY* key = SigningKey::publisher().get()) const {
-        return refusal_of([&] { sign_with(key); });
-    }
-
-    void sign_with(EVP_PKEY* key) const {
-        Signer signer(key);
-        sign_archive(out_, signer, nullptr);
+    std::string sign() const {
+        return error_of([&] { sign_archive(out_, by_publisher_, nullptr); });
     }
 
     static mode_t mode_of(const std::string& path) {
@@ -51,6 +46,7 @@ class ArchiveWriter : public ::testing::Test {
 
     TemporaryDirectory directory_;
     std::string out_ = directory_.path("out.sja");
+    SignatureSource by_publisher_ = signature_by(SigningKey::publisher().get());
 };
 
 } // namespace
@@ -66,7 +62,7 @@ TEST_F(ArchiveWriter, PutsFilesIntoTheirOrderUnderTheirBaseNamesWithTheirModes) 
 }
 
 TEST_F(ArchiveWriter, SignsEverythingBehindTheSignature) {
-    ASSERT_EQ(create({file("one", "12345")}, SigningKey::publisher().get()), "done");
+    ASSERT_EQ(create({file("one", "12345")}, by_publisher_), "done");
     EXPECT_EQ(read_file(out_), SigningKey::publisher().signed_bytes(sja_bytes({{"one", "12345"}})));
 }
 
@@ -91,14 +87,14 @@ TEST_F(ArchiveWriter, ReplacesAnEarlierArchive) {
 }
 
 TEST_F(ArchiveWriter, RefusesWhatTheFormatCannotHold) {
-    std::filesystem::create_directory(directory_.path("folder"));
+    std::filesystem::create_directory(directory_.path("directory"));
     std::filesystem::create_directory(directory_.path("other"));
     ASSERT_EQ(mkfifo(directory_.path("pipe").c_str(), 0600), 0);
     const std::string one = file("one", "1");
     const std::string same_name = file("other/one", "2");
 
-    EXPECT_EQ(create({one, directory_.path("folder")}), directory_.path("folder") + " is a folder");
-    EXPECT_EQ(create({one, "/"}), "/ is a folder");
+    EXPECT_EQ(create({one, directory_.path("directory")}), directory_.path("directory") + " is a directory");
+    EXPECT_EQ(create({one, "/"}), "/ is a directory");
     EXPECT_EQ(create({one, directory_.path("pipe")}), directory_.path("pipe") + " is not a regular file");
     EXPECT_EQ(create({one, "/dev/null"}), "/dev/null is not a regular file");
     EXPECT_EQ(create({one, same_name}), "the name one comes twice");
@@ -119,17 +115,17 @@ TEST_F(ArchiveWriter, RefusesAnOutputThatIsNoRegularFile) {
     const std::string one = file("one", "1");
     std::filesystem::create_directory(out_);
     EXPECT_EQ(create({one}), out_ + " is not a regular file");
-    EXPECT_EQ(refusal_of([&] { create_archive("/dev/null", {one}, nullptr, nullptr); }),
+    EXPECT_EQ(error_of([&] { create_archive("/dev/null", {one}, nullptr, nullptr); }),
               "/dev/null is not a regular file");
     EXPECT_TRUE(std::filesystem::is_character_file("/dev/null"));
-    EXPECT_EQ(refusal_of([&] { create_archive(directory_.path("no/out"), {one}, nullptr, nullptr); }),
+    EXPECT_EQ(error_of([&] { create_archive(directory_.path("no/out"), {one}, nullptr, nullptr); }),
               "cannot write " + directory_.path("no/out") + ": No such file or directory");
 }
 
 TEST_F(ArchiveWriter, LeavesNothingOnAFullDisk) {
     const SmallVolume volume("size=128k");
     const std::string large = file("large", std::string(300000, 'l'));
-    EXPECT_EQ(refusal_of([&] { create_archive(volume.path("out.sja"), {large}, nullptr, nullptr); }),
+    EXPECT_EQ(error_of([&] { create_archive(volume.path("out.sja"), {large}, nullptr, nullptr); }),
               "cannot write " + volume.path("out.sja") + ": No space left on device");
     EXPECT_THAT(volume.names(), IsEmpty());
 }
@@ -201,27 +197,27 @@ TEST_F(ArchiveWriter, SignsNothingThatIsNoWholeArchive) {
     const std::string whole = sja_bytes({{"one", "12345"}});
     const struct {
         std::string bytes;
-        std::string refusal;
+        std::string error;
     } cases[] = {
         {"", " is not an .sja archive"},
         {"some text", " is not an .sja archive"},
-        {"JANK", " holds no entry"},
-        {"JANK1234", " is damaged: the magic is followed by bytes that are no entry"},
+        {"JANK", " has no entry"},
+        {"JANK1234", " is damaged: the magic is followed by bytes that are not an entry"},
         {whole.substr(0, whole.size() - 1), " is damaged: the last entry runs past the end of the file"},
-        {whole + "x", " is damaged: the last entry is followed by bytes that are no entry"},
+        {whole + "x", " is damaged: the last entry is followed by bytes that are not an entry"},
         {whole.substr(0, 4 + 11 + 2), " is damaged: the name of the last entry is cut off"},
         {"JANK" + sja_entry_header("a", UINT64_MAX),
          " is damaged: the last entry runs past the end of the file"},
     };
     for (const auto& c : cases) {
         write_file(out_, c.bytes);
-        EXPECT_EQ(sign(), out_ + c.refusal);
+        EXPECT_EQ(sign(), out_ + c.error);
         EXPECT_EQ(read_file(out_), c.bytes);
     }
     std::filesystem::remove(out_);
     EXPECT_EQ(sign(), "cannot read " + out_ + ": No such file or directory");
     std::filesystem::create_directory(out_);
-    EXPECT_EQ(sign(), out_ + " is a folder");
+    EXPECT_EQ(sign(), out_ + " is a directory");
 }
 
 TEST_F(ArchiveWriter, KeepsTheArchiveAsItWasWhenSigningFails) {
@@ -250,8 +246,8 @@ TEST_F(ArchiveWriter, TakesTheSameMemoryForEverySize) {
     const std::string large = directory_.path("large");
     write_sparse_file(large, std::uint64_t{64} << 20);
     const auto create_and_sign = [this](const std::string& path) {
-        create_archive(out_, {path}, SigningKey::publisher().get(), nullptr);
-        sign_with(SigningKey::stranger().get());
+        create_archive(out_, {path}, by_publisher_, nullptr);
+        sign_archive(out_, signature_by(SigningKey::stranger().get()), nullptr);
     };
     const long growth = memory_growth([&] { create_and_sign(small); }, [&] { create_and_sign(large); });
     EXPECT_GE(growth, 0);

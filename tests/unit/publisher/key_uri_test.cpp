@@ -1,10 +1,9 @@
 #include "publisher/key_uri.h"
 
-#include "publisher/checking_key.h"
-#include "publisher/uri_key.h"
+#include "publisher/keys.h"
 #include "tests/support/signing_key.h"
 #include "tests/support/temporary_directory.h"
-#include "tests/unit/publisher/refusals.h"
+#include "tests/unit/publisher/user_errors.h"
 
 #include <gtest/gtest.h>
 
@@ -17,15 +16,15 @@ class UriOfAKey : public ::testing::Test {
     // The URI without its pin-source and, in brackets, the file that it names; or why it is refused.
     static std::string parsed(const std::string& text) {
         std::string result;
-        const std::string refusal = refusal_of([&] {
+        const std::string error = error_of([&] {
             const KeyUri uri = parse_key_uri(text);
             result = uri.location + (uri.file.empty() ? "" : " [" + uri.file + "]");
         });
-        return refusal == "done" ? result : refusal;
+        return error == "done" ? result : error;
     }
 
     static std::string type_check(const std::string& text, KeyHalf half) {
-        return refusal_of([&] { check_object_type(parse_key_uri(text), half); });
+        return error_of([&] { check_object_type(parse_key_uri(text), half); });
     }
 
     std::string file(const std::string& name, const std::string& bytes) const {
@@ -41,13 +40,13 @@ class UriOfAKey : public ::testing::Test {
 TEST_F(UriOfAKey, BeginsWithAScheme) {
     for (const char* name : {"file:/key", "pkcs11:", "PKCS11:object=a", "a+b-c.d9:x", "f:", "x:/y"})
         EXPECT_TRUE(is_key_uri(name)) << name;
-    for (const char* name : {"", "key", "/key", "./file:/key", "folder/a:b", "/a:b", ":key", "9p:key",
+    for (const char* name : {"", "key", "/key", "./file:/key", "directory/a:b", "/a:b", ":key", "9p:key",
                              "-a:key", "a_b:key", "a b:key", "\xC3\xA4:key"})
         EXPECT_FALSE(is_key_uri(name)) << name;
 }
 
 TEST_F(UriOfAKey, MayNameALocalFile) {
-    const std::string no_pin = "the pin-source of the key's URI is no file's path from / on";
+    const std::string no_pin = "the pin-source of the key's URI is not a file's absolute path";
     const std::pair<std::string, std::string> cases[] = {
         {"pkcs11:object=a", "pkcs11:object=a"},
         {"PkCs11:object=A", "pkcs11:object=A"},
@@ -69,7 +68,7 @@ TEST_F(UriOfAKey, MayNameALocalFile) {
         {"file:/a?pin-source=/p", "file:/a?pin-source=/p [/a?pin-source=/p]"},
         {"FILE:///a", "file:///a [/a]"},
         {"file://localhost/a", "file://localhost/a [/a]"},
-        {"file:a", "file:a is no file's path from / on"},
+        {"file:a", "file:a is not a file's absolute path"},
         {"elsewhere:a", "elsewhere:a"},
     };
     for (const auto& [text, expected] : cases)
@@ -80,10 +79,10 @@ TEST(Argument, HoldsAPinInAnySpelling) {
     for (const char* argument :
          {"pkcs11:object=a?pin-value=12", "pkcs11:pin-value=", "?PIN-VALUE=1", "?x&pin%2dvalue=1",
           "?%2570in-value=1", "?pin_value =1", "?pin-value%3D1", "--key=pkcs11:;pin-value=1"})
-        EXPECT_TRUE(holds_pin(argument)) << argument;
+        EXPECT_TRUE(contains_pin(argument)) << argument;
     for (const char* argument : {"", "pkcs11:object=a?pin-source=/pin-value", "pin-value.pem",
                                  "--key=pin-value.pem", "pkcs11:object=value?pin-source=/a", "--pin=value"})
-        EXPECT_FALSE(holds_pin(argument)) << argument;
+        EXPECT_FALSE(contains_pin(argument)) << argument;
 }
 
 TEST_F(UriOfAKey, MayNameTheTypeOfObjectThatIsWanted) {
@@ -94,9 +93,11 @@ TEST_F(UriOfAKey, MayNameTheTypeOfObjectThatIsWanted) {
     EXPECT_EQ(type_check("pkcs11:object=a;type=private?x=1", KeyHalf::PRIVATE), "done");
     EXPECT_EQ(type_check("pkcs11:type=public;object=a", KeyHalf::PUBLIC), "done");
     EXPECT_EQ(type_check("pkcs11:object=a;type=private?pin-source=/p", KeyHalf::PUBLIC),
-              "pkcs11:object=a;type=private names no public key");
-    EXPECT_EQ(type_check("pkcs11:type=public", KeyHalf::PRIVATE), "pkcs11:type=public names no private key");
-    EXPECT_EQ(type_check("pkcs11:type=cert", KeyHalf::PRIVATE), "pkcs11:type=cert names no private key");
+              "pkcs11:object=a;type=private does not name a public key");
+    EXPECT_EQ(type_check("pkcs11:type=public", KeyHalf::PRIVATE),
+              "pkcs11:type=public does not name a private key");
+    EXPECT_EQ(type_check("pkcs11:type=cert", KeyHalf::PRIVATE),
+              "pkcs11:type=cert does not name a private key");
 }
 
 TEST_F(UriOfAKey, LeadsToTheOnlyKeyOfItsKindInAFile) {
@@ -118,29 +119,26 @@ TEST_F(UriOfAKey, LeadsToTheOnlyKeyOfItsKindInAFile) {
          " holds more than one private key", " holds no public key"},
     };
     const std::string uri = "file:" + directory_.path("key");
-    const auto after_uri = [&](const std::string& refusal) {
-        return refusal.compare(0, uri.size(), uri) == 0 ? refusal.substr(uri.size()) : refusal;
+    const auto after_uri = [&](const std::string& error) {
+        return error.compare(0, uri.size(), uri) == 0 ? error.substr(uri.size()) : error;
     };
     for (const auto& c : cases) {
         file("key", c.pem);
-        EXPECT_EQ(after_uri(refusal_of([&] { read_key(parse_key_uri(uri), KeyHalf::PRIVATE); })),
-                  c.as_private)
-            << c.name;
-        EXPECT_EQ(after_uri(refusal_of([&] { read_checking_key(uri); })), c.as_public) << c.name;
+        EXPECT_EQ(after_uri(error_of([&] { read_private_key(uri, {}); })), c.as_private) << c.name;
+        EXPECT_EQ(after_uri(error_of([&] { read_public_key(uri); })), c.as_public) << c.name;
     }
 }
 
 TEST_F(UriOfAKey, LeadsToNoPipe) {
     ASSERT_EQ(mkfifo(directory_.path("pipe").c_str(), 0600), 0);
     const std::string uri = "file:" + directory_.path("pipe");
-    EXPECT_EQ(refusal_of([&] { read_key(parse_key_uri(uri), KeyHalf::PRIVATE); }),
-              uri + " is not a regular file");
+    EXPECT_EQ(error_of([&] { read_private_key(uri, {}); }), uri + " is not a regular file");
 }
 
 TEST_F(UriOfAKey, LeadsToNoKeyOfAnotherSize) {
     const SigningKey small(2048);
     const std::string uri = "file:" + file("key", small.private_pem() + small.public_pem());
-    const std::string refusal = "the key in " + uri + " is not an RSA key of 4096 bits";
-    EXPECT_EQ(refusal_of([&] { read_key(parse_key_uri(uri), KeyHalf::PRIVATE); }), refusal);
-    EXPECT_EQ(refusal_of([&] { read_checking_key(uri); }), refusal);
+    const std::string error = "the key in " + uri + " is not an RSA key of 4096 bits";
+    EXPECT_EQ(error_of([&] { read_private_key(uri, {}); }), error);
+    EXPECT_EQ(error_of([&] { read_public_key(uri); }), error);
 }

@@ -2,7 +2,7 @@
 
 #include "tests/support/child_process.h"
 #include "tests/support/temporary_directory.h"
-#include "tests/unit/publisher/refusals.h"
+#include "tests/unit/publisher/user_errors.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -40,7 +40,7 @@ class NewFile : public ::testing::Test {
         first.write("first", 5);
         first.commit_new();
         OutputFile second(path_, 0600);
-        return refusal_of([&] { second.commit_new(); });
+        return error_of([&] { second.commit_new(); });
     }
 
     TemporaryDirectory directory_;
@@ -50,7 +50,7 @@ class NewFile : public ::testing::Test {
 } // namespace
 
 TEST_F(NewFile, TakesNoNameFromAnother) {
-    EXPECT_EQ(write_twice(), path_ + " is there already; --force replaces it");
+    EXPECT_EQ(write_twice(), path_ + " exists already; --force replaces it");
     EXPECT_EQ(read_file(path_), "first");
     EXPECT_THAT(directory_.names(), ElementsAre("file"));
 }
@@ -58,7 +58,7 @@ TEST_F(NewFile, TakesNoNameFromAnother) {
 TEST_F(NewFile, TakesNoNameFromAnotherWhereThereAreNoLinks) {
     EXPECT_EQ(in_child([&] {
                   make_file_systems_simple();
-                  return write_twice() == path_ + " is there already; --force replaces it" ? 7 : 8;
+                  return write_twice() == path_ + " exists already; --force replaces it" ? 7 : 8;
               }),
               7);
     EXPECT_EQ(read_file(path_), "first");

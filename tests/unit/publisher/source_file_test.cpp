@@ -2,7 +2,7 @@
 
 #include "tests/support/child_process.h"
 #include "tests/support/sja_builder.h"
-#include "tests/unit/publisher/refusals.h"
+#include "tests/unit/publisher/user_errors.h"
 
 #include <gtest/gtest.h>
 
@@ -21,7 +21,7 @@ class FileToPack : public ::testing::Test {
     // Reads the file, and does `during` when the first chunk has come.
     std::string read_with(const std::function<void()>& during) const {
         const SourceFile source = examine_source(path_);
-        return refusal_of([&] {
+        return error_of([&] {
             bool first = true;
             read_source(source, 0, [&](const char* /*bytes*/, std::size_t /*count*/) {
                 if (std::exchange(first, false))
@@ -84,20 +84,20 @@ TEST_F(FileToPack, IsRefusedWhenAnotherFileHasTakenItsName) {
     const SourceFile source = examine_source(path_);
     write_file(directory_.path("other"), read_file(path_));
     std::filesystem::rename(directory_.path("other"), path_);
-    EXPECT_EQ(refusal_of([&] { read_source(source, 0, [](const char*, std::size_t) {}); }), changed_);
+    EXPECT_EQ(error_of([&] { read_source(source, 0, [](const char*, std::size_t) {}); }), changed_);
 }
 
 TEST_F(FileToPack, IsRefusedWhenItCannotBeRead) {
     const SourceFile source = examine_source(path_);
     const int result = with_failing_syscall(SYS_read, EIO, [&] {
-        return refusal_of([&] { read_source(source, 0, [](const char*, std::size_t) {}); }) ==
+        return error_of([&] { read_source(source, 0, [](const char*, std::size_t) {}); }) ==
                        "cannot read " + path_ + ": Input/output error"
                    ? 7
                    : 8;
     });
     EXPECT_EQ(result, 7);
     std::filesystem::remove(path_);
-    EXPECT_EQ(refusal_of([&] { read_source(source, 0, [](const char*, std::size_t) {}); }),
+    EXPECT_EQ(error_of([&] { read_source(source, 0, [](const char*, std::size_t) {}); }),
               "cannot read " + path_ + ": No such file or directory");
 }
 

@@ -1,19 +1,21 @@
-#include "publisher/archive_table.h"
+#include "publisher/archive.h"
 
 #include "files/QvRepoHelper.h"
 #include "files/block_list.h"
-#include "publisher/name_check.h"
-#include "publisher/refusal.h"
-#include "publisher/signature_source.h"
-#include "publisher/source_file.h"
+#include "model/dunmarel_common.h"
+#include "platform/bounded.h"
+#include "publisher/user_error.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <iomanip>
+#include <memory>
 #include <ostream>
-#include <sstream>
 #include <string_view>
+#include <utility>
 
 namespace {
 
@@ -23,15 +25,9 @@ constexpr std::size_t MAGIC_SIZE = 4;
 // A file that ends inside the two bytes of the mode still holds the entry, as it does for a repository.
 constexpr std::size_t MIN_HEADER_SIZE = ENTRY_HEADER_SIZE - 2;
 
-std::string octal(unsigned mode) {
-    std::ostringstream text;
-    text << std::oct << std::setw(4) << std::setfill('0') << mode;
-    return text.str();
-}
-
-std::string warning_about_name(const std::string& name) {
-    const std::string fault = package_name_fault(name);
-    return fault.empty() ? "" : name + " is no name for a package: " + fault;
+void add_name_warning(const std::string& name, std::vector<std::string>& warnings) {
+    if (const std::string fault = package_name_fault(name); !fault.empty())
+        warnings.push_back(name + " is not a package name: " + fault);
 }
 
 // The length of the UTF-8 character that `text` begins with, where a terminal may show it; 0 for a control
@@ -58,26 +54,12 @@ std::size_t printable_length(std::string_view text) {
 
 } // namespace
 
-std::string printable(const std::string& text) {
-    std::ostringstream shown;
-    for (std::string_view rest = text; !rest.empty();) {
-        const std::size_t length = printable_length(rest);
-        if (length > 0)
-            shown << rest.substr(0, length);
-        else
-            shown << "\\x" << std::hex << std::setw(2) << std::setfill('0')
-                  << static_cast<unsigned>(static_cast<unsigned char>(rest[0]));
-        rest.remove_prefix(std::max<std::size_t>(length, 1));
-    }
-    return shown.str();
-}
-
 Archive::Archive(const std::string& path) : path_(path) {
     struct stat status = {};
     file_ = open_stream(path, status);
     const int form = verify_jank_archive(file_.get());
     if (form == 2)
-        throw Refusal(path + " is not an .sja archive");
+        throw UserError(path + " is not an .sja archive");
     size_ = static_cast<std::uint64_t>(status.st_size);
     is_signed_ = form == 1;
 }
@@ -91,7 +73,7 @@ ArchiveSummary Archive::walk(const std::function<void(const ArchiveEntry&)>& vis
         if (!seek_to(file_.get(), offset) ||
             std::fread(header.data(), 1, header.size(), file_.get()) < MIN_HEADER_SIZE) {
             summary.damage = std::string(summary.entry_count > 0 ? "the last entry" : "the magic") +
-                             " is followed by bytes that are no entry";
+                             " is followed by bytes that are not an entry";
             break;
         }
         entry.name.resize(header[0]);
@@ -111,7 +93,7 @@ ArchiveSummary Archive::walk(const std::function<void(const ArchiveEntry&)>& vis
         offset += entry.size;
     }
     if (std::ferror(file_.get()) != 0)
-        throw Refusal("cannot read " + path_, errno);
+        throw UserError("cannot read " + path_, errno);
     return summary;
 }
 
@@ -122,8 +104,10 @@ ArchiveSummary Archive::print(std::ostream& out) const {
     out << "MODE    " << std::setw(columns) << "SIZE"
         << "  NAME\n";
     const ArchiveSummary summary = walk([&](const ArchiveEntry& entry) {
-        out << std::left << std::setw(8) << octal(entry.mode) << std::right << std::setw(columns)
-            << entry.size << "  " << printable(entry.name) << "\n";
+        std::array<char, 16> mode = {};
+        std::snprintf(mode.data(), mode.size(), "%04o", entry.mode);
+        out << std::left << std::setw(8) << mode.data() << std::right << std::setw(columns) << entry.size
+            << "  " << printable(entry.name) << "\n";
     });
     out << summary.text() << "\n";
     return summary;
@@ -133,22 +117,16 @@ void ArchiveSummary::add(const ArchiveEntry& entry) {
     is_envelope = (entry_count == 0 || is_envelope) && QvRepoHelper::isSjaExtension(entry.name);
     ++entry_count;
     // An envelope's entries become files of the repository; those of a single package stay inside.
-    if (!is_envelope) {
-        unfit_name_count = 0;
+    if (!is_envelope)
         name_warnings.clear();
-    } else if (const std::string warning = warning_about_name(entry.name); !warning.empty()) {
-        if (++unfit_name_count <= MAX_NAME_WARNINGS)
-            name_warnings.push_back(warning);
-    }
+    else if (name_warnings.size() < MAX_NAME_WARNINGS)
+        add_name_warning(entry.name, name_warnings);
 }
 
 std::vector<std::string> ArchiveSummary::warnings(const std::string& path) const {
-    std::vector<std::string> all = name_warnings;
-    if (const std::string warning = warning_about_name(path.substr(path.rfind('/') + 1)); !warning.empty())
-        all.insert(all.begin(), warning);
-    if (unfit_name_count > name_warnings.size())
-        all.push_back("so it is with the names of " +
-                      std::to_string(unfit_name_count - name_warnings.size()) + " more entries");
+    std::vector<std::string> all;
+    add_name_warning(base_name(path), all);
+    all.insert(all.end(), name_warnings.begin(), name_warnings.end());
     if (entry_count > MAX_LISTED_ENTRIES)
         all.push_back(
             "a repository lists only the first entries of an archive of more than 15; this one has " +
@@ -162,4 +140,57 @@ std::string ArchiveSummary::text() const {
     if (entry_count == 0)
         return text + "empty";
     return text + (is_envelope ? "envelope" : "single package");
+}
+
+SignableArchive examine_signable(const std::string& path) {
+    // A symbolic link to an archive stays one.
+    const std::unique_ptr<char, decltype(&std::free)> real_path(realpath(path.c_str(), nullptr), &std::free);
+    if (!real_path)
+        throw UserError("cannot read " + path, errno);
+    SourceFile source = examine_source(real_path.get());
+    ArchiveSummary summary = Archive(path).walk([](const ArchiveEntry&) {});
+    if (!summary.damage.empty())
+        throw UserError(path + " is damaged: " + summary.damage);
+    if (summary.entry_count == 0)
+        throw UserError(path + " has no entry");
+    const std::uint64_t content = summary.is_signed ? SIGNATURE_SIZE : 0;
+    return {std::move(source), content, std::move(summary)};
+}
+
+std::string package_name_fault(const std::string& name) {
+    static const std::string prefix = "dunmarel_";
+    pkg_details details = {};
+    const std::string package =
+        name.compare(0, prefix.size(), prefix) == 0 ? name.substr(prefix.size()) : name;
+    if (package.size() >= sizeof details.name)
+        return "it is longer than 127 bytes";
+    bounded_copy(details.name, sizeof details.name, package.c_str());
+    switch (extract_package_details_from_name(&details)) {
+    case 0:
+        return "";
+    case PACKAGE_NAME_TYPE:
+        return "its package type is unknown";
+    case PACKAGE_NAME_VERSION:
+        return "its version is missing or lower than 7.7";
+    case PACKAGE_NAME_OS:
+        return "its operating system is unknown";
+    case PACKAGE_NAME_EEB_VERSION:
+        return "its EEB version is not up to 12 digits and dots";
+    default:
+        return "it is not of the form dunmarel_TYPE_VERSION_OS.sja or "
+               "dunmarel_TYPE_EEBVERSION_VERSION_OS.sja";
+    }
+}
+
+std::string printable(const std::string& text) {
+    std::string shown;
+    for (std::string_view rest = text; !rest.empty();) {
+        const std::size_t length = printable_length(rest);
+        std::array<char, 8> escape = {};
+        if (length == 0)
+            std::snprintf(escape.data(), escape.size(), "\\x%02x", static_cast<unsigned char>(rest[0]));
+        shown.append(rest.substr(0, length)).append(escape.data());
+        rest.remove_prefix(std::max<std::size_t>(length, 1));
+    }
+    return shown;
 }

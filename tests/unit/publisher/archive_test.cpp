@@ -1,15 +1,21 @@
-#include "publisher/archive_table.h"
+#include "publisher/archive.h"
 
-#include "publisher/signable_archive.h"
 #include "tests/support/child_process.h"
 #include "tests/support/sja_builder.h"
-#include "tests/unit/publisher/refusals.h"
+#include "tests/unit/publisher/user_errors.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <sstream>
 
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
 namespace {
+
+constexpr const char* FORM =
+    "it is not of the form dunmarel_TYPE_VERSION_OS.sja or dunmarel_TYPE_EEBVERSION_VERSION_OS.sja";
 
 class TableOfAnArchive : public ::testing::Test {
   protected:
@@ -101,19 +107,19 @@ TEST_F(TableOfAnArchive, TellsDamage) {
     EXPECT_EQ(damage_of("JANK"), "");
     EXPECT_EQ(damage_of(sja_bytes_with_signature_block({})), "");
     EXPECT_EQ(damage_of(whole.substr(0, whole.size() - 1)), "the last entry runs past the end of the file");
-    EXPECT_EQ(damage_of(whole + "12345678"), "the last entry is followed by bytes that are no entry");
+    EXPECT_EQ(damage_of(whole + "12345678"), "the last entry is followed by bytes that are not an entry");
     EXPECT_EQ(damage_of(whole.substr(0, whole.size() - 3)), "the name of the last entry is cut off");
     EXPECT_EQ(damage_of(sja_bytes_with_signature_block({}) + "x"),
-              "the magic is followed by bytes that are no entry");
+              "the magic is followed by bytes that are not an entry");
     EXPECT_EQ(summary_of(sja_bytes_with_signature_block({}) + "x").entry_count, 0U);
     EXPECT_EQ(summary_of(whole.substr(0, whole.size() - 3)).entry_count, 1U);
 }
 
 TEST_F(TableOfAnArchive, IsRefusedForWhatIsNoArchive) {
     write_file(path_, "some text");
-    EXPECT_EQ(refusal_of([this] { Archive{path_}; }), path_ + " is not an .sja archive");
-    EXPECT_EQ(refusal_of([this] { Archive{directory_.path()}; }), directory_.path() + " is a folder");
-    EXPECT_EQ(refusal_of([this] { Archive{directory_.path("missing")}; }),
+    EXPECT_EQ(error_of([this] { Archive{path_}; }), path_ + " is not an .sja archive");
+    EXPECT_EQ(error_of([this] { Archive{directory_.path()}; }), directory_.path() + " is a directory");
+    EXPECT_EQ(error_of([this] { Archive{directory_.path("missing")}; }),
               "cannot read " + directory_.path("missing") + ": No such file or directory");
 }
 
@@ -129,4 +135,67 @@ TEST_F(TableOfAnArchive, TakesTheSameMemoryForAnyNumberOfEntries) {
     const long growth = memory_growth([&] { read(11); }, [&] { read(std::uint64_t{11} << 17); });
     EXPECT_GE(growth, 0);
     EXPECT_LT(growth, 1024);
+}
+
+TEST(PackageName, IsFaultlessOrHasAReason) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"dunmarel_qvclient_8.3.0.1_redhat_x64.sja", ""},
+        {"qvclient_8.3_redhat_x64.sja", ""},
+        {"dunmarel_qveeb.server_3.1_8.1.2_suse_ppc64le.sja", ""},
+        {"dunmarel_maint.qv_8.2_windows_x64", ""},
+        {"", FORM},
+        {"dunmarel_", FORM},
+        {"package.sja", FORM},
+        {"dunmarel_qvclient_8.0_redhat.sja", FORM},
+        {"dunmarel_qvtool_8.0_redhat_x64.sja", "its package type is unknown"},
+        {"x_dunmarel_qvclient_8.3_redhat_x64.sja", "its package type is unknown"},
+        {"dunmarel_qvclient_7.6_redhat_x64.sja", "its version is missing or lower than 7.7"},
+        {"dunmarel_qvclient_beta_redhat_x64.sja", "its version is missing or lower than 7.7"},
+        {"dunmarel_qvclient_8.0_centos_x64.sja", "its operating system is unknown"},
+        {"dunmarel_qveeb_3.1a_8.0_redhat_x64.sja", "its EEB version is not up to 12 digits and dots"},
+        {"dunmarel_qvclient_8.3_redhat_x64." + std::string(120, 'x'), "it is longer than 127 bytes"},
+    };
+    for (const auto& [name, fault] : cases)
+        EXPECT_EQ(package_name_fault(name), fault) << name;
+}
+
+class Warnings : public ::testing::Test {
+  protected:
+    std::vector<std::string> about(const std::string& name, const std::vector<SjaEntry>& entries) const {
+        write_file(directory_.path(name), sja_bytes(entries));
+        return Archive(directory_.path(name))
+            .walk([](const ArchiveEntry&) {})
+            .warnings(directory_.path(name));
+    }
+
+    TemporaryDirectory directory_;
+};
+
+TEST_F(Warnings, AreNoneForASinglePackageWithAGoodName) {
+    EXPECT_THAT(about("dunmarel_qvclient_8.3_redhat_x64.sja",
+                      {{"inner.sja", "1"}, {"any name", "1"}, {"inner.sja", "1"}}),
+                IsEmpty());
+}
+
+TEST_F(Warnings, CoverTheEntriesOfAnEnvelope) {
+    EXPECT_THAT(about("bad.sja", {{"dunmarel_qvclient_8.3_redhat_x64.sja", "1"}, {"x.sja", "1"}}),
+                ElementsAre(std::string("bad.sja is not a package name: ") + FORM,
+                            std::string("x.sja is not a package name: ") + FORM));
+}
+
+TEST_F(Warnings, CoverTheFirst1000Names) {
+    const std::vector<SjaEntry> entries(1003, SjaEntry{"x.sja", "1"});
+    const std::vector<std::string> warnings = about("dunmarel_qvclient_8.3_redhat_x64.sja", entries);
+    ASSERT_EQ(warnings.size(), 1001U);
+    EXPECT_EQ(warnings[999], std::string("x.sja is not a package name: ") + FORM);
+}
+
+TEST_F(Warnings, CoverMoreEntriesThanARepositoryLists) {
+    std::vector<SjaEntry> entries(15, SjaEntry{"file", "1"});
+    EXPECT_THAT(about("dunmarel_qvclient_8.3_redhat_x64.sja", entries), IsEmpty());
+    entries.push_back({"one more", "1"});
+    EXPECT_THAT(
+        about("dunmarel_qvclient_8.3_redhat_x64.sja", entries),
+        ElementsAre("a repository lists only the first entries of an archive of more than 15; this one has "
+                    "16"));
 }
