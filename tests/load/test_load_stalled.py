@@ -7,9 +7,10 @@ import socket
 import ssl
 import subprocess
 import threading
+import time
 
 from clients import Client
-from scale import milliseconds, report, scaled, seed
+from scale import milliseconds, now, report, scaled, seed
 from record import Record
 from visitor import Visitor
 from world import (
