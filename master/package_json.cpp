@@ -1,61 +1,178 @@
 #include "master/package_json.h"
 
 #include "master/bad_request.h"
-#include "master/json_reader.h"
 #include "master/json_text.h"
 
+#include <rapidjson/error/en.h>
+#include <rapidjson/memorystream.h>
+#include <rapidjson/reader.h>
+
+#include <charconv>
 #include <limits>
 #include <map>
-#include <optional>
-#include <utility>
+#include <string_view>
+#include <variant>
 
 namespace {
 
-void require(bool condition, const char* subject, const char* rule) {
+constexpr std::size_t MAX_DEPTH = 2048;
+
+// Of the values that matter in the body of a creation; [] stands for any element of an array.
+constexpr std::string_view DATA = "/data";
+constexpr std::string_view TYPE = "/data/type";
+constexpr std::string_view ATTRIBUTES = "/data/attributes";
+constexpr std::string_view PACKAGE_FILE_NAME = "/data/attributes/packageFileName";
+constexpr std::string_view PACKAGE_NAME = "/data/attributes/packageName";
+constexpr std::string_view OS = "/data/attributes/os";
+constexpr std::string_view VERSION = "/data/attributes/version";
+constexpr std::string_view PACKAGE_TYPE = "/data/attributes/packageType";
+constexpr std::string_view ITEMS = "/data/attributes/packageItems";
+constexpr std::string_view ITEM = "/data/attributes/packageItems/[]";
+constexpr std::string_view FILE_NAME = "/data/attributes/packageItems/[]/fileName";
+constexpr std::string_view FILE_SIZE = "/data/attributes/packageItems/[]/fileSize";
+
+struct Object {};
+struct Array {};
+using Value = std::variant<std::monostate, std::string, std::int64_t, Object, Array>;
+
+void require(bool condition, std::string_view subject, const char* rule) {
     if (!condition)
         throw BadRequest(std::string(subject) + " " + rule);
 }
 
-std::string required(std::optional<std::string>& text, const char* name) {
-    require(text.has_value(), name, "must be a string");
-    return std::move(*text);
+[[noreturn]] void refuse(const std::string& reason) {
+    throw BadRequest("the body is not JSON: " + reason);
 }
 
-// Each of these names becomes one entry of the repository directory.
-std::string required_file_name(std::optional<std::string>& member, const char* name) {
-    std::string text = required(member, name);
-    const bool usable = !text.empty() && text != "." && text != ".." && text.find('/') == std::string::npos;
-    require(usable, name, "must be the name of a file");
+// Keeps of the body only what matters: a tree of its values costs up to eighty times its size ("{}," over and
+// over).
+class CreationHandler : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, CreationHandler> {
+  public:
+    using Size = rapidjson::SizeType;
+
+    NewPackage finish();
+
+    // Called by the parser.
+    bool Default() { return take({}); }
+    bool String(const char* text, Size size, bool) { return take(checked({text, size})); }
+    bool RawNumber(const char* digits, Size size, bool);
+    bool StartObject() { return open(Object()); }
+    bool Key(const char* text, Size size, bool);
+    bool EndObject(Size);
+    bool StartArray();
+    bool EndArray(Size) { return close(); }
+
+  private:
+    static std::string checked(std::string text);
+    bool open(Value value);
+    bool close();
+    bool take(Value value);
+    std::string text(std::string_view path) const;
+    std::string file_name(std::string_view path) const;
+
+    std::string path_;                 // of the present value
+    std::vector<std::size_t> parents_; // the lengths of the paths of the objects and arrays around it
+    std::map<std::string_view, Value> values_ = {
+        {DATA, {}},         {TYPE, {}},      {ATTRIBUTES, {}}, {PACKAGE_FILE_NAME, {}},
+        {PACKAGE_NAME, {}}, {OS, {}},        {VERSION, {}},    {PACKAGE_TYPE, {}},
+        {ITEMS, {}},        {FILE_NAME, {}}, {FILE_SIZE, {}}};
+    NewPackage package_;
+};
+
+// The parser lets NUL and the second half of a surrogate pair pass.
+std::string CreationHandler::checked(std::string text) {
+    if (!is_utf8(text) || text.find('\0') != std::string::npos)
+        refuse("a string must be UTF-8 without NUL");
     return text;
 }
 
-PackageItem read_item(JsonReader& reader) {
-    std::optional<std::string> fileName;
-    std::optional<std::int64_t> fileSize;
-    const bool found = reader.object([&](const std::string& name) {
-        if (name == "fileName")
-            fileName = reader.string();
-        else if (name == "fileSize")
-            fileSize = reader.integer();
-        else
-            reader.skip();
-    });
-    require(found, "packageItems", "must hold objects");
-    require(fileSize && *fileSize >= 0, "fileSize", "must be a number of bytes");
-    return {required_file_name(fileName, "fileName"), *fileSize};
+bool CreationHandler::RawNumber(const char* digits, Size size, bool) {
+    if (std::string_view(digits, size).find_first_of(".eE") != std::string_view::npos)
+        return Default();
+    std::int64_t number = 0;
+    if (std::from_chars(digits, digits + size, number).ec != std::errc())
+        refuse("an integer exceeds 64 bits");
+    return take(number);
 }
 
-void read_items(JsonReader& reader, NewPackage& package) {
-    package.packageItems.clear();
-    package.size = 0;
-    const bool found = reader.array([&] {
-        package.packageItems.push_back(read_item(reader));
-        const std::int64_t size = package.packageItems.back().fileSize;
-        require(size <= std::numeric_limits<std::int64_t>::max() - package.size, "the package",
-                "is too large");
-        package.size += size;
-    });
-    require(found, "packageItems", "must be an array");
+bool CreationHandler::Key(const char* text, Size size, bool) {
+    const std::string name = checked({text, size});
+    path_.resize(parents_.back());
+    path_ += "/" + (name.find('/') == std::string::npos ? name : "");
+    return true;
+}
+
+bool CreationHandler::StartArray() {
+    open(Array());
+    path_ += "/[]";
+    return true;
+}
+
+bool CreationHandler::open(Value value) {
+    if (parents_.size() == MAX_DEPTH)
+        refuse("nested too deeply");
+    take(std::move(value));
+    parents_.push_back(path_.size());
+    return true;
+}
+
+bool CreationHandler::close() {
+    path_.resize(parents_.back());
+    parents_.pop_back();
+    return true;
+}
+
+bool CreationHandler::take(Value value) {
+    if (path_ == ITEMS) {
+        require(std::holds_alternative<Array>(value), "packageItems", "must be an array");
+        package_.packageItems.clear();
+        package_.size = 0;
+    } else if (path_ == ITEM) {
+        require(std::holds_alternative<Object>(value), "packageItems", "must hold objects");
+        values_[FILE_NAME] = values_[FILE_SIZE] = Value();
+    }
+    if (const auto known = values_.find(path_); known != values_.end())
+        known->second = std::move(value);
+    return true;
+}
+
+bool CreationHandler::EndObject(Size) {
+    close();
+    if (path_ != ITEM)
+        return true;
+    const auto* const size = std::get_if<std::int64_t>(&values_[FILE_SIZE]);
+    require(size != nullptr && *size >= 0, "fileSize", "must be a number of bytes");
+    package_.packageItems.push_back({file_name(FILE_NAME), *size});
+    require(*size <= std::numeric_limits<std::int64_t>::max() - package_.size, "the package", "is too large");
+    package_.size += *size;
+    return true;
+}
+
+std::string CreationHandler::text(std::string_view path) const {
+    const auto* const text = std::get_if<std::string>(&values_.at(path));
+    require(text != nullptr, path.substr(path.rfind('/') + 1), "must be a string");
+    return *text;
+}
+
+// Each of these names becomes one entry of the repository directory.
+std::string CreationHandler::file_name(std::string_view path) const {
+    const std::string name = text(path);
+    const bool usable = !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
+    require(usable, path.substr(path.rfind('/') + 1), "must be the name of a file");
+    return name;
+}
+
+NewPackage CreationHandler::finish() {
+    require(std::holds_alternative<Object>(values_[DATA]), "data", "must be an object");
+    require(text(TYPE) == "newPackageAttributes", "type", "must be newPackageAttributes");
+    require(std::holds_alternative<Object>(values_[ATTRIBUTES]), "attributes", "must be an object");
+    package_.packageFileName = file_name(PACKAGE_FILE_NAME);
+    package_.packageName = file_name(PACKAGE_NAME);
+    package_.os = text(OS);
+    package_.version = text(VERSION);
+    package_.packageType = text(PACKAGE_TYPE);
+    require(std::holds_alternative<Array>(values_[ITEMS]), "packageItems", "must be an array");
+    return std::move(package_);
 }
 
 void append_member(std::string& out, const char* name, const std::string& text) {
@@ -68,52 +185,16 @@ void append_member(std::string& out, const char* name, const std::string& text) 
 } // namespace
 
 NewPackage read_new_package(const std::string& body) {
-    NewPackage package;
-    std::optional<std::string> type;
-    std::map<std::string, std::optional<std::string>> texts = {
-        {"packageFileName", {}}, {"packageName", {}}, {"os", {}}, {"version", {}}, {"packageType", {}}};
-    bool data = false;
-    bool attributes = false;
-    bool items = false;
-
-    JsonReader reader(body);
-    const auto read_attribute = [&](const std::string& name) {
-        const auto text = texts.find(name);
-        if (text != texts.end()) {
-            text->second = reader.string();
-        } else if (name == "packageItems") {
-            items = true;
-            read_items(reader, package);
-        } else {
-            reader.skip();
-        }
-    };
-    const auto read_data = [&](const std::string& name) {
-        if (name == "type")
-            type = reader.string();
-        else if (name == "attributes")
-            attributes = reader.object(read_attribute);
-        else
-            reader.skip();
-    };
-    reader.object([&](const std::string& name) {
-        if (name == "data")
-            data = reader.object(read_data);
-        else
-            reader.skip();
-    });
-    reader.finish();
-
-    require(data, "data", "must be an object");
-    require(required(type, "type") == "newPackageAttributes", "type", "must be newPackageAttributes");
-    require(attributes, "attributes", "must be an object");
-    package.packageFileName = required_file_name(texts["packageFileName"], "packageFileName");
-    package.packageName = required_file_name(texts["packageName"], "packageName");
-    package.os = required(texts["os"], "os");
-    package.version = required(texts["version"], "version");
-    package.packageType = required(texts["packageType"], "packageType");
-    require(items, "packageItems", "must be an array");
-    return package;
+    constexpr unsigned FLAGS = rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag;
+    CreationHandler handler;
+    rapidjson::Reader reader;
+    rapidjson::MemoryStream stream(body.data(), body.size());
+    const rapidjson::ParseResult result = reader.Parse<FLAGS>(stream, handler);
+    if (!result)
+        refuse(rapidjson::GetParseError_En(result.Code()) + (" At byte " + std::to_string(result.Offset())));
+    if (stream.Tell() < body.size()) // at a NUL
+        refuse("The document root must not be followed by other values.");
+    return handler.finish();
 }
 
 std::string package_name(const std::string& packageFileName) {
