@@ -1,7 +1,7 @@
 #include "master/package_json.h"
 
-#include "master/bad_request.h"
 #include "master/json_text.h"
+#include "master/request_parts.h"
 
 #include <rapidjson/error/en.h>
 #include <rapidjson/memorystream.h>

@@ -173,19 +173,6 @@ void insert_items(Statement& insert, std::int64_t id, const std::vector<PackageI
     }
 }
 
-const char* condition(const std::optional<Filter>& filter) {
-    if (filter)
-        switch (filter->field) {
-        case FilterField::version:
-            return " AND version = ?3";
-        case FilterField::os:
-            return " AND os = ?3";
-        case FilterField::packageType:
-            return " AND packageType = ?3";
-        }
-    return "";
-}
-
 // Whether the query brings a row. Left at its row, it would keep the transaction from ending.
 bool brings_row(Statement& query) {
     const bool found = query.step();
@@ -225,7 +212,8 @@ void ReaderPool::give_back(std::unique_ptr<Database> reader) {
 struct PackageCursor::Snapshot {
     Snapshot(ReaderPool& readers, const std::optional<Filter>& filter)
         : reader(readers.take()), transaction(*reader, Database::Access::readOnly),
-          packages(*reader, std::string(SELECT_PACKAGES) + condition(filter) + " ORDER BY id"),
+          packages(*reader, std::string(SELECT_PACKAGES) +
+                                (filter ? " AND " + filter->column + " = ?3" : "") + " ORDER BY id"),
           items(*reader, SELECT_ITEMS) {}
 
     std::int64_t highest_id() const {

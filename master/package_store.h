@@ -3,8 +3,8 @@
 #ifndef MASTER_PACKAGE_STORE_H
 #define MASTER_PACKAGE_STORE_H
 
-#include "master/filter.h"
 #include "master/package_json.h"
+#include "master/request_parts.h"
 #include "master/sqlite.h"
 
 #include <cstdint>

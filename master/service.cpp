@@ -1,10 +1,9 @@
 #include "master/service.h"
 
-#include "master/bad_request.h"
 #include "master/log_error.h"
-#include "master/media_type.h"
-#include "master/target.h"
+#include "master/request_parts.h"
 
+#include <map>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -16,6 +15,8 @@ constexpr int UNKNOWN_PACKAGE = 227;
 constexpr int NAME_TAKEN = 7218;
 constexpr int NO_PACKAGE_ID = 8626;
 constexpr int NOT_UNDERSTOOD = 9103;
+
+const char* const TARGET_TOO_LONG = "the target is too long";
 
 // Large enough to keep the overhead per part small, small enough for many slow readers at once.
 constexpr std::size_t PART_SIZE = 64UL * 1024;
@@ -153,8 +154,8 @@ bool Service::needs_body(const ServiceRequest& request) {
 Answer Service::answer(const ServiceRequest& request) {
     const std::optional<std::string> contentType = accepted_media_type(request.accept);
     if (!contentType)
-        return error_answer(406, NOT_UNDERSTOOD, "Accept must name " + latest_media_type(),
-                            latest_media_type());
+        return error_answer(406, NOT_UNDERSTOOD, std::string("Accept must name ") + LATEST_MEDIA_TYPE,
+                            LATEST_MEDIA_TYPE);
     try {
         return answer_accepted(request, *contentType);
     } catch (const BadRequest& error) {
@@ -167,7 +168,7 @@ Answer Service::answer(const ServiceRequest& request) {
 
 Answer Service::answer_accepted(const ServiceRequest& request, const std::string& contentType) {
     if (is_too_long(request))
-        return error_answer(414, UNUSABLE_INPUT, "the target is too long", contentType);
+        return error_answer(414, UNUSABLE_INPUT, TARGET_TOO_LONG, contentType);
     const Target target = read_target(request.target);
     const std::string packages = PACKAGES_PATH;
     if (target.path == packages) {
@@ -228,18 +229,13 @@ Answer Service::answer_deletion(std::int64_t id, const std::string& contentType)
 }
 
 Answer Service::refusal(int status) {
-    switch (status) {
-    case 400:
-        return error_answer(status, NOT_UNDERSTOOD, "this is no HTTP request", latest_media_type());
-    case 413:
-        return error_answer(status, UNUSABLE_INPUT, "the body is too large", latest_media_type());
-    case 414:
-        return error_answer(status, UNUSABLE_INPUT, "the target is too long", latest_media_type());
-    case 431:
-        return error_answer(status, UNUSABLE_INPUT, "the headers are too large", latest_media_type());
-    case 500:
-        return error_answer(status, NOT_UNDERSTOOD, "the service failed", latest_media_type());
-    default:
-        return error_answer(status, NOT_UNDERSTOOD, "the request is not understood", latest_media_type());
-    }
+    static const std::map<int, std::pair<int, const char*>> REASONS = {
+        {400, {NOT_UNDERSTOOD, "this is no HTTP request"}},
+        {413, {UNUSABLE_INPUT, "the body is too large"}},
+        {414, {UNUSABLE_INPUT, TARGET_TOO_LONG}},
+        {415, {NOT_UNDERSTOOD, "the request is not understood"}},
+        {431, {UNUSABLE_INPUT, "the headers are too large"}},
+        {500, {NOT_UNDERSTOOD, "the service failed"}}};
+    const auto& [errorCode, message] = REASONS.at(status);
+    return error_answer(status, errorCode, message, LATEST_MEDIA_TYPE);
 }

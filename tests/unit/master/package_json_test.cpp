@@ -1,5 +1,5 @@
-#include "master/bad_request.h"
 #include "master/package_json.h"
+#include "master/request_parts.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
