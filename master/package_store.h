@@ -14,33 +14,18 @@
 #include <string>
 #include <vector>
 
-// Lends connections for reading, one per reader at a time, and keeps some for the next.
+// Lends connections for reading, one per reader at a time, and keeps some for the next. It must outlive them.
 class ReaderPool {
   public:
     explicit ReaderPool(std::string file);
 
-    struct GiveBack {
-        ReaderPool* pool;
-        void operator()(Database* reader) const { pool->give_back(std::unique_ptr<Database>(reader)); }
-    };
-    using Loan = std::unique_ptr<Database, GiveBack>;
-
     // Throws StoreError.
-    Loan take();
+    std::shared_ptr<Database> take();
 
   private:
-    void give_back(std::unique_ptr<Database> reader);
-
     std::string file_;
     std::mutex mutex_;
     std::vector<std::unique_ptr<Database>> idle_;
-};
-
-// Which packages a cursor reads.
-struct Selection {
-    std::int64_t after = 0;           // the IDs above this one
-    std::optional<std::int64_t> last; // up to this one
-    std::optional<Filter> filter;
 };
 
 // Reads packages in order of ID, item by item:
@@ -55,11 +40,12 @@ struct Selection {
 // throw StoreError.
 class PackageCursor {
   public:
-    PackageCursor(ReaderPool& readers, Selection selection);
+    // Of the packages with an ID above `after`, up to `last` where there is one, those that match `filter`,
+    // or all.
+    PackageCursor(ReaderPool& readers, std::int64_t after, std::optional<std::int64_t> last,
+                  std::optional<Filter> filter);
     PackageCursor(const PackageCursor&) = delete;
-    PackageCursor(PackageCursor&&) = delete;
     PackageCursor& operator=(const PackageCursor&) = delete;
-    PackageCursor& operator=(PackageCursor&&) = delete;
     ~PackageCursor();
 
     // Goes to the next package; false after the last.
@@ -72,7 +58,7 @@ class PackageCursor {
     // pause.
     std::optional<std::string> next_item();
 
-    // Lets go of the database until the next call, which goes on after what was read.
+    // Lets go of the database until the next call, which continues after what was read.
     void pause();
 
   private:
@@ -81,7 +67,9 @@ class PackageCursor {
     Snapshot& snapshot();
 
     ReaderPool& readers_;
-    Selection selection_;
+    std::int64_t after_;
+    std::optional<std::int64_t> last_;
+    const std::optional<Filter> filter_;
     std::unique_ptr<Snapshot> snapshot_;
     Package package_;
     std::int64_t item_ = -1; // the position of the item read last
@@ -113,12 +101,12 @@ class PackageStore {
     std::mutex writing_;
     Database writer_;
     ReaderPool readers_;
-    std::optional<Statement> same_file_name_;
-    std::optional<Statement> same_item_name_;
-    std::optional<Statement> insert_package_;
-    std::optional<Statement> insert_item_;
-    std::optional<Statement> delete_items_;
-    std::optional<Statement> delete_package_;
+    Statement same_file_name_;
+    Statement same_item_name_;
+    Statement insert_package_;
+    Statement insert_item_;
+    Statement delete_items_;
+    Statement delete_package_;
 };
 
 #endif

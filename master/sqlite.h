@@ -10,7 +10,7 @@
 
 #include <sqlite3.h>
 
-// How long a lock of another process is waited for.
+// How long to wait for a lock of another process.
 inline constexpr int LOCK_WAIT_MILLISECONDS = 10000;
 
 // The database refuses or fails; the text says what was attempted and SQLite's own reason.
@@ -27,15 +27,15 @@ class Database {
     // Opens `file`; throws StoreError when that fails.
     Database(const std::string& file, Access access);
 
-    // Runs statements that bring no rows that matter. Throws StoreError; statements before the failing one
-    // stay done.
+    // Runs statements whose rows do not matter. Throws StoreError; statements before the failing one stay
+    // done.
     void execute(const char* statements);
 
     // The number of the row inserted last.
-    std::int64_t last_insert_id() const;
+    std::int64_t last_insert_id() const { return sqlite3_last_insert_rowid(handle()); }
 
     // How many rows the last statement inserted or deleted.
-    int changed_rows() const;
+    int changed_rows() const { return sqlite3_changes(handle()); }
 
     sqlite3* handle() const { return handle_.get(); }
 
@@ -51,25 +51,31 @@ class Statement {
   public:
     Statement(Database& database, const std::string& text);
 
-    // Binds the parameter `index`, from 1. The text may hold any bytes; it is copied.
-    void bind(int index, std::int64_t number);
-    void bind(int index, const std::string& text);
+    // Makes the statement ready to run, again too, with these parameters. A text may hold any bytes; it is
+    // copied.
+    template <typename... Values>
+    void start(const Values&... values) {
+        reset();
+        int index = 0;
+        (bind(++index, values), ...);
+    }
 
     // Goes to the next row; false when there is none.
     bool step();
 
-    // Makes the statement ready to run again, with new parameters.
+    // Lets go of the rows, which would keep the transaction from ending.
     void reset();
 
     // The value of the column `index`, from 0, in the current row.
-    std::int64_t number(int index) const;
+    std::int64_t number(int index) const { return sqlite3_column_int64(handle_.get(), index); }
     std::string text(int index) const;
-    bool is_null(int index) const;
 
   private:
     struct Finalize {
         void operator()(sqlite3_stmt* handle) const { sqlite3_finalize(handle); }
     };
+    void bind(int index, std::int64_t number);
+    void bind(int index, const std::string& text);
     void check(int result) const;
 
     sqlite3* database_;
@@ -83,9 +89,7 @@ class Transaction {
     // A readWrite one takes the database's write lock. Throws StoreError.
     explicit Transaction(Database& database, Database::Access access = Database::Access::readWrite);
     Transaction(const Transaction&) = delete;
-    Transaction(Transaction&&) = delete;
     Transaction& operator=(const Transaction&) = delete;
-    Transaction& operator=(Transaction&&) = delete;
     ~Transaction();
 
     // The changes are on disk when this returns. Throws StoreError when they are not there and never will be;
@@ -95,7 +99,6 @@ class Transaction {
 
   private:
     Database& database_;
-    bool open_ = true;
 };
 
 #endif
