@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::size_t MAX_DEPTH = 2048;
 
-// Of the values that matter in the body of a creation; [] stands for any element of an array.
+// The paths of the values that are read from the body of a creation; [] stands for any element of an array.
 constexpr std::string_view DATA = "/data";
 constexpr std::string_view TYPE = "/data/type";
 constexpr std::string_view ATTRIBUTES = "/data/attributes";
@@ -44,7 +44,7 @@ void require(bool condition, std::string_view subject, const char* rule) {
     throw BadRequest("the body is not JSON: " + reason);
 }
 
-// Keeps of the body only what matters: a tree of its values costs up to eighty times its size ("{}," over and
+// Keeps only the values that are read: a tree of the whole body costs up to eighty times its size ("{}," over and
 // over).
 class CreationHandler : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, CreationHandler> {
   public:
@@ -70,7 +70,7 @@ class CreationHandler : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, C
     std::string text(std::string_view path) const;
     std::string file_name(std::string_view path) const;
 
-    std::string path_;                 // of the present value
+    std::string path_;                 // of the current value
     std::vector<std::size_t> parents_; // the lengths of the paths of the objects and arrays around it
     std::map<std::string_view, Value> values_ = {
         {DATA, {}},         {TYPE, {}},      {ATTRIBUTES, {}}, {PACKAGE_FILE_NAME, {}},
@@ -79,7 +79,7 @@ class CreationHandler : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, C
     NewPackage package_;
 };
 
-// The parser lets NUL and the second half of a surrogate pair pass.
+// The parser accepts NUL and a lone second half of a surrogate pair.
 std::string CreationHandler::checked(std::string text) {
     if (!is_utf8(text) || text.find('\0') != std::string::npos)
         refuse("a string must be UTF-8 without NUL");

@@ -1,12 +1,12 @@
 #include "master/package_store.h"
 
-#include "master/present_time.h"
+#include "platform/utc_time.h"
 
 #include <algorithm>
 
 namespace {
 
-// "qvma": tells this service's files from those of other programs.
+// "qvma" as a number, which marks the files of this service.
 const char* const APPLICATION_ID = "1903586657";
 constexpr std::size_t IDLE_READERS = 16;
 
@@ -126,7 +126,7 @@ Package new_record(const NewPackage& package) {
     record.os = package.os;
     record.version = package.version;
     record.size = package.size;
-    record.createdDateTimeUTC = present_time();
+    record.createdDateTimeUTC = utc_timestamp();
     record.lastModifiedDateTimeUTC = record.createdDateTimeUTC;
     record.lastValidatedUTC = record.createdDateTimeUTC;
     return record;
@@ -194,7 +194,7 @@ PackageCursor::PackageCursor(ReaderPool& readers, std::int64_t after, std::optio
 
 PackageCursor::~PackageCursor() = default;
 
-// The present snapshot, or a new one that is at the same place.
+// The open snapshot, or a new one at the same place.
 PackageCursor::Snapshot& PackageCursor::snapshot() {
     if (snapshot_)
         return *snapshot_;
@@ -219,7 +219,7 @@ bool PackageCursor::next_package() {
     Snapshot& now = snapshot();
     in_package_ = now.packages.step();
     if (!in_package_) {
-        // A statement past its last row would begin anew.
+        // A statement past its last row would start again.
         after_ = *last_;
         pause();
         return false;

@@ -34,8 +34,8 @@ class ReaderPool {
 //         while (const auto fileName = cursor.next_item())
 //             ...
 //
-// It reads from a snapshot of the database, which keeps the write-ahead log from being used anew; whoever has
-// to wait for something calls pause() first, which lets go of it. The packages read are those that were there
+// It reads from a snapshot of the database, which keeps the write-ahead log from being reused; whoever has
+// to wait for something calls pause() first, which releases it. The packages read are those that were there
 // at the first call, less those that were deleted before their turn; each is read whole or fails. All members
 // throw StoreError.
 class PackageCursor {
@@ -51,14 +51,14 @@ class PackageCursor {
     // Goes to the next package; false after the last.
     bool next_package();
 
-    // The package gone to.
+    // The current package.
     const Package& package() const { return package_; }
 
     // The file name of its next item; none after the last. Fails where the package was deleted during a
     // pause.
     std::optional<std::string> next_item();
 
-    // Lets go of the database until the next call, which continues after what was read.
+    // Releases the database until the next call, which continues after what was read.
     void pause();
 
   private:
@@ -83,7 +83,7 @@ class PackageStore {
     // Opens `file`, creates it when it is missing, and checks that it is whole.
     explicit PackageStore(const std::string& file);
 
-    // Creates a package, with the present time. It is on disk when this returns; its ID is higher than every
+    // Creates a package, created now. It is on disk when this returns; its ID is higher than every
     // earlier one, those of deleted packages included. None when there is a package of the same file name, or
     // one that has an item of the same name: all items lie in one directory.
     std::optional<Package> add(const NewPackage& package);

@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <string>
 
-// A request asks for something that cannot be done as it stands; the text tells its sender why.
+// The request cannot be carried out as it is; the text tells the client why.
 class BadRequest : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;

@@ -30,7 +30,7 @@ bool is_surely_undone(int result) {
 Database::Database(const std::string& file, Access access) {
     sqlite3* handle = nullptr;
     const int result = sqlite3_open_v2(file.c_str(), &handle, open_flags(access), nullptr);
-    // A failed opening too gives a handle, which carries the reason and needs closing.
+    // A failed sqlite3_open_v2 returns a handle too, which holds the reason and must be closed.
     handle_.reset(handle);
     if (result != SQLITE_OK)
         fail("cannot open the database " + file, handle);

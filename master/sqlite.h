@@ -3,6 +3,8 @@
 #ifndef MASTER_SQLITE_H
 #define MASTER_SQLITE_H
 
+#include "platform/handle.h"
+
 #include <cstdint>
 #include <memory>
 #include <stdexcept>
@@ -40,10 +42,7 @@ class Database {
     sqlite3* handle() const { return handle_.get(); }
 
   private:
-    struct Close {
-        void operator()(sqlite3* handle) const { sqlite3_close_v2(handle); }
-    };
-    std::unique_ptr<sqlite3, Close> handle_;
+    std::unique_ptr<sqlite3, Release<sqlite3_close_v2>> handle_;
 };
 
 // One prepared statement; it must not outlive its database. All members throw StoreError on failure.
@@ -63,7 +62,7 @@ class Statement {
     // Goes to the next row; false when there is none.
     bool step();
 
-    // Lets go of the rows, which would keep the transaction from ending.
+    // Ends the reading of rows, which would keep the transaction from ending.
     void reset();
 
     // The value of the column `index`, from 0, in the current row.
@@ -71,18 +70,15 @@ class Statement {
     std::string text(int index) const;
 
   private:
-    struct Finalize {
-        void operator()(sqlite3_stmt* handle) const { sqlite3_finalize(handle); }
-    };
     void bind(int index, std::int64_t number);
     void bind(int index, const std::string& text);
     void check(int result) const;
 
     sqlite3* database_;
-    std::unique_ptr<sqlite3_stmt, Finalize> handle_;
+    std::unique_ptr<sqlite3_stmt, Release<sqlite3_finalize>> handle_;
 };
 
-// A transaction, undone when it goes without having been committed: for writing, or for reading several times
+// A transaction; its destructor undoes it unless it was committed: for writing, or for reading several times
 // from one and the same state.
 class Transaction {
   public:
