@@ -13,15 +13,6 @@ bool skip_character(const char*& at, const char* end) {
 
 } // namespace
 
-bool is_utf8(std::string_view text) {
-    const char* at = text.data();
-    const char* const end = at + text.size();
-    while (at != end)
-        if (!skip_character(at, end))
-            return false;
-    return true;
-}
-
 void append_json_string(std::string& out, std::string_view text) {
     const char* const digits = "0123456789abcdef";
     const char* const end = text.data() + text.size();

@@ -3,11 +3,8 @@
 #include "master/json_text.h"
 #include "master/request_parts.h"
 
-#include <rapidjson/error/en.h>
-#include <rapidjson/memorystream.h>
-#include <rapidjson/reader.h>
+#include <nlohmann/json.hpp>
 
-#include <charconv>
 #include <limits>
 #include <map>
 #include <string_view>
@@ -46,24 +43,29 @@ void require(bool condition, std::string_view subject, const char* rule) {
 
 // Keeps only the values that are read: a tree of the whole body costs up to eighty times its size ("{}," over and
 // over).
-class CreationHandler : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, CreationHandler> {
+class CreationHandler {
   public:
-    using Size = rapidjson::SizeType;
-
     NewPackage finish();
 
-    // Called by the parser.
-    bool Default() { return take({}); }
-    bool String(const char* text, Size size, bool) { return take(checked({text, size})); }
-    bool RawNumber(const char* digits, Size size, bool);
-    bool StartObject() { return open(Object()); }
-    bool Key(const char* text, Size size, bool);
-    bool EndObject(Size);
-    bool StartArray();
-    bool EndArray(Size) { return close(); }
+    // Called by the parser; all return true, for it to continue.
+    bool null() { return take({}); }
+    bool boolean(bool) { return take({}); }
+    bool number_integer(std::int64_t number) { return take(number); }
+    bool number_unsigned(std::uint64_t number);
+    bool number_float(double, const std::string& text);
+    bool string(std::string& text) { return take(checked(text)); }
+    bool binary(nlohmann::json::binary_t&) { return take({}); }
+    bool start_object(std::size_t) { return open(Object()); }
+    bool key(std::string& name);
+    bool end_object();
+    bool start_array(std::size_t);
+    bool end_array() { return close(); }
+    static bool parse_error(std::size_t position, const std::string&, const nlohmann::json::exception&) {
+        refuse("error at byte " + std::to_string(position));
+    }
 
   private:
-    static std::string checked(std::string text);
+    static std::string& checked(std::string& text);
     bool open(Value value);
     bool close();
     bool take(Value value);
@@ -79,30 +81,33 @@ class CreationHandler : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, C
     NewPackage package_;
 };
 
-// The parser accepts NUL and a lone second half of a surrogate pair.
-std::string CreationHandler::checked(std::string text) {
-    if (!is_utf8(text) || text.find('\0') != std::string::npos)
-        refuse("a string must be UTF-8 without NUL");
+// The parser accepts an escaped NUL.
+std::string& CreationHandler::checked(std::string& text) {
+    if (text.find('\0') != std::string::npos)
+        refuse("NUL in a string");
     return text;
 }
 
-bool CreationHandler::RawNumber(const char* digits, Size size, bool) {
-    if (std::string_view(digits, size).find_first_of(".eE") != std::string_view::npos)
-        return Default();
-    std::int64_t number = 0;
-    if (std::from_chars(digits, digits + size, number).ec != std::errc())
+bool CreationHandler::number_unsigned(std::uint64_t number) {
+    if (number > INT64_MAX)
         refuse("an integer exceeds 64 bits");
-    return take(number);
+    return take(static_cast<std::int64_t>(number));
 }
 
-bool CreationHandler::Key(const char* text, Size size, bool) {
-    const std::string name = checked({text, size});
+// An integer that exceeds 64 bits comes here too.
+bool CreationHandler::number_float(double, const std::string& text) {
+    if (text.find_first_of(".eE") == std::string::npos)
+        refuse("an integer exceeds 64 bits");
+    return take({});
+}
+
+bool CreationHandler::key(std::string& name) {
     path_.resize(parents_.back());
-    path_ += "/" + (name.find('/') == std::string::npos ? name : "");
+    path_ += "/" + (checked(name).find('/') == std::string::npos ? name : "");
     return true;
 }
 
-bool CreationHandler::StartArray() {
+bool CreationHandler::start_array(std::size_t) {
     open(Array());
     path_ += "/[]";
     return true;
@@ -136,7 +141,7 @@ bool CreationHandler::take(Value value) {
     return true;
 }
 
-bool CreationHandler::EndObject(Size) {
+bool CreationHandler::end_object() {
     close();
     if (path_ != ITEM)
         return true;
@@ -149,14 +154,14 @@ bool CreationHandler::EndObject(Size) {
 }
 
 std::string CreationHandler::text(std::string_view path) const {
-    const auto* const text = std::get_if<std::string>(&values_.at(path));
-    require(text != nullptr, path.substr(path.rfind('/') + 1), "must be a string");
-    return *text;
+    const Value& value = values_.at(path);
+    require(std::holds_alternative<std::string>(value), path.substr(path.rfind('/') + 1), "must be a string");
+    return std::get<std::string>(value);
 }
 
 // Each of these names becomes one entry of the repository directory.
 std::string CreationHandler::file_name(std::string_view path) const {
-    const std::string name = text(path);
+    std::string name = text(path);
     const bool usable = !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
     require(usable, path.substr(path.rfind('/') + 1), "must be the name of a file");
     return name;
@@ -185,15 +190,11 @@ void append_member(std::string& out, const char* name, const std::string& text) 
 } // namespace
 
 NewPackage read_new_package(const std::string& body) {
-    constexpr unsigned FLAGS = rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag;
+    // The parser skips the mark, and ends at NUL.
+    if (body.rfind("\xef\xbb\xbf", 0) == 0 || body.find('\0') != std::string::npos)
+        refuse("byte order mark or NUL");
     CreationHandler handler;
-    rapidjson::Reader reader;
-    rapidjson::MemoryStream stream(body.data(), body.size());
-    const rapidjson::ParseResult result = reader.Parse<FLAGS>(stream, handler);
-    if (!result)
-        refuse(rapidjson::GetParseError_En(result.Code()) + (" At byte " + std::to_string(result.Offset())));
-    if (stream.Tell() < body.size()) // at a NUL
-        refuse("The document root must not be followed by other values.");
+    nlohmann::json::sax_parse(body, &handler);
     return handler.finish();
 }
 

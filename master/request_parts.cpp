@@ -1,7 +1,6 @@
 #include "master/request_parts.h"
 
 #include <boost/algorithm/string/case_conv.hpp>
-#include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/predicate.hpp>
 #include <boost/algorithm/string/trim.hpp>
 
@@ -60,7 +59,7 @@ std::optional<std::string> accepted_media_type(const std::string& accept) {
     if (semicolon == std::string::npos)
         return std::nullopt;
     const auto trimmed = [](const std::string& text) {
-        return boost::trim_copy_if(text, boost::is_any_of(" \t"));
+        return boost::trim_copy_if(text, [](char c) { return c == ' ' || c == '\t'; });
     };
     const std::string asked = boost::to_lower_copy(trimmed(accept.substr(0, semicolon)) + ";" +
                                                    trimmed(accept.substr(semicolon + 1)));
