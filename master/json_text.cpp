@@ -16,17 +16,19 @@ bool skip_character(const char*& at, const char* end) {
 void append_json_string(std::string& out, std::string_view text) {
     const char* const digits = "0123456789abcdef";
     const char* const end = text.data() + text.size();
+    const char* unwritten = text.data();
     out += '"';
     for (const char *at = text.data(), *next = at; at != end; at = next) {
-        const bool valid = skip_character(next, end);
         const auto byte = static_cast<unsigned char>(*at);
-        if (!valid || byte < 0x20 || byte == 0x7f) {
+        if (skip_character(next, end) && byte >= 0x20 && byte != 0x7f && byte != '"' && byte != '\\')
+            continue;
+        out.append(unwritten, at);
+        unwritten = next = at + 1;
+        if (byte == '"' || byte == '\\')
+            out += {'\\', *at};
+        else
             out += {'\\', 'u', '0', '0', digits[byte >> 4], digits[byte & 0xf]};
-            next = at + 1;
-        } else {
-            out += byte == '"' || byte == '\\' ? "\\" : "";
-            out.append(at, next);
-        }
     }
+    out.append(unwritten, end);
     out += '"';
 }
