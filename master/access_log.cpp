@@ -2,17 +2,16 @@
 
 #include "master/json_text.h"
 #include "master/log_error.h"
-#include "master/present_time.h"
+#include "platform/utc_time.h"
 
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <string_view>
-#include <unistd.h>
 
 namespace {
 
-constexpr std::size_t LONGEST_LOGGED_BODY = 64UL * 1024;
+constexpr std::size_t MAX_LOGGED_BODY = 64UL * 1024;
 
 void append_member(std::string& line, const char* name, std::string_view text) {
     line += ", \"";
@@ -22,24 +21,13 @@ void append_member(std::string& line, const char* name, std::string_view text) {
 }
 
 std::string line_of(const ServiceRequest& request, int status) {
-    std::string line = "{\"time\": \"" + present_time() + "\"";
+    std::string line = "{\"time\": \"" + utc_timestamp() + "\"";
     append_member(line, "method", request.method);
     append_member(line, "target", request.target);
     append_member(line, "accept", request.accept);
     append_member(line, "contentType", request.contentType);
-    append_member(line, "body", std::string_view(request.body).substr(0, LONGEST_LOGGED_BODY));
+    append_member(line, "body", std::string_view(request.body).substr(0, MAX_LOGGED_BODY));
     return line + ", \"status\": " + std::to_string(status) + "}\n";
-}
-
-// Whether all of `line` was written; errno says why not.
-bool write_whole(int descriptor, std::string_view line) {
-    while (!line.empty()) {
-        const ssize_t written = ::write(descriptor, line.data(), line.size());
-        if (written < 0 && errno != EINTR)
-            return false;
-        line.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
-    }
-    return true;
 }
 
 FileDescriptor open_log(const std::string& path) {
@@ -73,8 +61,8 @@ void AccessLog::write(const ServiceRequest& request, int status) noexcept {
     try {
         const std::string line = line_of(request, status);
         const std::lock_guard<std::mutex> lock(mutex_);
-        if (!write_whole(file_.get(), line))
-            log_error(std::string("cannot write the access log: ") + std::strerror(errno));
+        if (const int error = write_all(file_.get(), line))
+            log_error(std::string("cannot write the access log: ") + std::strerror(error));
     } catch (const std::exception& error) {
         log_error(std::string("cannot write the access log: ") + error.what());
     }

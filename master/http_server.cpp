@@ -50,6 +50,8 @@ constexpr int STALL_LIMIT = 2;   // until the client takes anything more of an a
 constexpr int BODY_LIMIT = 6;    // for a whole request
 constexpr int ANSWER_LIMIT = 60; // for a whole answer
 
+constexpr std::chrono::hours UNLIMITED(24 * 365); // the service's own time is not the client's
+
 template <class Value>
 std::string to_text(const Value& value, std::ios_base& (*base)(std::ios_base&) = std::dec) {
     std::ostringstream text;
@@ -59,54 +61,30 @@ std::string to_text(const Value& value, std::ios_base& (*base)(std::ios_base&) =
 
 class Session;
 
-class HttpServer {
-  public:
-    HttpServer(HttpServerOptions options, Service& service, AccessLog& log)
-        : options_(std::move(options)), service_(service), log_(log) {
-        load_certificates();
+// What the connections share.
+struct Server {
+    void remove(const std::shared_ptr<Session>& session) {
+        sessions.remove(session);
+        if (stopping && sessions.empty())
+            io.stop();
     }
 
-    std::string listen();
-    void run();
-
-  private:
-    friend class Session;
-
-    void load_certificates();
-    error_code try_to_listen(const std::string& address);
-    void await_signal();
-    void reload();
-    void request_stop();
-    void await_client();
-    void accept();
-    bool drop_oldest_handshake();
-    void pause_accepting();
-    void start_ticking();
-    void tick();
-    void remove(const std::shared_ptr<Session>& session);
-
-    const HttpServerOptions options_;
-    Service& service_;
-    AccessLog& log_;
-    asio::io_context io_;
-    asio::thread_pool pool_{SERVICE_THREADS};
-    std::shared_ptr<asio::ssl::context> tls_;
-    asio::executor_work_guard<asio::io_context::executor_type> work_{io_.get_executor()};
-    asio::signal_set signals_{io_};
-    tcp::acceptor acceptor_{io_};
-    asio::steady_timer timer_{io_};
-    bool ticking_ = false;
-    bool accept_paused_ = false;
-    bool stopping_ = false;
-    std::list<std::shared_ptr<Session>> sessions_; // the oldest first
+    const HttpServerOptions options;
+    Service& service;
+    AccessLog& log;
+    asio::io_context io{};
+    asio::thread_pool pool{SERVICE_THREADS};
+    std::shared_ptr<asio::ssl::context> tls{};
+    bool stopping = false;
+    std::list<std::shared_ptr<Session>> sessions{}; // the oldest first
 };
 
 // One client's connection. It has one operation under way at any time, and when that takes too long, the
 // server's tick ends it; so each phase has an end that no client can put off.
 class Session : public std::enable_shared_from_this<Session> {
   public:
-    Session(HttpServer& server, tcp::socket socket, tcp::endpoint client)
-        : server_(server), client_(std::move(client)), tls_(server.tls_), stream_(std::move(socket), *tls_) {}
+    Session(Server& server, tcp::socket socket, tcp::endpoint client)
+        : server_(server), client_(std::move(client)), tls_(server.tls), stream_(std::move(socket), *tls_) {}
 
     bool is_established() const { return established_; }
     Clock::time_point begun() const { return begun_; }
@@ -151,7 +129,7 @@ class Session : public std::enable_shared_from_this<Session> {
         stream_.next_layer().close(ignored);
         // What holds a list open in the database is let go where waiting for the database is allowed.
         if (answer_.more)
-            asio::post(server_.pool_, [more = std::exchange(answer_.more, nullptr)] {});
+            asio::post(server_.pool, [more = std::exchange(answer_.more, nullptr)] {});
         server_.remove(shared_from_this());
     }
 
@@ -222,19 +200,17 @@ class Session : public std::enable_shared_from_this<Session> {
             receive(&Session::read_body);
     }
 
-    void ask_service() {
-        enter_service();
-        asio::post(server_.pool_, [self = shared_from_this()] {
-            asio::post(self->server_.io_, [self, answer = self->make_answer()]() mutable {
-                self->write_response(std::move(answer));
+    void ask_service() { work(&Session::make_answer, &Session::write_response); }
+
+    // Calls `act` where waiting for the disk is allowed, and `then` with its result.
+    template <typename Result>
+    void work(Result (Session::*act)(), void (Session::*then)(Result)) {
+        enter(Phase::ANSWER, UNLIMITED);
+        asio::post(server_.pool, [self = shared_from_this(), act, then] {
+            asio::post(self->server_.io, [self, then, result = ((*self).*act)()]() mutable {
+                ((*self).*then)(std::move(result));
             });
         });
-    }
-
-    // The service's own time is not the client's.
-    void enter_service() {
-        phase_ = Phase::ANSWER;
-        deadline_ = Clock::time_point::max();
     }
 
     Answer make_answer() {
@@ -242,19 +218,19 @@ class Session : public std::enable_shared_from_this<Session> {
         Answer answer;
         try {
             answer = reader_.refusal() != 0 ? Service::refusal(reader_.refusal())
-                                            : server_.service_.answer(request);
+                                            : server_.service.answer(request);
         } catch (const std::exception& error) {
             log_error(std::string("a request failed: ") + error.what());
             answer = Service::refusal(500);
         }
-        server_.log_.write(request, answer.status);
+        server_.log.write(request, answer.status);
         return answer;
     }
 
     void write_response(Answer answer) {
         answer_ = std::move(answer);
         answer_deadline_ = Clock::now() + ANSWER_LIMIT * timeout_;
-        reuse_ = reader_.can_reuse() && !server_.stopping_;
+        reuse_ = reader_.can_reuse() && !server_.stopping;
         std::string output = response_head();
         if (answer_.more)
             output += framed(answer_.body);
@@ -290,25 +266,27 @@ class Session : public std::enable_shared_from_this<Session> {
     void write_next() {
         if (!answer_.more)
             return reuse_ ? next_request() : close();
-        enter_service();
-        asio::post(server_.pool_, [self = shared_from_this()] {
-            // Without one, the connection is dropped, so that the client does not take what it has for the
-            // whole.
-            std::optional<std::string> part;
-            try {
-                part = self->answer_.more();
-                if (part->empty())
-                    self->answer_.more = nullptr;
-            } catch (const std::exception& error) {
-                log_error(error.what());
-            }
-            asio::post(self->server_.io_, [self, part = std::move(part)] {
-                if (part)
-                    self->write(self->framed(*part), &Session::write_next);
-                else
-                    self->drop();
-            });
-        });
+        work(&Session::make_part, &Session::write_part);
+    }
+
+    std::optional<std::string> make_part() {
+        try {
+            std::string part = answer_.more();
+            if (part.empty())
+                answer_.more = nullptr;
+            return part;
+        } catch (const std::exception& error) {
+            log_error(error.what());
+            return std::nullopt;
+        }
+    }
+
+    // Without a part, it drops the connection, so that the client does not take what it has for the whole.
+    void write_part(std::optional<std::string> part) {
+        if (part)
+            write(framed(*part), &Session::write_next);
+        else
+            drop();
     }
 
     void write(std::string output, Step next) {
@@ -356,8 +334,8 @@ class Session : public std::enable_shared_from_this<Session> {
                                              });
     }
 
-    HttpServer& server_;
-    const seconds timeout_{server_.options_.timeout};
+    Server& server_;
+    const seconds timeout_{server_.options.timeout};
     const tcp::endpoint client_;
     const std::shared_ptr<asio::ssl::context> tls_;
     asio::ssl::stream<tcp::socket> stream_;
@@ -377,173 +355,186 @@ class Session : public std::enable_shared_from_this<Session> {
     Step after_write_ = nullptr;
 };
 
-void HttpServer::load_certificates() {
-    const auto context = std::make_shared<asio::ssl::context>(asio::ssl::context::tls_server);
-    set_up_tls(*context->native_handle(), options_.tls);
-    tls_ = context;
-}
-
-// When a machine starts, its addresses and its name server may come after the service.
-std::string HttpServer::listen() {
-    const Clock::time_point deadline = Clock::now() + seconds(options_.timeout);
-    error_code error;
-    while ((error = try_to_listen(options_.address))) {
-        const bool may_come =
-            error == asio::error::host_not_found_try_again || error.value() == EADDRNOTAVAIL;
-        if (!may_come || Clock::now() >= deadline)
-            throw StartFailure("cannot listen on " + options_.address + " port " +
-                               std::to_string(options_.port) + ": " + error.message());
-        std::this_thread::sleep_for(TICK);
-    }
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP})
-        signals_.add(signal);
-    return to_text(acceptor_.local_endpoint());
-}
-
-error_code HttpServer::try_to_listen(const std::string& address) {
-    error_code error;
-    const auto found =
-        tcp::resolver(io_).resolve(address, std::to_string(options_.port), tcp::resolver::passive, error);
-    for (const tcp::endpoint endpoint : found) {
-        try {
-            tcp::acceptor acceptor(io_, endpoint.protocol());
-            // Not SO_REUSEPORT: a second service on the same port has to fail.
-            acceptor.set_option(tcp::acceptor::reuse_address(true));
-            if (endpoint.protocol() == tcp::v6())
-                acceptor.set_option(asio::ip::v6_only(false));
-            // Otherwise Asio itself would wait for another client.
-            acceptor.set_option(asio::socket_base::enable_connection_aborted(true));
-            acceptor.non_blocking(true);
-            acceptor.bind(endpoint);
-            acceptor.listen();
-            acceptor_ = std::move(acceptor);
-            return {};
-        } catch (const boost::system::system_error& failure) {
-            error = failure.code();
-        }
-    }
-    const bool no_ipv6 =
-        error == asio::error::address_family_not_supported && address == HttpServerOptions().address;
-    return no_ipv6 ? try_to_listen("0.0.0.0") : error;
-}
-
-void HttpServer::run() {
-    await_signal();
-    await_client();
-    sd_notify(0, "READY=1");
-    while (!io_.stopped()) {
-        try {
-            io_.run();
-        } catch (const std::exception& error) {
-            log_error(std::string("a connection failed: ") + error.what());
-        }
-    }
-    pool_.join();
-}
-
-void HttpServer::await_signal() {
-    signals_.async_wait([this](error_code, int signal) {
-        if (signal == SIGHUP)
-            reload();
-        else
-            request_stop();
-        await_signal();
-    });
-}
-
-void HttpServer::reload() {
-    sd_notify(0, "RELOADING=1");
-    try {
+class HttpServer {
+  public:
+    HttpServer(const HttpServerOptions& options, Service& service, AccessLog& log)
+        : server_{options, service, log} {
         load_certificates();
-    } catch (const std::exception& error) {
-        log_error(std::string(error.what()) + "; serving on with the certificates that were read before");
     }
-    log_.reopen();
-    sd_notify(0, "READY=1");
-}
 
-void HttpServer::request_stop() {
-    sd_notify(0, "STOPPING=1");
-    stopping_ = true;
-    error_code ignored;
-    acceptor_.close(ignored);
-    for (const auto& session : std::list(sessions_))
-        session->request_stop();
-    if (sessions_.empty())
-        io_.stop();
-}
-
-void HttpServer::remove(const std::shared_ptr<Session>& session) {
-    sessions_.remove(session);
-    if (stopping_ && sessions_.empty())
-        io_.stop();
-}
-
-void HttpServer::await_client() {
-    acceptor_.async_wait(tcp::acceptor::wait_read, [this](error_code) {
-        if (!stopping_)
-            accept();
-    });
-}
-
-void HttpServer::accept() {
-    if (sessions_.size() >= MAX_CONNECTIONS && !drop_oldest_handshake())
-        return pause_accepting();
-    try {
+    // When a machine starts, its addresses and its name server may come after the service.
+    std::string listen() {
+        const Clock::time_point deadline = Clock::now() + seconds(server_.options.timeout);
         error_code error;
-        tcp::endpoint client;
-        tcp::socket socket = acceptor_.accept(io_, client, error);
-        if (error == asio::error::would_block) // the client has left again
-            return await_client();
-        if (error)
-            throw boost::system::system_error(error);
-        socket.set_option(tcp::no_delay(true), error);
-        sessions_.push_back(std::make_shared<Session>(*this, std::move(socket), client));
-        start_ticking();
-        sessions_.back()->handshake();
-        await_client();
-    } catch (const std::exception& error) {
-        log_error(std::string("cannot accept a connection: ") + error.what());
-        drop_oldest_handshake(); // where descriptors or memory are short, this makes room
-        pause_accepting();
+        while ((error = try_to_listen(server_.options.address))) {
+            const bool may_come =
+                error == asio::error::host_not_found_try_again || error.value() == EADDRNOTAVAIL;
+            if (!may_come || Clock::now() >= deadline)
+                throw StartFailure("cannot listen on " + server_.options.address + " port " +
+                                   std::to_string(server_.options.port) + ": " + error.message());
+            std::this_thread::sleep_for(TICK);
+        }
+        for (const int signal : {SIGTERM, SIGINT, SIGHUP})
+            signals_.add(signal);
+        return to_text(acceptor_.local_endpoint());
     }
-}
 
-bool HttpServer::drop_oldest_handshake() {
-    const auto unfinished = [](const std::shared_ptr<Session>& session) {
-        return !session->is_established();
-    };
-    const auto oldest = std::find_if(sessions_.begin(), sessions_.end(), unfinished);
-    if (oldest == sessions_.end() || ((*oldest)->begun() > Clock::now() - FAIR_HANDSHAKE &&
-                                      std::count_if(oldest, sessions_.end(), unfinished) <= MIN_HANDSHAKES))
-        return false;
-    (*oldest)->drop();
-    return true;
-}
+    void run() {
+        await_signal();
+        await_client();
+        sd_notify(0, "READY=1");
+        while (!server_.io.stopped()) {
+            try {
+                server_.io.run();
+            } catch (const std::exception& error) {
+                log_error(std::string("a connection failed: ") + error.what());
+            }
+        }
+        server_.pool.join();
+    }
 
-void HttpServer::pause_accepting() {
-    accept_paused_ = true;
-    start_ticking();
-}
+  private:
+    void load_certificates() {
+        const auto context = std::make_shared<asio::ssl::context>(asio::ssl::context::tls_server);
+        set_up_tls(*context->native_handle(), server_.options.tls);
+        server_.tls = context;
+    }
 
-void HttpServer::start_ticking() {
-    if (std::exchange(ticking_, true))
-        return;
-    timer_.expires_after(TICK);
-    timer_.async_wait([this](error_code) {
-        ticking_ = false;
-        tick();
-    });
-}
+    error_code try_to_listen(const std::string& address) {
+        error_code error;
+        const auto found =
+            tcp::resolver(server_.io)
+                .resolve(address, std::to_string(server_.options.port), tcp::resolver::passive, error);
+        for (const tcp::endpoint endpoint : found) {
+            try {
+                tcp::acceptor acceptor(server_.io, endpoint.protocol());
+                // Not SO_REUSEPORT: a second service on the same port has to fail.
+                acceptor.set_option(tcp::acceptor::reuse_address(true));
+                if (endpoint.protocol() == tcp::v6())
+                    acceptor.set_option(asio::ip::v6_only(false));
+                // Otherwise Asio itself would wait for another client.
+                acceptor.set_option(asio::socket_base::enable_connection_aborted(true));
+                acceptor.non_blocking(true);
+                acceptor.bind(endpoint);
+                acceptor.listen();
+                acceptor_ = std::move(acceptor);
+                return {};
+            } catch (const boost::system::system_error& failure) {
+                error = failure.code();
+            }
+        }
+        const bool no_ipv6 =
+            error == asio::error::address_family_not_supported && address == HttpServerOptions().address;
+        return no_ipv6 ? try_to_listen("0.0.0.0") : error;
+    }
 
-void HttpServer::tick() {
-    if (!sessions_.empty())
+    void await_signal() {
+        signals_.async_wait([this](error_code, int signal) {
+            if (signal == SIGHUP)
+                reload();
+            else
+                request_stop();
+            await_signal();
+        });
+    }
+
+    void reload() {
+        sd_notify(0, "RELOADING=1");
+        try {
+            load_certificates();
+        } catch (const std::exception& error) {
+            log_error(std::string(error.what()) + "; serving on with the certificates that were read before");
+        }
+        server_.log.reopen();
+        sd_notify(0, "READY=1");
+    }
+
+    void request_stop() {
+        sd_notify(0, "STOPPING=1");
+        server_.stopping = true;
+        error_code ignored;
+        acceptor_.close(ignored);
+        for (const auto& session : std::list(server_.sessions))
+            session->request_stop();
+        if (server_.sessions.empty())
+            server_.io.stop();
+    }
+
+    void await_client() {
+        acceptor_.async_wait(tcp::acceptor::wait_read, [this](error_code) {
+            if (!server_.stopping)
+                accept();
+        });
+    }
+
+    void accept() {
+        if (server_.sessions.size() >= MAX_CONNECTIONS && !drop_oldest_handshake())
+            return pause_accepting();
+        try {
+            error_code error;
+            tcp::endpoint client;
+            tcp::socket socket = acceptor_.accept(server_.io, client, error);
+            if (error == asio::error::would_block) // the client has left again
+                return await_client();
+            if (error)
+                throw boost::system::system_error(error);
+            socket.set_option(tcp::no_delay(true), error);
+            server_.sessions.push_back(std::make_shared<Session>(server_, std::move(socket), client));
+            start_ticking();
+            server_.sessions.back()->handshake();
+            await_client();
+        } catch (const std::exception& error) {
+            log_error(std::string("cannot accept a connection: ") + error.what());
+            drop_oldest_handshake(); // where descriptors or memory are short, this makes room
+            pause_accepting();
+        }
+    }
+
+    bool drop_oldest_handshake() {
+        const auto unfinished = [](const std::shared_ptr<Session>& session) {
+            return !session->is_established();
+        };
+        const auto oldest = std::find_if(server_.sessions.begin(), server_.sessions.end(), unfinished);
+        if (oldest == server_.sessions.end() ||
+            ((*oldest)->begun() > Clock::now() - FAIR_HANDSHAKE &&
+             std::count_if(oldest, server_.sessions.end(), unfinished) <= MIN_HANDSHAKES))
+            return false;
+        (*oldest)->drop();
+        return true;
+    }
+
+    void pause_accepting() {
+        accept_paused_ = true;
         start_ticking();
-    for (const auto& session : std::list(sessions_))
-        session->check_deadline(Clock::now());
-    if (std::exchange(accept_paused_, false) && !stopping_)
-        accept();
-}
+    }
+
+    void start_ticking() {
+        if (std::exchange(ticking_, true))
+            return;
+        timer_.expires_after(TICK);
+        timer_.async_wait([this](error_code) {
+            ticking_ = false;
+            tick();
+        });
+    }
+
+    void tick() {
+        if (!server_.sessions.empty())
+            start_ticking();
+        for (const auto& session : std::list(server_.sessions))
+            session->check_deadline(Clock::now());
+        if (std::exchange(accept_paused_, false) && !server_.stopping)
+            accept();
+    }
+
+    Server server_;
+    asio::executor_work_guard<asio::io_context::executor_type> work_{server_.io.get_executor()};
+    asio::signal_set signals_{server_.io};
+    tcp::acceptor acceptor_{server_.io};
+    asio::steady_timer timer_{server_.io};
+    bool ticking_ = false;
+    bool accept_paused_ = false;
+};
 
 } // namespace
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-// Appends `text` as a JSON string, quotes included. UTF-8 stands as it is; a byte that belongs to no UTF-8
+// Appends `text` as a JSON string, quotes included. UTF-8 is kept; a byte that is not part of a UTF-8
 // character is written as \u00XX, so that the result is valid JSON for any bytes.
 void append_json_string(std::string& out, std::string_view text);
 

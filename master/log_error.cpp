@@ -25,13 +25,13 @@ void write_line(int priority, const std::string& text) {
         line += control ? '?' : c;
     }
     line += '\n';
-    // There is no further place to report to.
+    // A failure here cannot be reported anywhere.
     static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr));
 }
 
 using Clock = std::chrono::steady_clock;
 
-// What was logged in the present minute.
+// What was logged in the current minute.
 struct Minute {
     std::mutex mutex;
     Clock::time_point begun;

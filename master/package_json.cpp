@@ -1,61 +1,183 @@
 #include "master/package_json.h"
 
-#include "master/bad_request.h"
-#include "master/json_reader.h"
 #include "master/json_text.h"
+#include "master/request_parts.h"
+
+#include <nlohmann/json.hpp>
 
 #include <limits>
 #include <map>
-#include <optional>
-#include <utility>
+#include <string_view>
+#include <variant>
 
 namespace {
 
-void require(bool condition, const char* subject, const char* rule) {
+constexpr std::size_t MAX_DEPTH = 2048;
+
+// The paths of the values that are read from the body of a creation; [] stands for any element of an array.
+constexpr std::string_view DATA = "/data";
+constexpr std::string_view TYPE = "/data/type";
+constexpr std::string_view ATTRIBUTES = "/data/attributes";
+constexpr std::string_view PACKAGE_FILE_NAME = "/data/attributes/packageFileName";
+constexpr std::string_view PACKAGE_NAME = "/data/attributes/packageName";
+constexpr std::string_view OS = "/data/attributes/os";
+constexpr std::string_view VERSION = "/data/attributes/version";
+constexpr std::string_view PACKAGE_TYPE = "/data/attributes/packageType";
+constexpr std::string_view ITEMS = "/data/attributes/packageItems";
+constexpr std::string_view ITEM = "/data/attributes/packageItems/[]";
+constexpr std::string_view FILE_NAME = "/data/attributes/packageItems/[]/fileName";
+constexpr std::string_view FILE_SIZE = "/data/attributes/packageItems/[]/fileSize";
+
+struct Object {};
+struct Array {};
+using Value = std::variant<std::monostate, std::string, std::int64_t, Object, Array>;
+
+void require(bool condition, std::string_view subject, const char* rule) {
     if (!condition)
         throw BadRequest(std::string(subject) + " " + rule);
 }
 
-std::string required(std::optional<std::string>& text, const char* name) {
-    require(text.has_value(), name, "must be a string");
-    return std::move(*text);
+[[noreturn]] void refuse(const std::string& reason) {
+    throw BadRequest("the body is not JSON: " + reason);
 }
 
-// Each of these names becomes one entry of the repository directory.
-std::string required_file_name(std::optional<std::string>& member, const char* name) {
-    std::string text = required(member, name);
-    const bool usable = !text.empty() && text != "." && text != ".." && text.find('/') == std::string::npos;
-    require(usable, name, "must be the name of a file");
+// Keeps only the values that are read: a tree of the whole body costs up to eighty times its size ("{}," over and
+// over).
+class CreationHandler {
+  public:
+    NewPackage finish();
+
+    // Called by the parser; all return true, for it to continue.
+    bool null() { return take({}); }
+    bool boolean(bool) { return take({}); }
+    bool number_integer(std::int64_t number) { return take(number); }
+    bool number_unsigned(std::uint64_t number);
+    bool number_float(double, const std::string& text);
+    bool string(std::string& text) { return take(checked(text)); }
+    bool binary(nlohmann::json::binary_t&) { return take({}); }
+    bool start_object(std::size_t) { return open(Object()); }
+    bool key(std::string& name);
+    bool end_object();
+    bool start_array(std::size_t);
+    bool end_array() { return close(); }
+    static bool parse_error(std::size_t position, const std::string&, const nlohmann::json::exception&) {
+        refuse("error at byte " + std::to_string(position));
+    }
+
+  private:
+    static std::string& checked(std::string& text);
+    bool open(Value value);
+    bool close();
+    bool take(Value value);
+    std::string text(std::string_view path) const;
+    std::string file_name(std::string_view path) const;
+
+    std::string path_;                 // of the current value
+    std::vector<std::size_t> parents_; // the lengths of the paths of the objects and arrays around it
+    std::map<std::string_view, Value> values_ = {
+        {DATA, {}},         {TYPE, {}},      {ATTRIBUTES, {}}, {PACKAGE_FILE_NAME, {}},
+        {PACKAGE_NAME, {}}, {OS, {}},        {VERSION, {}},    {PACKAGE_TYPE, {}},
+        {ITEMS, {}},        {FILE_NAME, {}}, {FILE_SIZE, {}}};
+    NewPackage package_;
+};
+
+// The parser accepts an escaped NUL.
+std::string& CreationHandler::checked(std::string& text) {
+    if (text.find('\0') != std::string::npos)
+        refuse("NUL in a string");
     return text;
 }
 
-PackageItem read_item(JsonReader& reader) {
-    std::optional<std::string> fileName;
-    std::optional<std::int64_t> fileSize;
-    const bool found = reader.object([&](const std::string& name) {
-        if (name == "fileName")
-            fileName = reader.string();
-        else if (name == "fileSize")
-            fileSize = reader.integer();
-        else
-            reader.skip();
-    });
-    require(found, "packageItems", "must hold objects");
-    require(fileSize && *fileSize >= 0, "fileSize", "must be a number of bytes");
-    return {required_file_name(fileName, "fileName"), *fileSize};
+bool CreationHandler::number_unsigned(std::uint64_t number) {
+    if (number > INT64_MAX)
+        refuse("an integer exceeds 64 bits");
+    return take(static_cast<std::int64_t>(number));
 }
 
-void read_items(JsonReader& reader, NewPackage& package) {
-    package.packageItems.clear();
-    package.size = 0;
-    const bool found = reader.array([&] {
-        package.packageItems.push_back(read_item(reader));
-        const std::int64_t size = package.packageItems.back().fileSize;
-        require(size <= std::numeric_limits<std::int64_t>::max() - package.size, "the package",
-                "is too large");
-        package.size += size;
-    });
-    require(found, "packageItems", "must be an array");
+// An integer that exceeds 64 bits comes here too.
+bool CreationHandler::number_float(double, const std::string& text) {
+    if (text.find_first_of(".eE") == std::string::npos)
+        refuse("an integer exceeds 64 bits");
+    return take({});
+}
+
+bool CreationHandler::key(std::string& name) {
+    path_.resize(parents_.back());
+    path_ += "/" + (checked(name).find('/') == std::string::npos ? name : "");
+    return true;
+}
+
+bool CreationHandler::start_array(std::size_t) {
+    open(Array());
+    path_ += "/[]";
+    return true;
+}
+
+bool CreationHandler::open(Value value) {
+    if (parents_.size() == MAX_DEPTH)
+        refuse("nested too deeply");
+    take(std::move(value));
+    parents_.push_back(path_.size());
+    return true;
+}
+
+bool CreationHandler::close() {
+    path_.resize(parents_.back());
+    parents_.pop_back();
+    return true;
+}
+
+bool CreationHandler::take(Value value) {
+    if (path_ == ITEMS) {
+        require(std::holds_alternative<Array>(value), "packageItems", "must be an array");
+        package_.packageItems.clear();
+        package_.size = 0;
+    } else if (path_ == ITEM) {
+        require(std::holds_alternative<Object>(value), "packageItems", "must hold objects");
+        values_[FILE_NAME] = values_[FILE_SIZE] = Value();
+    }
+    if (const auto known = values_.find(path_); known != values_.end())
+        known->second = std::move(value);
+    return true;
+}
+
+bool CreationHandler::end_object() {
+    close();
+    if (path_ != ITEM)
+        return true;
+    const auto* const size = std::get_if<std::int64_t>(&values_[FILE_SIZE]);
+    require(size != nullptr && *size >= 0, "fileSize", "must be a number of bytes");
+    package_.packageItems.push_back({file_name(FILE_NAME), *size});
+    require(*size <= std::numeric_limits<std::int64_t>::max() - package_.size, "the package", "is too large");
+    package_.size += *size;
+    return true;
+}
+
+std::string CreationHandler::text(std::string_view path) const {
+    const Value& value = values_.at(path);
+    require(std::holds_alternative<std::string>(value), path.substr(path.rfind('/') + 1), "must be a string");
+    return std::get<std::string>(value);
+}
+
+// Each of these names becomes one entry of the repository directory.
+std::string CreationHandler::file_name(std::string_view path) const {
+    std::string name = text(path);
+    const bool usable = !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
+    require(usable, path.substr(path.rfind('/') + 1), "must be the name of a file");
+    return name;
+}
+
+NewPackage CreationHandler::finish() {
+    require(std::holds_alternative<Object>(values_[DATA]), "data", "must be an object");
+    require(text(TYPE) == "newPackageAttributes", "type", "must be newPackageAttributes");
+    require(std::holds_alternative<Object>(values_[ATTRIBUTES]), "attributes", "must be an object");
+    package_.packageFileName = file_name(PACKAGE_FILE_NAME);
+    package_.packageName = file_name(PACKAGE_NAME);
+    package_.os = text(OS);
+    package_.version = text(VERSION);
+    package_.packageType = text(PACKAGE_TYPE);
+    require(std::holds_alternative<Array>(values_[ITEMS]), "packageItems", "must be an array");
+    return std::move(package_);
 }
 
 void append_member(std::string& out, const char* name, const std::string& text) {
@@ -68,52 +190,12 @@ void append_member(std::string& out, const char* name, const std::string& text) 
 } // namespace
 
 NewPackage read_new_package(const std::string& body) {
-    NewPackage package;
-    std::optional<std::string> type;
-    std::map<std::string, std::optional<std::string>> texts = {
-        {"packageFileName", {}}, {"packageName", {}}, {"os", {}}, {"version", {}}, {"packageType", {}}};
-    bool data = false;
-    bool attributes = false;
-    bool items = false;
-
-    JsonReader reader(body);
-    const auto read_attribute = [&](const std::string& name) {
-        const auto text = texts.find(name);
-        if (text != texts.end()) {
-            text->second = reader.string();
-        } else if (name == "packageItems") {
-            items = true;
-            read_items(reader, package);
-        } else {
-            reader.skip();
-        }
-    };
-    const auto read_data = [&](const std::string& name) {
-        if (name == "type")
-            type = reader.string();
-        else if (name == "attributes")
-            attributes = reader.object(read_attribute);
-        else
-            reader.skip();
-    };
-    reader.object([&](const std::string& name) {
-        if (name == "data")
-            data = reader.object(read_data);
-        else
-            reader.skip();
-    });
-    reader.finish();
-
-    require(data, "data", "must be an object");
-    require(required(type, "type") == "newPackageAttributes", "type", "must be newPackageAttributes");
-    require(attributes, "attributes", "must be an object");
-    package.packageFileName = required_file_name(texts["packageFileName"], "packageFileName");
-    package.packageName = required_file_name(texts["packageName"], "packageName");
-    package.os = required(texts["os"], "os");
-    package.version = required(texts["version"], "version");
-    package.packageType = required(texts["packageType"], "packageType");
-    require(items, "packageItems", "must be an array");
-    return package;
+    // The parser skips the mark, and ends at NUL.
+    if (body.rfind("\xef\xbb\xbf", 0) == 0 || body.find('\0') != std::string::npos)
+        refuse("byte order mark or NUL");
+    CreationHandler handler;
+    nlohmann::json::sax_parse(body, &handler);
+    return handler.finish();
 }
 
 std::string package_name(const std::string& packageFileName) {

@@ -12,7 +12,7 @@ struct PackageItem {
     std::int64_t fileSize = 0; // bytes
 };
 
-// What a client tells about a package that it creates.
+// What a client sends to create a package.
 struct NewPackage {
     std::string packageFileName;
     std::string packageName;
@@ -23,7 +23,7 @@ struct NewPackage {
     std::int64_t size = 0; // bytes, all items together
 };
 
-// A package that the service keeps; its items are told one by one, for there may be a great many.
+// A package that the service keeps; its items are read one by one, for there may be a great many.
 struct Package {
     std::int64_t id = 0;
     std::string packageName;
@@ -40,11 +40,10 @@ struct Package {
 // Reads a creation body: {"data": {"type": "newPackageAttributes", "attributes": {...}}} with all six
 // attributes; members besides those are ignored, and cost no memory. Throws BadRequest for anything else,
 // for a file name that is empty, "." or ".." or holds a slash, for a negative size, and for sizes that
-// together do not fit a signed 64-bit number.
+// together exceed a signed 64-bit number.
 NewPackage read_new_package(const std::string& body);
 
-// The name of a package that came in the file `packageFileName`: without "dunmarel_" in front and ".sja"
-// behind.
+// The name of the package in the file `packageFileName`: without the prefix "dunmarel_" and the suffix ".sja".
 std::string package_name(const std::string& packageFileName);
 
 // Append the parts of a package as a JSON object: its beginning, the path of each item in the directory

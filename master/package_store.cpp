@@ -1,14 +1,13 @@
 #include "master/package_store.h"
 
-#include "master/present_time.h"
+#include "platform/utc_time.h"
 
 #include <algorithm>
 
 namespace {
 
-// "qvma": tells this service's files from those of other programs.
-constexpr std::int64_t APPLICATION_ID = 0x71766d61;
-constexpr std::int64_t SCHEMA_VERSION = 1;
+// "qvma" as a number, which marks the files of this service.
+const char* const APPLICATION_ID = "1903586657";
 constexpr std::size_t IDLE_READERS = 16;
 
 // AUTOINCREMENT, for the ID of a deleted package must not come back, not even after a restart.
@@ -56,21 +55,10 @@ const char* const SELECT_PACKAGES = "SELECT id, packageName, packageFileName, pa
 const char* const SELECT_ITEMS =
     "SELECT position, fileName FROM packageItems WHERE packageId = ? AND position > ? ORDER BY position";
 
-std::int64_t pragma(Database& database, const std::string& name) {
-    Statement statement(database, "PRAGMA " + name);
-    return statement.step() ? statement.number(0) : 0;
-}
-
-bool is_empty(Database& database) {
-    Statement statement(database, "SELECT count(*) FROM sqlite_schema");
-    return statement.step() && statement.number(0) == 0;
-}
-
-void check_integrity(Database& database) {
-    Statement statement(database, "PRAGMA quick_check(1)");
-    const std::string verdict = statement.step() ? statement.text(0) : "no verdict";
-    if (verdict != "ok")
-        throw StoreError("the database is damaged: " + verdict);
+// The first column of the first row.
+std::string single_value(Database& database, const char* query) {
+    Statement statement(database, query);
+    return statement.step() ? statement.text(0) : "";
 }
 
 // A failure leaves the log as it is, for the next time.
@@ -84,23 +72,13 @@ int shorten_log(void*, sqlite3* database, const char* name, int pages) {
     return SQLITE_OK;
 }
 
-// Readers then never wait for the writer nor the writer for them; FULL puts each commit on disk.
-void choose_journal(Database& database) {
-    Statement statement(database, "PRAGMA journal_mode = WAL");
-    if (!statement.step() || statement.text(0) != "wal")
-        throw StoreError("its file system cannot hold a write-ahead log");
-    database.execute("PRAGMA synchronous = FULL");
-    database.execute(LIMIT_LOG_FILE);
-    sqlite3_wal_hook(database.handle(), shorten_log, nullptr);
-}
-
 void prepare_schema(Database& database) {
     Transaction transaction(database);
-    if (is_empty(database))
+    if (single_value(database, "SELECT count(*) FROM sqlite_schema") == "0")
         database.execute(SCHEMA);
-    if (pragma(database, "application_id") != APPLICATION_ID)
+    if (single_value(database, "PRAGMA application_id") != APPLICATION_ID)
         throw StoreError("the database belongs to another program");
-    if (pragma(database, "user_version") != SCHEMA_VERSION)
+    if (single_value(database, "PRAGMA user_version") != "1")
         throw StoreError("the database comes from another version of qvmaster");
     database.execute(ITEM_NAME_INDEX);
     transaction.commit();
@@ -109,9 +87,16 @@ void prepare_schema(Database& database) {
 Database open_for_writing(const std::string& file) {
     Database database(file, Database::Access::readWrite);
     try {
-        choose_journal(database);
+        // Readers then never wait for the writer nor the writer for them; FULL puts each commit on disk.
+        if (single_value(database, "PRAGMA journal_mode = WAL") != "wal")
+            throw StoreError("its file system cannot hold a write-ahead log");
+        database.execute("PRAGMA synchronous = FULL");
+        database.execute(LIMIT_LOG_FILE);
+        sqlite3_wal_hook(database.handle(), shorten_log, nullptr);
         prepare_schema(database);
-        check_integrity(database);
+        const std::string verdict = single_value(database, "PRAGMA quick_check(1)");
+        if (verdict != "ok")
+            throw StoreError("the database is damaged: " + verdict);
     } catch (const StoreError& error) {
         throw StoreError("cannot use the database " + file + ": " + error.what());
     }
@@ -141,53 +126,15 @@ Package new_record(const NewPackage& package) {
     record.os = package.os;
     record.version = package.version;
     record.size = package.size;
-    record.createdDateTimeUTC = present_time();
+    record.createdDateTimeUTC = utc_timestamp();
     record.lastModifiedDateTimeUTC = record.createdDateTimeUTC;
     record.lastValidatedUTC = record.createdDateTimeUTC;
     return record;
 }
 
-void insert_record(Statement& insert, const Package& record) {
-    insert.reset();
-    insert.bind(1, record.packageFileName);
-    insert.bind(2, record.packageName);
-    insert.bind(3, record.packageType);
-    insert.bind(4, record.os);
-    insert.bind(5, record.version);
-    insert.bind(6, record.size);
-    insert.bind(7, record.createdDateTimeUTC);
-    insert.bind(8, record.lastModifiedDateTimeUTC);
-    insert.bind(9, record.lastValidatedUTC);
-    insert.step();
-}
-
-void insert_items(Statement& insert, std::int64_t id, const std::vector<PackageItem>& items) {
-    std::int64_t position = 0;
-    for (const PackageItem& item : items) {
-        insert.reset();
-        insert.bind(1, id);
-        insert.bind(2, position++);
-        insert.bind(3, item.fileName);
-        insert.bind(4, item.fileSize);
-        insert.step();
-    }
-}
-
-const char* condition(const std::optional<Filter>& filter) {
-    if (filter)
-        switch (filter->field) {
-        case FilterField::version:
-            return " AND version = ?3";
-        case FilterField::os:
-            return " AND os = ?3";
-        case FilterField::packageType:
-            return " AND packageType = ?3";
-        }
-    return "";
-}
-
-// Whether the query brings a row. Left at its row, it would keep the transaction from ending.
-bool brings_row(Statement& query) {
+// Whether a row has the value. Left at its row, it would keep the transaction from ending.
+bool finds_row(Statement& query, const std::string& value) {
+    query.start(value);
     const bool found = query.step();
     query.reset();
     return found;
@@ -200,32 +147,34 @@ ReaderPool::ReaderPool(std::string file) : file_(std::move(file)) {
     idle_.reserve(IDLE_READERS);
 }
 
-ReaderPool::Loan ReaderPool::take() {
+std::shared_ptr<Database> ReaderPool::take() {
+    std::unique_ptr<Database> reader;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         if (!idle_.empty()) {
-            std::unique_ptr<Database> reader = std::move(idle_.back());
+            reader = std::move(idle_.back());
             idle_.pop_back();
-            return {reader.release(), GiveBack{this}};
         }
     }
-    auto reader = std::make_unique<Database>(file_, Database::Access::readOnly);
-    // There may be many at once, so its page cache is kept small (in KiB, when negative).
-    reader->execute("PRAGMA cache_size = -512");
-    return {reader.release(), GiveBack{this}};
-}
-
-void ReaderPool::give_back(std::unique_ptr<Database> reader) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    if (idle_.size() < IDLE_READERS)
-        idle_.push_back(std::move(reader));
+    if (!reader) {
+        reader = std::make_unique<Database>(file_, Database::Access::readOnly);
+        // There may be many at once, so its page cache is kept small (in KiB, when negative).
+        reader->execute("PRAGMA cache_size = -512");
+    }
+    return {reader.release(), [this](Database* used) {
+                std::unique_ptr<Database> returned(used);
+                const std::lock_guard<std::mutex> lock(mutex_);
+                if (idle_.size() < IDLE_READERS)
+                    idle_.push_back(std::move(returned));
+            }};
 }
 
 // Ends in the opposite order: the statements, the transaction, the loan.
 struct PackageCursor::Snapshot {
     Snapshot(ReaderPool& readers, const std::optional<Filter>& filter)
         : reader(readers.take()), transaction(*reader, Database::Access::readOnly),
-          packages(*reader, std::string(SELECT_PACKAGES) + condition(filter) + " ORDER BY id"),
+          packages(*reader, std::string(SELECT_PACKAGES) +
+                                (filter ? " AND " + filter->column + " = ?3" : "") + " ORDER BY id"),
           items(*reader, SELECT_ITEMS) {}
 
     std::int64_t highest_id() const {
@@ -233,39 +182,34 @@ struct PackageCursor::Snapshot {
         return statement.step() ? statement.number(0) : 0;
     }
 
-    // Goes to the items of a package that come after the position `item`.
-    void select_items(std::int64_t id, std::int64_t item) {
-        items.reset();
-        items.bind(1, id);
-        items.bind(2, item);
-    }
-
-    ReaderPool::Loan reader;
+    std::shared_ptr<Database> reader;
     Transaction transaction;
     Statement packages;
     Statement items;
 };
 
-PackageCursor::PackageCursor(ReaderPool& readers, Selection selection)
-    : readers_(readers), selection_(std::move(selection)) {}
+PackageCursor::PackageCursor(ReaderPool& readers, std::int64_t after, std::optional<std::int64_t> last,
+                             std::optional<Filter> filter)
+    : readers_(readers), after_(after), last_(last), filter_(std::move(filter)) {}
 
 PackageCursor::~PackageCursor() = default;
 
-// The present snapshot, or a new one that is at the same place.
+// The open snapshot, or a new one at the same place.
 PackageCursor::Snapshot& PackageCursor::snapshot() {
     if (snapshot_)
         return *snapshot_;
-    auto snapshot = std::make_unique<Snapshot>(readers_, selection_.filter);
-    if (!selection_.last)
-        selection_.last = snapshot->highest_id();
-    snapshot->packages.bind(1, in_package_ ? package_.id - 1 : selection_.after);
-    snapshot->packages.bind(2, *selection_.last);
-    if (selection_.filter)
-        snapshot->packages.bind(3, selection_.filter->value);
+    auto snapshot = std::make_unique<Snapshot>(readers_, filter_);
+    if (!last_)
+        last_ = snapshot->highest_id();
+    const std::int64_t after = in_package_ ? package_.id - 1 : after_;
+    if (filter_)
+        snapshot->packages.start(after, *last_, filter_->value);
+    else
+        snapshot->packages.start(after, *last_);
     if (in_package_) {
         if (!snapshot->packages.step() || snapshot->packages.number(0) != package_.id)
             throw StoreError("package " + std::to_string(package_.id) + " was deleted while it was read");
-        snapshot->select_items(package_.id, item_);
+        snapshot->items.start(package_.id, item_);
     }
     snapshot_ = std::move(snapshot);
     return *snapshot_;
@@ -275,15 +219,15 @@ bool PackageCursor::next_package() {
     Snapshot& now = snapshot();
     in_package_ = now.packages.step();
     if (!in_package_) {
-        // A statement past its last row would begin anew.
-        selection_.after = *selection_.last;
+        // A statement past its last row would start again.
+        after_ = *last_;
         pause();
         return false;
     }
     package_ = package_of_row(now.packages);
-    selection_.after = package_.id;
+    after_ = package_.id;
     item_ = -1;
-    now.select_items(package_.id, item_);
+    now.items.start(package_.id, item_);
     return true;
 }
 
@@ -302,30 +246,22 @@ void PackageCursor::pause() {
     snapshot_.reset();
 }
 
-PackageStore::PackageStore(const std::string& file) : writer_(open_for_writing(file)), readers_(file) {
-    same_file_name_.emplace(writer_, "SELECT 1 FROM packages WHERE packageFileName = ?");
-    same_item_name_.emplace(writer_, "SELECT 1 FROM packageItems WHERE fileName = ?");
-    insert_package_.emplace(writer_,
-                            "INSERT INTO packages (packageFileName, packageName, packageType, os, version,"
-                            " size, createdDateTimeUTC, lastModifiedDateTimeUTC, lastValidatedUTC)"
-                            " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
-    insert_item_.emplace(
-        writer_, "INSERT INTO packageItems (packageId, position, fileName, fileSize) VALUES (?, ?, ?, ?)");
-    delete_items_.emplace(writer_, "DELETE FROM packageItems WHERE packageId = ?");
-    delete_package_.emplace(writer_, "DELETE FROM packages WHERE id = ?");
-}
+PackageStore::PackageStore(const std::string& file)
+    : writer_(open_for_writing(file)), readers_(file),
+      same_file_name_(writer_, "SELECT 1 FROM packages WHERE packageFileName = ?"),
+      same_item_name_(writer_, "SELECT 1 FROM packageItems WHERE fileName = ?"),
+      insert_package_(writer_, "INSERT INTO packages (packageFileName, packageName, packageType, os, version,"
+                               " size, createdDateTimeUTC, lastModifiedDateTimeUTC, lastValidatedUTC)"
+                               " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)"),
+      insert_item_(writer_,
+                   "INSERT INTO packageItems (packageId, position, fileName, fileSize) VALUES (?, ?, ?, ?)"),
+      delete_items_(writer_, "DELETE FROM packageItems WHERE packageId = ?"),
+      delete_package_(writer_, "DELETE FROM packages WHERE id = ?") {}
 
 bool PackageStore::is_taken(const NewPackage& package) {
-    same_file_name_->reset();
-    same_file_name_->bind(1, package.packageFileName);
-    if (brings_row(*same_file_name_))
-        return true;
-    return std::any_of(package.packageItems.begin(), package.packageItems.end(),
-                       [this](const PackageItem& item) {
-                           same_item_name_->reset();
-                           same_item_name_->bind(1, item.fileName);
-                           return brings_row(*same_item_name_);
-                       });
+    return finds_row(same_file_name_, package.packageFileName) ||
+           std::any_of(package.packageItems.begin(), package.packageItems.end(),
+                       [this](const PackageItem& item) { return finds_row(same_item_name_, item.fileName); });
 }
 
 std::optional<Package> PackageStore::add(const NewPackage& package) {
@@ -334,31 +270,36 @@ std::optional<Package> PackageStore::add(const NewPackage& package) {
     Transaction transaction(writer_);
     if (is_taken(package))
         return std::nullopt;
-    insert_record(*insert_package_, record);
+    insert_package_.start(record.packageFileName, record.packageName, record.packageType, record.os,
+                          record.version, record.size, record.createdDateTimeUTC,
+                          record.lastModifiedDateTimeUTC, record.lastValidatedUTC);
+    insert_package_.step();
     record.id = writer_.last_insert_id();
-    insert_items(*insert_item_, record.id, package.packageItems);
+    std::int64_t position = 0;
+    for (const PackageItem& item : package.packageItems) {
+        insert_item_.start(record.id, position++, item.fileName, item.fileSize);
+        insert_item_.step();
+    }
     transaction.commit();
     return record;
 }
 
 std::unique_ptr<PackageCursor> PackageStore::find(std::int64_t id) {
-    return std::make_unique<PackageCursor>(readers_, Selection{id - 1, id, std::nullopt});
+    return std::make_unique<PackageCursor>(readers_, id - 1, id, std::nullopt);
 }
 
 bool PackageStore::remove(std::int64_t id) {
     const std::lock_guard<std::mutex> lock(writing_);
     Transaction transaction(writer_);
-    delete_items_->reset();
-    delete_items_->bind(1, id);
-    delete_items_->step();
-    delete_package_->reset();
-    delete_package_->bind(1, id);
-    delete_package_->step();
+    for (Statement* const deletion : {&delete_items_, &delete_package_}) {
+        deletion->start(id);
+        deletion->step();
+    }
     const bool found = writer_.changed_rows() > 0;
     transaction.commit();
     return found;
 }
 
 std::unique_ptr<PackageCursor> PackageStore::list(const std::optional<Filter>& filter) {
-    return std::make_unique<PackageCursor>(readers_, Selection{0, std::nullopt, filter});
+    return std::make_unique<PackageCursor>(readers_, 0, std::nullopt, filter);
 }

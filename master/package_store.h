@@ -3,8 +3,8 @@
 #ifndef MASTER_PACKAGE_STORE_H
 #define MASTER_PACKAGE_STORE_H
 
-#include "master/filter.h"
 #include "master/package_json.h"
+#include "master/request_parts.h"
 #include "master/sqlite.h"
 
 #include <cstdint>
@@ -14,33 +14,18 @@
 #include <string>
 #include <vector>
 
-// Lends connections for reading, one per reader at a time, and keeps some for the next.
+// Lends connections for reading, one per reader at a time, and keeps some for the next. It must outlive them.
 class ReaderPool {
   public:
     explicit ReaderPool(std::string file);
 
-    struct GiveBack {
-        ReaderPool* pool;
-        void operator()(Database* reader) const { pool->give_back(std::unique_ptr<Database>(reader)); }
-    };
-    using Loan = std::unique_ptr<Database, GiveBack>;
-
     // Throws StoreError.
-    Loan take();
+    std::shared_ptr<Database> take();
 
   private:
-    void give_back(std::unique_ptr<Database> reader);
-
     std::string file_;
     std::mutex mutex_;
     std::vector<std::unique_ptr<Database>> idle_;
-};
-
-// Which packages a cursor reads.
-struct Selection {
-    std::int64_t after = 0;           // the IDs above this one
-    std::optional<std::int64_t> last; // up to this one
-    std::optional<Filter> filter;
 };
 
 // Reads packages in order of ID, item by item:
@@ -49,30 +34,31 @@ struct Selection {
 //         while (const auto fileName = cursor.next_item())
 //             ...
 //
-// It reads from a snapshot of the database, which keeps the write-ahead log from being used anew; whoever has
-// to wait for something calls pause() first, which lets go of it. The packages read are those that were there
+// It reads from a snapshot of the database, which keeps the write-ahead log from being reused; whoever has
+// to wait for something calls pause() first, which releases it. The packages read are those that were there
 // at the first call, less those that were deleted before their turn; each is read whole or fails. All members
 // throw StoreError.
 class PackageCursor {
   public:
-    PackageCursor(ReaderPool& readers, Selection selection);
+    // Of the packages with an ID above `after`, up to `last` where there is one, those that match `filter`,
+    // or all.
+    PackageCursor(ReaderPool& readers, std::int64_t after, std::optional<std::int64_t> last,
+                  std::optional<Filter> filter);
     PackageCursor(const PackageCursor&) = delete;
-    PackageCursor(PackageCursor&&) = delete;
     PackageCursor& operator=(const PackageCursor&) = delete;
-    PackageCursor& operator=(PackageCursor&&) = delete;
     ~PackageCursor();
 
     // Goes to the next package; false after the last.
     bool next_package();
 
-    // The package gone to.
+    // The current package.
     const Package& package() const { return package_; }
 
     // The file name of its next item; none after the last. Fails where the package was deleted during a
     // pause.
     std::optional<std::string> next_item();
 
-    // Lets go of the database until the next call, which goes on after what was read.
+    // Releases the database until the next call, which continues after what was read.
     void pause();
 
   private:
@@ -81,7 +67,9 @@ class PackageCursor {
     Snapshot& snapshot();
 
     ReaderPool& readers_;
-    Selection selection_;
+    std::int64_t after_;
+    std::optional<std::int64_t> last_;
+    const std::optional<Filter> filter_;
     std::unique_ptr<Snapshot> snapshot_;
     Package package_;
     std::int64_t item_ = -1; // the position of the item read last
@@ -95,7 +83,7 @@ class PackageStore {
     // Opens `file`, creates it when it is missing, and checks that it is whole.
     explicit PackageStore(const std::string& file);
 
-    // Creates a package, with the present time. It is on disk when this returns; its ID is higher than every
+    // Creates a package, created now. It is on disk when this returns; its ID is higher than every
     // earlier one, those of deleted packages included. None when there is a package of the same file name, or
     // one that has an item of the same name: all items lie in one directory.
     std::optional<Package> add(const NewPackage& package);
@@ -113,12 +101,12 @@ class PackageStore {
     std::mutex writing_;
     Database writer_;
     ReaderPool readers_;
-    std::optional<Statement> same_file_name_;
-    std::optional<Statement> same_item_name_;
-    std::optional<Statement> insert_package_;
-    std::optional<Statement> insert_item_;
-    std::optional<Statement> delete_items_;
-    std::optional<Statement> delete_package_;
+    Statement same_file_name_;
+    Statement same_item_name_;
+    Statement insert_package_;
+    Statement insert_item_;
+    Statement delete_items_;
+    Statement delete_package_;
 };
 
 #endif

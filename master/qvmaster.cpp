@@ -1,4 +1,4 @@
-// qvmaster: the deployment-package web service of a machine that is no master server.
+// qvmaster: the deployment-package web service for machines other than master servers.
 
 #include "master/access_log.h"
 #include "master/http_server.h"

@@ -1,10 +1,9 @@
 #include "master/service.h"
 
-#include "master/bad_request.h"
 #include "master/log_error.h"
-#include "master/media_type.h"
-#include "master/target.h"
+#include "master/request_parts.h"
 
+#include <map>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -17,26 +16,28 @@ constexpr int NAME_TAKEN = 7218;
 constexpr int NO_PACKAGE_ID = 8626;
 constexpr int NOT_UNDERSTOOD = 9103;
 
+const char* const TARGET_TOO_LONG = "the target is too long";
+
 // Large enough to keep the overhead per part small, small enough for many slow readers at once.
 constexpr std::size_t PART_SIZE = 64UL * 1024;
 
-// A package that is deleted between two of its parts breaks the answer off, so only a huge one is cut at all.
+// The deletion of a package between two of its parts breaks the answer off, so only a huge one is split.
 constexpr std::size_t PACKAGE_PART_SIZE = 256UL * 1024;
 
-Answer error_answer(int status, int errorCode, const std::string& message, const std::string& contentType) {
+Answer error_answer(int status, int errorCode, const std::string& message) {
     Answer answer;
     answer.status = status;
-    answer.contentType = contentType;
+    answer.contentType = LATEST_MEDIA_TYPE;
     answer.body = error_body(errorCode, message);
     return answer;
 }
 
-Answer unknown_package(const std::string& contentType) {
-    return error_answer(404, UNKNOWN_PACKAGE, "there is no such package", contentType);
+Answer unknown_package() {
+    return error_answer(404, UNKNOWN_PACKAGE, "there is no such package");
 }
 
-Answer wrong_method(const std::string& allow, const std::string& contentType) {
-    Answer answer = error_answer(405, NOT_UNDERSTOOD, "this resource does not know the method", contentType);
+Answer wrong_method(const std::string& allow) {
+    Answer answer = error_answer(405, NOT_UNDERSTOOD, "this resource does not know the method");
     answer.allow = allow;
     return answer;
 }
@@ -97,19 +98,17 @@ class PackagesBody {
     std::string repository_;
     std::string opening_;
     std::string closing_;
-    const char* separator_ = ""; // in front of the next item
+    const char* separator_ = ""; // before the next item
     bool empty_ = true;
     bool in_package_ = false;
     bool finished_ = false;
 };
 
-// Ends the process where there is no memory for it: a package that is there must not be answered as a
-// failure.
+// Ends the process when memory runs out: a package that was stored must not be answered as a failure.
 Answer created_answer(const Package& package, const std::vector<PackageItem>& items,
-                      const std::string& repository, const std::string& contentType) noexcept {
+                      const std::string& repository) noexcept {
     Answer answer;
     answer.status = 201;
-    answer.contentType = contentType;
     answer.body = "{\"data\": ";
     append_package_beginning(answer.body, package);
     const char* separator = "";
@@ -123,10 +122,9 @@ Answer created_answer(const Package& package, const std::vector<PackageItem>& it
 }
 
 // The answer with what the body holds; where it has more than one part, the rest follows as it is sent.
-Answer packages_answer(const std::shared_ptr<PackagesBody>& body, const std::string& contentType) {
+Answer packages_answer(const std::shared_ptr<PackagesBody>& body) {
     Answer answer;
     answer.status = 200;
-    answer.contentType = contentType;
     // Read before anything is sent, so that a store that fails can still be answered as a failure.
     answer.body = body->next_part();
     if (!body->finished())
@@ -151,95 +149,91 @@ bool Service::needs_body(const ServiceRequest& request) {
 }
 
 Answer Service::answer(const ServiceRequest& request) {
-    const std::optional<std::string> contentType = accepted_media_type(request.accept);
+    std::optional<std::string> contentType = accepted_media_type(request.accept);
     if (!contentType)
-        return error_answer(406, NOT_UNDERSTOOD, "Accept must name " + latest_media_type(),
-                            latest_media_type());
+        return error_answer(406, NOT_UNDERSTOOD, std::string("Accept must name ") + LATEST_MEDIA_TYPE);
+    Answer answer;
     try {
-        return answer_accepted(request, *contentType);
+        answer = answer_accepted(request);
     } catch (const BadRequest& error) {
-        return error_answer(400, UNUSABLE_INPUT, error.what(), *contentType);
+        answer = error_answer(400, UNUSABLE_INPUT, error.what());
     } catch (const StoreError& error) {
         log_error(error.what());
-        return error_answer(500, NOT_UNDERSTOOD, "the packages cannot be reached", *contentType);
+        answer = error_answer(500, NOT_UNDERSTOOD, "the packages cannot be reached");
     }
+    if (answer.status != 204)
+        answer.contentType = std::move(*contentType);
+    return answer;
 }
 
-Answer Service::answer_accepted(const ServiceRequest& request, const std::string& contentType) {
+Answer Service::answer_accepted(const ServiceRequest& request) {
     if (is_too_long(request))
-        return error_answer(414, UNUSABLE_INPUT, "the target is too long", contentType);
+        return error_answer(414, UNUSABLE_INPUT, TARGET_TOO_LONG);
     const Target target = read_target(request.target);
     const std::string packages = PACKAGES_PATH;
     if (target.path == packages) {
         if (request.method == "GET")
-            return answer_list(target.query ? &*target.query : nullptr, contentType);
+            return answer_list(target.query ? &*target.query : nullptr);
         if (request.method == "POST")
-            return answer_creation(request.body, contentType);
-        return wrong_method("GET, POST", contentType);
+            return answer_creation(request.body);
+        return wrong_method("GET, POST");
     }
     const bool below = target.path.compare(0, packages.size() + 1, packages + "/") == 0;
     const std::string rest = below ? target.path.substr(packages.size() + 1) : "";
     if (!below || rest.find('/') != std::string::npos)
-        return error_answer(404, NOT_UNDERSTOOD, "there is no such resource", contentType);
-    return answer_package(request, rest, contentType);
+        return error_answer(404, NOT_UNDERSTOOD, "there is no such resource");
+    return answer_package(request, rest);
 }
 
-Answer Service::answer_package(const ServiceRequest& request, const std::string& idText,
-                               const std::string& contentType) {
+Answer Service::answer_package(const ServiceRequest& request, const std::string& idText) {
     if (request.method != "GET" && request.method != "DELETE")
-        return wrong_method("GET, DELETE", contentType);
+        return wrong_method("GET, DELETE");
     const std::optional<std::int64_t> id = read_package_id(idText);
     if (!id)
-        return error_answer(400, NO_PACKAGE_ID, "a package ID is a positive number", contentType);
-    return request.method == "GET" ? answer_details(*id, contentType) : answer_deletion(*id, contentType);
+        return error_answer(400, NO_PACKAGE_ID, "a package ID is a positive number");
+    return request.method == "GET" ? answer_details(*id) : answer_deletion(*id);
 }
 
-Answer Service::answer_list(const std::string* query, const std::string& contentType) {
+Answer Service::answer_list(const std::string* query) {
     std::optional<Filter> filter;
     if (query != nullptr)
         filter = read_filter_query(*query);
     const auto list = std::make_shared<PackagesBody>(store_.list(filter), repository_, "{\"data\": [", "]}");
-    return packages_answer(list, contentType);
+    return packages_answer(list);
 }
 
-Answer Service::answer_creation(const std::string& body, const std::string& contentType) {
+Answer Service::answer_creation(const std::string& body) {
     const NewPackage package = read_new_package(body);
     const std::optional<Package> created = store_.add(package);
     if (!created)
         return error_answer(409, NAME_TAKEN,
-                            "a package of this file name, or with an item of such a name, is there",
-                            contentType);
+                            "a package of this file name, or with an item of such a name, is there");
     // Not read from the store, where it might be gone again, or out of reach.
-    return created_answer(*created, package.packageItems, repository_, contentType);
+    return created_answer(*created, package.packageItems, repository_);
 }
 
-Answer Service::answer_details(std::int64_t id, const std::string& contentType) {
+Answer Service::answer_details(std::int64_t id) {
     const auto details = std::make_shared<PackagesBody>(store_.find(id), repository_, "{\"data\": ", "}");
-    const Answer answer = packages_answer(details, contentType);
-    return details->empty() ? unknown_package(contentType) : answer;
+    const Answer answer = packages_answer(details);
+    return details->empty() ? unknown_package() : answer;
 }
 
-Answer Service::answer_deletion(std::int64_t id, const std::string& contentType) {
+Answer Service::answer_deletion(std::int64_t id) {
     if (!store_.remove(id))
-        return unknown_package(contentType);
+        return unknown_package();
     Answer answer;
     answer.status = 204;
     return answer;
 }
 
 Answer Service::refusal(int status) {
-    switch (status) {
-    case 400:
-        return error_answer(status, NOT_UNDERSTOOD, "this is no HTTP request", latest_media_type());
-    case 413:
-        return error_answer(status, UNUSABLE_INPUT, "the body is too large", latest_media_type());
-    case 414:
-        return error_answer(status, UNUSABLE_INPUT, "the target is too long", latest_media_type());
-    case 431:
-        return error_answer(status, UNUSABLE_INPUT, "the headers are too large", latest_media_type());
-    case 500:
-        return error_answer(status, NOT_UNDERSTOOD, "the service failed", latest_media_type());
-    default:
-        return error_answer(status, NOT_UNDERSTOOD, "the request is not understood", latest_media_type());
-    }
+    static const std::map<int, std::pair<int, const char*>> REASONS = {
+        {400, {NOT_UNDERSTOOD, "this is no HTTP request"}},
+        {413, {UNUSABLE_INPUT, "the body is too large"}},
+        {414, {UNUSABLE_INPUT, TARGET_TOO_LONG}},
+        {415, {NOT_UNDERSTOOD, "the request is not understood"}},
+        {431, {UNUSABLE_INPUT, "the headers are too large"}},
+        {500, {NOT_UNDERSTOOD, "the service failed"}}};
+    const auto& [errorCode, message] = REASONS.at(status);
+    return error_answer(status, errorCode, message);
 }

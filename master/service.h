@@ -1,8 +1,7 @@
 // The deployment-package web service: what each request is answered with, whatever carries it.
 //
-// Error codes: 20 what cannot be used (filter, body, size of the request), 227 no such package, 500's and
-// everything that is not understood 9103, 7218 a package of the same file or item name is there, 8626 no
-// package ID.
+// Error codes: 20 unusable filter, body or size of the request; 227 unknown package; 7218 a package of the same
+// file or item name exists; 8626 not a package ID; 9103 all else, failures of the service included.
 
 #ifndef MASTER_SERVICE_H
 #define MASTER_SERVICE_H
@@ -32,8 +31,8 @@ struct Answer {
     std::string body;
     std::string allow; // the methods that the resource knows, where the request's is not among them
 
-    // Gives the part of the body that follows, and the empty text behind the last part. Not set where `body`
-    // is the whole. Throws StoreError.
+    // Returns the next part of the body; after the last one, an empty text. Not set where `body` is the whole.
+    // Throws StoreError.
     std::function<std::string()> more;
 };
 
@@ -54,13 +53,12 @@ class Service {
     static Answer refusal(int status);
 
   private:
-    Answer answer_list(const std::string* query, const std::string& contentType);
-    Answer answer_creation(const std::string& body, const std::string& contentType);
-    Answer answer_package(const ServiceRequest& request, const std::string& idText,
-                          const std::string& contentType);
-    Answer answer_details(std::int64_t id, const std::string& contentType);
-    Answer answer_deletion(std::int64_t id, const std::string& contentType);
-    Answer answer_accepted(const ServiceRequest& request, const std::string& contentType);
+    Answer answer_list(const std::string* query);
+    Answer answer_creation(const std::string& body);
+    Answer answer_package(const ServiceRequest& request, const std::string& idText);
+    Answer answer_details(std::int64_t id);
+    Answer answer_deletion(std::int64_t id);
+    Answer answer_accepted(const ServiceRequest& request);
 
     PackageStore& store_;
     std::string repository_;

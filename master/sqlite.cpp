@@ -30,7 +30,7 @@ bool is_surely_undone(int result) {
 Database::Database(const std::string& file, Access access) {
     sqlite3* handle = nullptr;
     const int result = sqlite3_open_v2(file.c_str(), &handle, open_flags(access), nullptr);
-    // A failed opening too gives a handle, which carries the reason and needs closing.
+    // A failed sqlite3_open_v2 returns a handle too, which holds the reason and must be closed.
     handle_.reset(handle);
     if (result != SQLITE_OK)
         fail("cannot open the database " + file, handle);
@@ -40,14 +40,6 @@ Database::Database(const std::string& file, Access access) {
 void Database::execute(const char* statements) {
     if (sqlite3_exec(handle(), statements, nullptr, nullptr, nullptr) != SQLITE_OK)
         fail("the database refuses a statement", handle());
-}
-
-std::int64_t Database::last_insert_id() const {
-    return sqlite3_last_insert_rowid(handle());
-}
-
-int Database::changed_rows() const {
-    return sqlite3_changes(handle());
 }
 
 Statement::Statement(Database& database, const std::string& text) : database_(database.handle()) {
@@ -84,21 +76,11 @@ void Statement::reset() {
     check(sqlite3_clear_bindings(handle_.get()));
 }
 
-std::int64_t Statement::number(int index) const {
-    return sqlite3_column_int64(handle_.get(), index);
-}
-
 std::string Statement::text(int index) const {
     // The text is asked for first: it may convert the value, and the length is that of the result.
     const unsigned char* const bytes = sqlite3_column_text(handle_.get(), index);
     const int length = sqlite3_column_bytes(handle_.get(), index);
-    if (bytes == nullptr)
-        return "";
-    return {reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(length)};
-}
-
-bool Statement::is_null(int index) const {
-    return sqlite3_column_type(handle_.get(), index) == SQLITE_NULL;
+    return std::string(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(length));
 }
 
 Transaction::Transaction(Database& database, Database::Access access) : database_(database) {
@@ -106,8 +88,8 @@ Transaction::Transaction(Database& database, Database::Access access) : database
 }
 
 Transaction::~Transaction() {
-    // A failed statement may have ended the transaction already; then there is nothing left to undo.
-    if (open_ && sqlite3_get_autocommit(database_.handle()) == 0)
+    // There is nothing to undo after a commit, nor where a failed statement has ended the transaction.
+    if (sqlite3_get_autocommit(database_.handle()) == 0)
         sqlite3_exec(database_.handle(), "ROLLBACK", nullptr, nullptr, nullptr);
 }
 
@@ -120,5 +102,4 @@ void Transaction::commit() {
     }
     if (result != SQLITE_OK)
         fail("the database cannot keep a change", database_.handle());
-    open_ = false;
 }

@@ -3,6 +3,8 @@
 #ifndef MASTER_SQLITE_H
 #define MASTER_SQLITE_H
 
+#include "platform/handle.h"
+
 #include <cstdint>
 #include <memory>
 #include <stdexcept>
@@ -10,7 +12,7 @@
 
 #include <sqlite3.h>
 
-// How long a lock of another process is waited for.
+// How long to wait for a lock of another process.
 inline constexpr int LOCK_WAIT_MILLISECONDS = 10000;
 
 // The database refuses or fails; the text says what was attempted and SQLite's own reason.
@@ -27,23 +29,20 @@ class Database {
     // Opens `file`; throws StoreError when that fails.
     Database(const std::string& file, Access access);
 
-    // Runs statements that bring no rows that matter. Throws StoreError; statements before the failing one
-    // stay done.
+    // Runs statements whose rows do not matter. Throws StoreError; statements before the failing one stay
+    // done.
     void execute(const char* statements);
 
     // The number of the row inserted last.
-    std::int64_t last_insert_id() const;
+    std::int64_t last_insert_id() const { return sqlite3_last_insert_rowid(handle()); }
 
     // How many rows the last statement inserted or deleted.
-    int changed_rows() const;
+    int changed_rows() const { return sqlite3_changes(handle()); }
 
     sqlite3* handle() const { return handle_.get(); }
 
   private:
-    struct Close {
-        void operator()(sqlite3* handle) const { sqlite3_close_v2(handle); }
-    };
-    std::unique_ptr<sqlite3, Close> handle_;
+    std::unique_ptr<sqlite3, Release<sqlite3_close_v2>> handle_;
 };
 
 // One prepared statement; it must not outlive its database. All members throw StoreError on failure.
@@ -51,41 +50,42 @@ class Statement {
   public:
     Statement(Database& database, const std::string& text);
 
-    // Binds the parameter `index`, from 1. The text may hold any bytes; it is copied.
-    void bind(int index, std::int64_t number);
-    void bind(int index, const std::string& text);
+    // Makes the statement ready to run, again too, with these parameters. A text may hold any bytes; it is
+    // copied.
+    template <typename... Values>
+    void start(const Values&... values) {
+        reset();
+        int index = 0;
+        (bind(++index, values), ...);
+    }
 
     // Goes to the next row; false when there is none.
     bool step();
 
-    // Makes the statement ready to run again, with new parameters.
+    // Ends the reading of rows, which would keep the transaction from ending.
     void reset();
 
     // The value of the column `index`, from 0, in the current row.
-    std::int64_t number(int index) const;
+    std::int64_t number(int index) const { return sqlite3_column_int64(handle_.get(), index); }
     std::string text(int index) const;
-    bool is_null(int index) const;
 
   private:
-    struct Finalize {
-        void operator()(sqlite3_stmt* handle) const { sqlite3_finalize(handle); }
-    };
+    void bind(int index, std::int64_t number);
+    void bind(int index, const std::string& text);
     void check(int result) const;
 
     sqlite3* database_;
-    std::unique_ptr<sqlite3_stmt, Finalize> handle_;
+    std::unique_ptr<sqlite3_stmt, Release<sqlite3_finalize>> handle_;
 };
 
-// A transaction, undone when it goes without having been committed: for writing, or for reading several times
+// A transaction; its destructor undoes it unless it was committed: for writing, or for reading several times
 // from one and the same state.
 class Transaction {
   public:
     // A readWrite one takes the database's write lock. Throws StoreError.
     explicit Transaction(Database& database, Database::Access access = Database::Access::readWrite);
     Transaction(const Transaction&) = delete;
-    Transaction(Transaction&&) = delete;
     Transaction& operator=(const Transaction&) = delete;
-    Transaction& operator=(Transaction&&) = delete;
     ~Transaction();
 
     // The changes are on disk when this returns. Throws StoreError when they are not there and never will be;
@@ -95,7 +95,6 @@ class Transaction {
 
   private:
     Database& database_;
-    bool open_ = true;
 };
 
 #endif

@@ -10,7 +10,7 @@
 
 namespace {
 
-// OpenSSL tells no more of a file that it cannot read than "system lib".
+// Of a file that it cannot read, OpenSSL only says "system lib".
 void require_readable(const std::string& file) {
     const FileDescriptor descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC));
     char byte = 0;
@@ -45,7 +45,7 @@ void set_up_tls(SSL_CTX& context, const std::string& directory) {
     SSL_CTX_set_min_proto_version(&context, TLS1_2_VERSION);
     SSL_CTX_set_options(&context, SSL_OP_NO_COMPRESSION | SSL_OP_NO_RENEGOTIATION | SSL_OP_NO_TICKET |
                                       SSL_OP_CIPHER_SERVER_PREFERENCE);
-    // Every connection shows its certificate; a resumed session would not.
+    // Every client must send its certificate; in a resumed session it would not.
     SSL_CTX_set_session_cache_mode(&context, SSL_SESS_CACHE_OFF);
     SSL_CTX_set_num_tickets(&context, 0);
 }

@@ -2,8 +2,8 @@
 // rules below, the publisher's warning and the repository's refusal agree with it, and what the repository
 // then registers is what the web service reads.
 
-#include "master/bad_request.h"
 #include "master/package_json.h"
+#include "master/request_parts.h"
 #include "model/QvRepoAddInfo.h"
 #include "model/dunmarel_common.h"
 #include "platform/bounded.h"

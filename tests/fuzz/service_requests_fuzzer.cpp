@@ -6,10 +6,8 @@
 // for the usual one), and the body.
 
 #include "cli/request.h"
-#include "master/bad_request.h"
-#include "master/media_type.h"
+#include "master/request_parts.h"
 #include "master/service.h"
-#include "master/target.h"
 #include "model/QvRepoPackage.h"
 #include "model/json_document.h"
 #include "tests/fuzz/support/files.h"
@@ -53,7 +51,7 @@ ServiceRequest read_request(std::string text) {
     request.target = line.substr(std::min(blank + 1, line.size()));
     request.accept = take_line(text);
     if (request.accept.empty())
-        request.accept = latest_media_type();
+        request.accept = LATEST_MEDIA_TYPE;
     request.body = text;
     return request;
 }
@@ -75,15 +73,9 @@ std::optional<Filter> read_filter(const std::string& query) {
 }
 
 bool matches(const NewPackage& package, const Filter& filter) {
-    switch (filter.field) {
-    case FilterField::version:
-        return package.version == filter.value;
-    case FilterField::os:
-        return package.os == filter.value;
-    case FilterField::packageType:
-        return package.packageType == filter.value;
-    }
-    return false;
+    const std::map<std::string, std::string> columns = {
+        {"version", package.version}, {"os", package.os}, {"packageType", package.packageType}};
+    return columns.at(filter.column) == filter.value;
 }
 
 bool share_a_name(const NewPackage& one, const NewPackage& other) {

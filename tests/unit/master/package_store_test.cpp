@@ -238,13 +238,13 @@ TEST_F(PackageStoreTest, ListsWhatMatchesTheFilterExactly) {
     store.add(new_package("a", "one"));
     store.add(new_package("b", "One"));
     store.add(new_package("c", "one' OR 1=1 --"));
-    EXPECT_EQ(ids(Filter{FilterField::os, "one"}), Ids{1});
-    EXPECT_EQ(ids(Filter{FilterField::os, "one' OR 1=1 --"}), Ids{3});
-    EXPECT_EQ(ids(Filter{FilterField::os, "%"}), Ids());
-    EXPECT_EQ(ids(Filter{FilterField::os, std::string("one\0", 4)}), Ids());
-    EXPECT_EQ(ids(Filter{FilterField::version, "8.3"}), (Ids{1, 2, 3}));
-    EXPECT_EQ(ids(Filter{FilterField::packageType, "qv"}), (Ids{1, 2, 3}));
-    EXPECT_EQ(ids(Filter{FilterField::packageType, "8.3"}), Ids());
+    EXPECT_EQ(ids(Filter{"os", "one"}), Ids{1});
+    EXPECT_EQ(ids(Filter{"os", "one' OR 1=1 --"}), Ids{3});
+    EXPECT_EQ(ids(Filter{"os", "%"}), Ids());
+    EXPECT_EQ(ids(Filter{"os", std::string("one\0", 4)}), Ids());
+    EXPECT_EQ(ids(Filter{"version", "8.3"}), (Ids{1, 2, 3}));
+    EXPECT_EQ(ids(Filter{"packageType", "qv"}), (Ids{1, 2, 3}));
+    EXPECT_EQ(ids(Filter{"packageType", "8.3"}), Ids());
 }
 
 TEST_F(PackageStoreTest, ListsPackagesWithoutItemsToo) {
@@ -284,7 +284,7 @@ TEST_F(PackageStoreTest, GoesOnWithinAPackageAfterAPauseOrFailsWhereItIsGone) {
     store.add(new_package("a"));
     store.add(new_package("b"));
     for (const bool gone : {false, true}) {
-        const auto cursor = store.list(Filter{FilterField::version, "8.3"});
+        const auto cursor = store.list(Filter{"version", "8.3"});
         EXPECT_TRUE(cursor->next_package());
         cursor->pause();
         EXPECT_EQ(cursor->next_item(), "a-z");

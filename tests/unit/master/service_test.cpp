@@ -186,7 +186,7 @@ TEST(ServiceRefusal, IsAnErrorBodyForEveryStatus) {
     const struct {
         int status;
         int errorCode;
-    } rows[] = {{400, 9103}, {413, 20}, {414, 20}, {416, 9103}, {431, 20}, {500, 9103}};
+    } rows[] = {{400, 9103}, {413, 20}, {414, 20}, {415, 9103}, {431, 20}, {500, 9103}};
     for (const auto& row : rows) {
         const Answer answer = Service::refusal(row.status);
         EXPECT_EQ(answer.status, row.status);
