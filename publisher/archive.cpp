@@ -103,9 +103,9 @@ ArchiveSummary Archive::print(std::ostream& out) const {
     const int columns = static_cast<int>(width);
     out << "MODE    " << std::setw(columns) << "SIZE"
         << "  NAME\n";
-    const ArchiveSummary summary = walk([&](const ArchiveEntry& entry) {
+    ArchiveSummary summary = walk([&](const ArchiveEntry& entry) {
         std::array<char, 16> mode = {};
-        std::snprintf(mode.data(), mode.size(), "%04o", entry.mode);
+        static_cast<void>(std::snprintf(mode.data(), mode.size(), "%04o", entry.mode));
         out << std::left << std::setw(8) << mode.data() << std::right << std::setw(columns) << entry.size
             << "  " << printable(entry.name) << "\n";
     });
@@ -188,7 +188,8 @@ std::string printable(const std::string& text) {
         const std::size_t length = printable_length(rest);
         std::array<char, 8> escape = {};
         if (length == 0)
-            std::snprintf(escape.data(), escape.size(), "\\x%02x", static_cast<unsigned char>(rest[0]));
+            static_cast<void>(
+                std::snprintf(escape.data(), escape.size(), "\\x%02x", static_cast<unsigned char>(rest[0])));
         shown.append(rest.substr(0, length)).append(escape.data());
         rest.remove_prefix(std::max<std::size_t>(length, 1));
     }
