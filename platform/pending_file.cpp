@@ -145,7 +145,7 @@ int PendingFile::take_temporary_name(const Take& take) {
         if (getrandom(&number, sizeof number, 0) != sizeof number)
             return errno;
         char tail[TAIL + 1];
-        std::snprintf(tail, sizeof tail, ".%016" PRIx64 "%s", number, ENDING.data());
+        static_cast<void>(std::snprintf(tail, sizeof tail, ".%016" PRIx64 "%s", number, ENDING.data()));
         temporary_name_ = temporary_head(name_) + tail;
         error = take();
     }

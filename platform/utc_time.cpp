@@ -10,6 +10,6 @@ std::string utc_timestamp() {
     gmtime_r(&now.tv_sec, &parts);
     char text[64];
     const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-    std::snprintf(text + length, sizeof text - length, ".%03ldZ", now.tv_nsec / 1000000);
+    static_cast<void>(std::snprintf(text + length, sizeof text - length, ".%03ldZ", now.tv_nsec / 1000000));
     return text;
 }
