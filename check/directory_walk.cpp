@@ -1,6 +1,7 @@
 #include "check/directory_walk.h"
 
 #include "check/text.h"
+#include "platform/handle.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -16,10 +17,6 @@ namespace {
 
 constexpr Message NO_DIRECTORY = {"TqlChk0024N", "the directory %s cannot be read: %s"};
 
-struct CloseDirectory {
-    void operator()(DIR* stream) const { closedir(stream); }
-};
-
 } // namespace
 
 Directory walk_directory(const char* path) {
@@ -28,7 +25,7 @@ Directory walk_directory(const char* path) {
         if (!success)
             throw CannotCheck({&NO_DIRECTORY, {path, std::strerror(errno)}});
     };
-    const std::unique_ptr<DIR, CloseDirectory> stream(opendir(path));
+    const std::unique_ptr<DIR, Release<closedir>> stream(opendir(path));
     check(stream != nullptr);
     directory.descriptor = FileDescriptor(fcntl(dirfd(stream.get()), F_DUPFD_CLOEXEC, 0));
     check(directory.descriptor.is_open() && fstat(directory.descriptor.get(), &directory.status) == 0);

@@ -66,7 +66,7 @@ std::vector<QvRepoPackage> list_packages(const std::string& master_server) {
     return packages;
 }
 
-void print_package_list(const ListFilter& filter, bool json) {
+void print_package_list(const PackageFilter& filter, bool json) {
     const auto matches = [](const std::string& wanted, const std::string& value) {
         return wanted.empty() || wanted == value;
     };

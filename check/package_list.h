@@ -19,7 +19,7 @@ std::string this_master_server();
 std::vector<QvRepoPackage> list_packages(const std::string& master_server);
 
 // Exact values of fields; an empty one matches every package.
-struct ListFilter {
+struct PackageFilter {
     std::string type;
     std::string os;
     std::string version;
@@ -27,6 +27,6 @@ struct ListFilter {
 
 // Prints ID, file name, type, version and operating system of the packages that match all of the filter: as a
 // JSON document, or a line each, its fields separated by tabs and escaped.
-void print_package_list(const ListFilter& filter, bool json);
+void print_package_list(const PackageFilter& filter, bool json);
 
 #endif

@@ -28,7 +28,7 @@ struct Arguments {
     bool signatures = false; // as without it
     bool tsv = false;        // as without it
     RepositoryOptions repository;
-    ListFilter filter;
+    PackageFilter filter;
 };
 
 struct Commands {
@@ -71,7 +71,7 @@ Commands add_commands(CLI::App& app, Arguments& arguments) {
         app.add_subcommand("list", "Print ID, file name, type, version and OS of the packages")};
     add_repository_options(commands.repository, arguments);
     add_repository_options(commands.all, arguments);
-    ListFilter& filter = arguments.filter;
+    PackageFilter& filter = arguments.filter;
     commands.list->add_flag("--tsv", arguments.tsv,
                             "Print a line for each package, with tabs between its fields (the default)");
     commands.list->add_option("--type", filter.type, "Only packages of this type")->type_name("TYPE");

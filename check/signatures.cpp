@@ -5,6 +5,7 @@
 #include "check/text.h"
 #include "files/extractsja.h"
 #include "files/sja_verify.h"
+#include "platform/handle.h"
 
 #include <algorithm>
 #include <atomic>
@@ -25,19 +26,12 @@ constexpr std::size_t CHUNK_SIZE = 64UL * 1024;
 constexpr char MAGIC[] = "JANK";
 constexpr std::size_t MAGIC_SIZE = 4;
 
-struct FreeKey {
-    void operator()(RSA* key) const { free_pubkey(key); }
-};
-struct FreeDigest {
-    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
-};
-
 // What the workers share.
 struct Work {
     const Directory& directory;
     const std::vector<std::string>& names;
     std::vector<SignatureResult> results;
-    std::unique_ptr<RSA, FreeKey> key;
+    std::unique_ptr<RSA, Release<free_pubkey>> key;
     std::atomic<std::size_t> next{0};
     std::atomic<std::uint64_t> bytes{0};
 };
@@ -52,7 +46,7 @@ SignatureResult judge(Work& work, const std::string& name) {
     if (const int error = open_entry(work.directory, name, file, status); error != 0)
         return {error == ENOENT || error == EINVAL ? Verdict::GONE : Verdict::NOT_READABLE, error};
     static_cast<void>(posix_fadvise(file.get(), 0, 0, POSIX_FADV_SEQUENTIAL));
-    const std::unique_ptr<EVP_MD_CTX, FreeDigest> context(EVP_MD_CTX_new());
+    const std::unique_ptr<EVP_MD_CTX, Release<EVP_MD_CTX_free>> context(EVP_MD_CTX_new());
     EVP_DigestInit_ex(context.get(), EVP_sha512(), nullptr);
     std::vector<unsigned char> buffer(CHUNK_SIZE);
     unsigned char signature[SIGNATURE_SIZE];

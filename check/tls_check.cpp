@@ -1,6 +1,7 @@
 #include "check/tls_check.h"
 
 #include "model/package_service.h"
+#include "platform/handle.h"
 #include "platform/paths.h"
 #include "platform/regular_file.h"
 
@@ -27,13 +28,6 @@ constexpr std::size_t MAX_PEM_FILE = 1024UL * 1024;
 using Clock = std::chrono::steady_clock;
 using Deadline = Clock::time_point;
 
-template <auto release>
-struct Release {
-    template <typename Object>
-    void operator()(Object* object) const {
-        release(object);
-    }
-};
 using bio_ptr = std::unique_ptr<BIO, Release<BIO_free>>;
 using certificate_ptr = std::unique_ptr<X509, Release<X509_free>>;
 using key_ptr = std::unique_ptr<EVP_PKEY, Release<EVP_PKEY_free>>;

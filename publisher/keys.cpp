@@ -69,10 +69,15 @@ std::unique_ptr<OutputFile> copy_of(const std::string& path) {
 // private key, the earlier one or the new one.
 void commit_pair(OutputFile& private_file, OutputFile& public_file, const KeyPairFiles& files) {
     const std::unique_ptr<OutputFile> earlier = files.replace ? copy_of(files.public_path) : nullptr;
-    const auto commit = files.replace ? &OutputFile::commit : &OutputFile::commit_new;
+    const auto commit = [&files](OutputFile& file) {
+        if (files.replace)
+            file.commit();
+        else
+            file.commit_new();
+    };
     try {
-        (public_file.*commit)();
-        (private_file.*commit)();
+        commit(public_file);
+        commit(private_file);
     } catch (const UserError&) {
         if (files.replace && private_file.is_in_place())
             throw;
