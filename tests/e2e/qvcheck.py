@@ -3,6 +3,7 @@
 import json
 import os
 import subprocess
+from concurrent.futures import ThreadPoolExecutor
 
 from world import PATIENCE, PROGRAMS, run_qvrepo
 
@@ -23,6 +24,12 @@ def findings(*words, **how):
     document, status = report("repository", *(words or ["--settle", "0"]), **how)
     assert status == (1 if document["counts"]["findings"] else 0), document
     return document["findings"]
+
+
+def at_once(*checks):
+    """What the checks return, of which each waits between its two looks."""
+    with ThreadPoolExecutor() as pool:
+        return list(pool.map(lambda check: check(), checks))
 
 
 def names_of(found):

@@ -5,12 +5,14 @@ import os
 import shutil
 import socket
 import subprocess
+from functools import partial
 from pathlib import Path
 
 import jsonschema
 import pytest
+from hostile_certificates import Issuer, issue, make_authority
 from packages import SINGLE, make_single
-from qvcheck import condition, findings, follow, report, run_qvcheck
+from qvcheck import at_once, condition, findings, follow, report, run_qvcheck
 from scripted_service import ScriptedService, answer, make_certificate
 from world import HOST, PORT, REPOSITORY, ROOT, SOURCES, TLS
 
@@ -141,42 +143,44 @@ def test_a_file_that_is_missing_or_damaged_is_found_until_it_is_put_into_its_pla
     assert failing() == ([], [], [])
 
 
-def test_a_certificate_and_a_key_that_are_no_pair_are_found(master):
-    shutil.copy2(TLS / "master.key", TLS / "host.key")
-    assert condition("host-certificate")["cause"] == "key values mismatch"
-
-
-@pytest.mark.parametrize("days, state", [(29, "warning"), (31, "ok"), (-1, "fail")])
-def test_the_days_of_each_certificate_are_counted(master, tmp_path, days, state):
-    made = tmp_path / "made"
-    if days < 0:
-        # This OpenSSL makes no certificate that has ended, but one that began long ago.
-        make_certificate(made, "host", days=1)
-        return expire_host_certificate(made, state)
-    make_certificate(made, "host", days=days)
-    for ending in ("pem", "key"):
-        shutil.copy(made / f"host.{ending}", TLS)
+def put_host_pair(made):
+    """Puts NAME.pem and NAME.key where this machine has its own."""
+    shutil.copy(made.certificate, TLS / "host.pem")
+    shutil.copy(made.key, TLS / "host.key")
     (TLS / "host.key").chmod(0o600)
+
+
+@pytest.mark.parametrize("days, state", [(29, "warning"), (31, "ok")])
+def test_the_days_of_each_certificate_are_counted(master, tmp_path, days, state):
+    make_certificate(tmp_path / "made", "host", days=days)
+    put_host_pair(Issuer(tmp_path / "made/host"))
     found = condition("host-certificate")
     assert found["status"] == state
     assert found["note"] in (f"valid for {days} days", f"valid for {days - 1} days")
 
 
-def expire_host_certificate(made, state):
-    request = subprocess.run(["openssl", "req", "-new", "-key", made / "host.key", "-subj", "/CN=host"],
-                             check=True, capture_output=True).stdout
-    (made / "index").write_text("")
-    (made / "serial").write_text("01\n")
-    (made / "ca.cnf").write_text(f"[ca]\ndefault_ca=a\n[a]\ndatabase={made}/index\nserial={made}/serial\n"
-                                 f"new_certs_dir={made}\ndefault_md=sha256\npolicy=p\n[p]\ncommonName=supplied\n")
-    (made / "request").write_bytes(request)
-    subprocess.run(["openssl", "ca", "-batch", "-config", made / "ca.cnf", "-cert", TLS / "ca.pem", "-keyfile",
-                    TLS / "ca.key", "-in", made / "request", "-out", TLS / "host.pem", "-startdate", "20200101000000Z",
-                    "-enddate", "20200201000000Z", "-notext"], check=True, capture_output=True)
-    shutil.copy(made / "host.key", TLS)
-    (TLS / "host.key").chmod(0o600)
+def put_expired_pair(directory):
+    put_host_pair(issue(directory, "host", end="20200201000000Z"))
+
+
+def put_key_of_another(_):
+    shutil.copy2(TLS / "master.key", TLS / "host.key")
+
+
+@pytest.mark.parametrize("damage, cause", [
+    (put_expired_pair, "certificate has expired"),
+    (put_key_of_another, "key values mismatch"),
+])
+def test_a_host_certificate_that_cannot_be_used_is_mended_by_one_that_the_authority_signs(master, tmp_path, damage,
+                                                                                       cause):
+    damage(tmp_path)
+    assert failing() == (["host-certificate"], ["host-key", "service-certificate", "request"], [])
     found = condition("host-certificate")
-    assert (found["status"], found["cause"]) == (state, "certificate has expired")
+    assert found["cause"] == cause
+    assert found["remedy"] == ("Have the authority sign a certificate for this machine; put it into "
+                               f"{TLS}/host.pem and its key, not encrypted, into {TLS}/host.key.")
+    put_host_pair(issue(tmp_path, "host"))
+    assert failing() == ([], [], [])
 
 
 # The service
@@ -191,18 +195,37 @@ def test_a_service_that_does_not_run_is_found(idle_master):
     assert failing() == ([], [], [])
 
 
-@pytest.mark.parametrize("authority, san, cause", [
-    (TLS / "ca", "DNS:other.example.com", "hostname mismatch"),
-    (None, f"DNS:{HOST}", "self-signed certificate"),
+def give_service(made):
+    shutil.copy(made.certificate, TLS / "master.pem")
+    shutil.copy(made.key, TLS / "master.key")
+
+
+def follow_certificate_remedy(directory, found):
+    assert found["remedy"] == (f"Give the service a certificate for the name {HOST} that is valid and signed by the "
+                               f"authority in {TLS}/ca.pem.")
+    give_service(issue(directory))
+
+
+@pytest.mark.parametrize("make, cause", [
+    (lambda place: issue(place, extensions=["subjectAltName=DNS:other.example.com"]), "hostname mismatch"),
+    (lambda place: issue(place, end="20200201000000Z"), "certificate has expired"),
+    (lambda place: issue(place, issuer=make_authority(place)), "unable to get local issuer certificate"),
+    (lambda place: make_authority(place, subject=f"/CN={HOST}"), "self-signed certificate"),
 ])
-def test_a_service_certificate_that_is_wrong_is_found(tree, tmp_path, authority, san, cause):
-    make_certificate(tmp_path / "made", "service", san=san, authority=authority)
-    with ScriptedService(answer(200, '{"data": []}'), certificate="service", directory=tmp_path / "made"):
-        assert failing() == (["service-certificate"], ["request"], [])
-        assert condition("service-certificate")["cause"] == cause
+def test_a_service_certificate_that_is_wrong_is_found_until_it_has_another(idle_master, tmp_path, make, cause):
+    give_service(make(tmp_path))
+    idle_master.start()
+    assert failing() == (["service-certificate"], ["request"], [])
+    found = condition("service-certificate")
+    assert found["cause"] == cause
+    idle_master.problems()  # it logs each client that goes away
+    idle_master.stop()
+    follow_certificate_remedy(tmp_path, found)
+    idle_master.start()
+    assert failing() == ([], [], [])
 
 
-def test_a_service_that_speaks_no_tls_is_found(tree):
+def test_a_service_that_speaks_no_tls_is_found_until_it_does(idle_master, tmp_path):
     with socket.create_server(("127.0.0.1", PORT)) as listener:
         pid = os.fork()
         if pid == 0:
@@ -211,9 +234,16 @@ def test_a_service_that_speaks_no_tls_is_found(tree):
                 connection.sendall(b"HTTP/1.1 400 Bad Request\r\n\r\n")
                 connection.close()
             os._exit(0)
-        assert condition("service-certificate")["status"] == "fail"
+        found = condition("service-certificate")
+        assert found["status"] == "fail"
         os.kill(pid, 9)
         os.waitpid(pid, 0)
+    follow_certificate_remedy(tmp_path, found)
+    idle_master.start()
+    assert failing() == ([], [], [])
+
+
+READ_LOG = "Read the service's own log. It may refuse this machine's certificate, or be of another release."
 
 
 @pytest.mark.parametrize("reply, cause", [
@@ -221,12 +251,25 @@ def test_a_service_that_speaks_no_tls_is_found(tree):
     (answer(500, "nonsense"), "HTTP 500"),
     (answer(200, "{}"), "HTTP 200, not a list of packages [9103]"),
 ])
-def test_the_services_answer_is_told_where_it_is_no_list(tree, reply, cause):
+def test_the_services_answer_is_told_until_it_is_of_this_release(idle_master, reply, cause):
     with ScriptedService(reply) as service:
         document, status = report("setup")
         (found,) = [each for each in document["setup"] if each["name"] == "request"]
-        assert (found["status"], found["cause"], status) == ("fail", cause, 1)
+        assert (found["status"], found["cause"], found["remedy"], status) == ("fail", cause, READ_LOG, 1)
         assert service.requests[-1][1]["Accept"] == "application/vnd.quorvelle+json;version=6.0"
+    idle_master.start()
+    assert failing() == ([], [], [])
+
+
+def test_a_service_that_refuses_this_machines_certificate_says_so_in_its_log(master, kept, tmp_path):
+    put_back = [kept(TLS / "host.pem"), kept(TLS / "host.key")]
+    put_host_pair(issue(tmp_path, "stranger", issuer=make_authority(tmp_path)))
+    assert failing() == (["request"], [], [])
+    assert condition("request")["remedy"] == READ_LOG
+    assert any("certificate" in line for line in master.await_problems()), master.problems()
+    for put in put_back:
+        put()
+    assert failing() == ([], [], [])
 
 
 # Space, log, catalogs
@@ -244,12 +287,38 @@ def test_a_volume_that_is_full_or_has_no_room_for_a_package_is_found(master, vol
     assert failing() == ([], [], [])
 
 
-def test_the_debug_log_is_told_to_be_on_or_off_and_found_where_it_is_no_directory(master):
+def test_the_debug_log_is_told_to_be_on_or_off(master):
     assert condition("debug-log")["note"] == "on"
-    shutil.rmtree(LOG)
+    LOG.rmdir()
     assert condition("debug-log")["note"] == "off; a directory of this name turns it on"
+
+
+@pytest.fixture
+def read_only_log(tree):
+    subprocess.run(["mount", "-t", "tmpfs", "-o", "ro", "log", LOG], check=True)
+    yield
+    subprocess.run(["umount", LOG], check=True)
+
+
+def assert_log_is_not_writable(cause):
+    assert failing() == (["debug-log"], [], [])
+    found = condition("debug-log")
+    assert (found["cause"], found["remedy"]) == (cause, "Make it a directory that root can write to.")
+
+
+def test_a_debug_log_that_is_no_directory_is_found_until_it_is_one(master):
+    LOG.rmdir()
     LOG.write_text("")
-    assert condition("debug-log")["cause"] == "Not a directory"
+    assert_log_is_not_writable("Not a directory")
+    LOG.unlink()
+    LOG.mkdir()
+    assert failing() == ([], [], [])
+
+
+def test_a_debug_log_that_cannot_be_written_is_found_until_it_can(read_only_log, master):
+    assert_log_is_not_writable("Read-only file system")
+    subprocess.run(["mount", "-o", "remount,rw", LOG], check=True)
+    assert failing() == ([], [], [])
 
 
 def test_a_damaged_catalog_of_the_locale_is_found(master):
@@ -295,8 +364,9 @@ def test_all_checks_both_in_one_document_that_keeps_to_its_schema(master, qvrepo
     schema = json.loads((SOURCES / "docs/qvcheck.schema.json").read_text())
     jsonschema.Draft7Validator.check_schema(schema)
     (REPOSITORY / SINGLE).unlink()
-    for words in (["all"], ["setup"], ["repository"], ["repository", "--settle", "0"]):
-        jsonschema.validate(report(*words)[0], schema)
+    ways = (["all"], ["setup"], ["repository"], ["repository", "--settle", "0"])
+    for each, _ in at_once(*(partial(report, *words) for words in ways)):
+        jsonschema.validate(each, schema)
     del document["checked"]
     with pytest.raises(jsonschema.ValidationError):
         jsonschema.validate(document, schema)
@@ -316,6 +386,6 @@ def test_texts_are_in_the_users_language_and_json_is_english(master):
     shutil.copy(PROGRAMS_CATALOG.with_name("qvcheck.cat"), catalog)
     (REPOSITORY / "stray").write_text("")
     german = {"LC_ALL": "de_DE.UTF-8"}
-    first = run_qvcheck("repository", env=german).stdout.splitlines()[0]
-    assert first == f"unlisted-file: {REPOSITORY}/stray: Kein Paket nennt diese Datei."
-    assert findings(env=german)[0]["message"] == "No package names this file."
+    text, found = at_once(lambda: run_qvcheck("repository", env=german), lambda: findings(env=german))
+    assert text.stdout.splitlines()[0] == f"unlisted-file: {REPOSITORY}/stray: Kein Paket nennt diese Datei."
+    assert found[0]["message"] == "No package names this file."
