@@ -13,9 +13,9 @@ import time
 
 import pytest
 from packages import BUNDLE, INNER, SINGLE, archive, flip_byte, make_bundle, make_single, signed
-from qvcheck import findings, follow, names_of, report, run_qvcheck
+from qvcheck import at_once, findings, follow, names_of, report, run_qvcheck
 from scripted_service import ScriptedService, answer
-from world import HOST, PROGRAMS, REPOSITORY, ROOT
+from world import HOST, PROGRAMS, REPOSITORY, ROOT, await_that
 
 FILE = REPOSITORY / SINGLE
 SECOND = "dunmarel_qvserver_8.3_redhat_x64.sja"
@@ -51,6 +51,23 @@ def edit(master, *statements):
     database.close()
 
 
+@pytest.fixture
+def add_many(master, qvrepo, tmp_path):
+    """add_many(count) adds packages of one file; their file names and IDs."""
+
+    def add(count):
+        names = [f"dunmarel_qvclient_9.{i}_redhat_x64.sja" for i in range(count)]
+        for name in names:
+            assert qvrepo("-add", str(make_single(tmp_path, name))).status == 0
+        return [(name, str(package["id"])) for name, package in zip(names, master.packages()[-count:])]
+
+    return add
+
+
+def identity(finding):
+    return finding["name"], finding["packageId"], finding["fileName"], finding["path"]
+
+
 def allow_duplicates(master):
     """Takes the rule from the database that a file name has one package."""
     master.stop()
@@ -80,13 +97,6 @@ def test_nothing_is_found_in_a_healthy_repository(single, second, bundle):
     outcome = run_qvcheck("repository", "--settle", "0")
     assert outcome == ("Checked: packages 3, files 4, signatures 4. Findings: 0, warnings: 0, pending: 0.\n", "", 0)
     assert run_qvcheck("repository", "--quiet") == ("", "", 0)
-
-
-def test_a_finding_is_told_with_its_package_path_and_command(single):
-    FILE.unlink()
-    assert run_qvcheck("repository", "--settle", "0", "--quiet") == (
-        f"missing-file: {FILE}: package {single}, {SINGLE}: The package's file is not there.\n"
-        f"      qvrepo -delete {single}\n", "", 1)
 
 
 # Files that packages name
@@ -126,7 +136,7 @@ def put_socket(path):
         place.bind(str(path))
 
 
-@pytest.mark.parametrize("damage, name", [
+DAMAGES = [
     (os.unlink, "missing-file"),
     (damage_size, "wrong-size"),
     (damage_byte, "bad-signature"),
@@ -135,13 +145,41 @@ def put_socket(path):
     (put_link, "not-a-file"),
     (put_pipe, "not-a-file"),
     (put_socket, "not-a-file"),
-])
-def test_damage_to_a_packages_file_is_found_and_mended(single, second, damage, name):
-    damage(FILE)
-    finding = only(findings())
-    assert (finding["name"], finding["packageId"], finding["fileName"], finding["path"]) == \
-        (name, single, SINGLE, str(FILE))
-    mend([finding])
+]
+
+
+def test_damage_to_a_packages_file_is_found_and_mended(second, master, add_many):
+    expected = []
+    for (damage, name), (file_name, package) in zip(DAMAGES, add_many(len(DAMAGES))):
+        damage(REPOSITORY / file_name)
+        expected.append((name, package, file_name, str(REPOSITORY / file_name)))
+    found, told, without_signatures = at_once(
+        findings, lambda: run_qvcheck("repository", "--settle", "0", "--quiet"),
+        lambda: findings("--settle", "0", "--no-signatures"))
+    assert sorted(identity(finding) for finding in found) == sorted(expected)
+    assert sorted(identity(finding) for finding in without_signatures) == \
+        sorted(each for each in expected if each[0] not in ("bad-signature", "unsigned"))
+    _, package, file_name, path = expected[0]
+    assert (told.stderr, told.status, len(told.stdout.splitlines())) == ("", 1, 2 * len(expected))
+    assert (f"missing-file: {path}: package {package}, {file_name}: The package's file is not there.\n"
+            f"      qvrepo -delete {package}\n") in told.stdout
+    mend(found)
+    assert [package["packageFileName"] for package in master.packages()] == [SINGLE, SECOND]
+
+
+def test_a_file_that_cannot_be_read_is_found_and_mended(single, second, tmp_path):
+    # No file refuses root, so the kernel's answers are replaced: one file cannot be opened, the other not be read.
+    strace = ["strace", "-f", "-qq", "-o", tmp_path / "calls", "-P", FILE, "-P", SECOND, "-e", "trace=openat,read",
+              "-e", "inject=read:error=EIO", "-e", "inject=openat:error=EACCES"]
+    no_leaks = {"ASAN_OPTIONS": f"{os.environ.get('ASAN_OPTIONS', '')}:detect_leaks=0"}  # it cannot be traced
+    found = findings(under=strace, env=no_leaks)
+    assert [(*identity(finding), finding["message"]) for finding in sorted(found, key=identity)] == [
+        ("unreadable", single, SINGLE, str(FILE), "The file cannot be read: Input/output error"),
+        ("unreadable", second, SECOND, str(REPOSITORY / SECOND), "The file cannot be read: Permission denied"),
+    ]
+    for finding in found:
+        follow(finding["command"])
+    assert findings(under=strace, env=no_leaks) == []
 
 
 def test_a_file_of_a_bundle_is_judged_like_one_of_a_single_package(bundle):
@@ -155,16 +193,9 @@ def test_a_file_of_a_bundle_is_judged_like_one_of_a_single_package(bundle):
 
 def test_an_unsigned_file_of_a_bundle_is_a_warning(master, qvrepo, tmp_path):
     assert qvrepo("-add", str(make_bundle(tmp_path))).status == 0
-    found = findings()
+    found, told = at_once(findings, lambda: run_qvcheck("repository", "--settle", "0"))
     assert [(each["name"], each["severity"]) for each in found] == [("unsigned", "warning")] * 2
-    assert run_qvcheck("repository", "--settle", "0").status == 0
-
-
-def test_without_signatures_only_what_stat_tells_is_found(single):
-    damage_byte(FILE)
-    assert findings("--settle", "0", "--no-signatures") == []
-    damage_size(FILE)
-    assert names_of(findings("--settle", "0", "--no-signatures")) == ["wrong-size"]
+    assert told.status == 0
 
 
 def test_a_size_that_the_service_does_not_know_is_not_compared(single, master):
@@ -172,90 +203,97 @@ def test_a_size_that_the_service_does_not_know_is_not_compared(single, master):
     assert findings() == []
 
 
-def test_a_young_packages_missing_file_is_pending(single):
+def test_a_young_packages_missing_file_and_the_one_that_it_replaces_are_pending(single, master):
     FILE.unlink()
-    finding = only(findings("--settle", "120"))
-    assert (finding["name"], finding["severity"], finding["command"]) == ("pending", "pending", "")
-
-
-def test_a_young_packages_earlier_file_is_pending_while_it_is_replaced(master, tmp_path):
-    FILE.write_bytes(b"an earlier version")
-    time.sleep(1.1)
-    master.register(SINGLE, [(SINGLE, 1000)])
-    assert names_of(findings("--settle", "120")) == ["pending"]
-    assert names_of(findings()) == ["wrong-size"]
+    earlier = REPOSITORY / SECOND
+    earlier.write_bytes(b"an earlier version")
+    # The service tells the time of a registration in whole seconds.
+    await_that(lambda: int(time.time()) > int(earlier.stat().st_ctime), "the next second")
+    master.register(SECOND, [(SECOND, 1000)])
+    young, old = at_once(lambda: findings("--settle", "120"), findings)
+    assert sorted((each["path"], each["name"], each["severity"], each["command"]) for each in young) == \
+        [(str(path), "pending", "pending", "") for path in (FILE, earlier)]
+    assert names_of(old) == ["missing-file", "wrong-size"]
 
 
 # Paths that packages name
 
 
-@pytest.mark.parametrize("name", ["../../../etc/passwd", "..", "below/file", "/etc/passwd"])
-def test_a_path_that_leads_out_is_found_and_its_removal_touches_no_file(single, master, name):
-    edit(master, f"UPDATE packageItems SET fileName = '{name}'")
+def test_a_path_that_leads_out_is_found_and_its_removal_touches_no_file(master, add_many):
+    names = ["../../../etc/passwd", "..", "below/file", "/etc/passwd"]
+    added = add_many(len(names))
+    for name, (_, package) in zip(names, added):
+        edit(master, f"UPDATE packageItems SET fileName = '{name}' WHERE packageId = {package}")
     found = findings()
-    assert names_of(found) == ["outside", "unlisted-file"]
-    assert found[0]["path"] == f"{REPOSITORY}/{name}"
+    assert sorted((each["name"], each["packageId"], each["path"]) for each in found) == sorted(
+        [("outside", package, f"{REPOSITORY}/{name}") for name, (_, package) in zip(names, added)] +
+        [("unlisted-file", "", str(REPOSITORY / file_name)) for file_name, _ in added])
     mend(found)
-    assert os.path.exists("/etc/passwd")
+    assert os.path.exists("/etc/passwd") and REPOSITORY.exists()
 
 
-def test_a_file_of_two_packages_is_found_and_the_later_package_keeps_it(single, second, master):
+def test_two_packages_of_one_file_or_name_are_found_and_the_later_one_keeps_it(single, second, master, add_many):
+    (name, third), (other_name, fourth) = add_many(2)
     content = FILE.read_bytes()
     (REPOSITORY / SECOND).unlink()
-    edit(master, f"UPDATE packageItems SET fileName = '{SINGLE}' WHERE packageId = {second}",
-         f"UPDATE packages SET packageFileName = 'x{SINGLE}' WHERE id = {single}")
-    finding = only(findings())
-    assert (finding["name"], finding["packageId"], finding["path"]) == ("shared-file", single, str(FILE))
-    mend([finding])
-    assert FILE.read_bytes() == content
-    assert [package["id"] for package in master.packages()] == [int(second)]
-
-
-def test_two_packages_of_one_name_are_found(single, second, master):
     allow_duplicates(master)
-    edit(master, f"UPDATE packages SET packageFileName = '{SECOND}' WHERE id = {single}")
-    finding = only(findings())
-    assert (finding["name"], finding["packageId"]) == ("duplicate-name", single)
-    mend([finding])
+    edit(master, f"UPDATE packageItems SET fileName = '{SINGLE}' WHERE packageId = {second}",
+         f"UPDATE packages SET packageFileName = 'x{SINGLE}' WHERE id = {single}",
+         f"UPDATE packages SET packageFileName = '{other_name}' WHERE id = {third}")
+    found = sorted(findings(), key=identity)
+    assert [identity(finding) for finding in found] == [
+        ("duplicate-name", third, other_name, ""), ("shared-file", single, f"x{SINGLE}", str(FILE))]
+    mend(found)
+    assert FILE.read_bytes() == content and not (REPOSITORY / name).exists()
+    assert [package["id"] for package in master.packages()] == [int(second), int(fourth)]
 
 
 # Files that no package names
 
 
-@pytest.mark.parametrize("name, finding", [
-    ("stray.sja", "unlisted-file"),
-    ("tmp_stray.sja", "leftover"),
-    (".stray.sja.0123456789abcdef.part", "leftover"),
-    (".part", "unlisted-file"),
-    ("a 'quoted' $(name)", "unlisted-file"),
-    ("-rf", "unlisted-file"),
-    ("line\nend\t\x1b[31m\\", "unlisted-file"),
-    (b"not \xff\xfe UTF-8".decode(errors="surrogateescape"), "unlisted-file"),
-])
-def test_a_file_without_a_package_is_found_and_removed(single, name, finding):
-    (REPOSITORY / name).write_bytes(b"x")
-    found = only(findings())
-    assert found["name"] == finding
-    mend([found])
-    assert FILE.exists()
+# The file's name, as JSON has it, and the finding.
+STRAY = [
+    ("stray.sja", "stray.sja", "unlisted-file"),
+    ("tmp_stray.sja", "tmp_stray.sja", "leftover"),
+    (".stray.sja.0123456789abcdef.part", ".stray.sja.0123456789abcdef.part", "leftover"),
+    (".part", ".part", "unlisted-file"),
+    ("a 'quoted' $(name)", "a 'quoted' $(name)", "unlisted-file"),
+    ("-rf", "-rf", "unlisted-file"),
+    ("line\nend\t\x1b[31m\\", "line\nend\t\x1b[31m\\\\", "unlisted-file"),
+    (b"not \xff\xfe UTF-8", "not \\xff\\xfe UTF-8", "unlisted-file"),
+    (b"a\nb\x1b[31m\xff\\c\xc2\x85\xc3\xa9", "a\nb\x1b[31m\\xff\\\\c\\xc2\\x85é", "unlisted-file"),
+]
+ODD = [("tmp_link", put_link), ("tmp_pipe", put_pipe), ("tmp_socket", put_socket)]
 
 
-def test_a_temporary_file_is_no_leftover_while_somebody_writes_it(master):
-    for name in ("tmp_a.sja", ".a.sja.0123456789abcdef.part"):
-        with open(REPOSITORY / name, "wb") as file:
-            fcntl.flock(file, fcntl.LOCK_EX)
-            assert findings() == []
-        mend([only(findings())])
+@pytest.fixture
+def written(tree):
+    """Temporary files that somebody writes."""
+    paths = [REPOSITORY / "tmp_written.sja", REPOSITORY / ".written.sja.0123456789abcdef.part"]
+    files = [open(path, "wb") for path in paths]
+    for file in files:
+        fcntl.flock(file, fcntl.LOCK_EX)
+    yield paths
+    for file in files:
+        file.close()
 
 
-@pytest.mark.parametrize("put", [put_link, put_pipe, put_socket])
-def test_what_is_no_regular_file_and_has_no_package_is_found(master, put):
-    path = REPOSITORY / "tmp_odd"
-    path.write_bytes(b"")
-    put(path)
-    found = findings()
-    assert names_of(found) == ["unlisted-file"]
+def test_a_file_without_a_package_is_found_and_removed_unless_somebody_writes_it(single, written):
+    for name, _, _ in STRAY:
+        (REPOSITORY / os.fsdecode(name)).write_bytes(b"x")
+    for name, put in ODD:
+        (REPOSITORY / name).write_bytes(b"")
+        put(REPOSITORY / name)
+    found, told = at_once(findings, lambda: run_qvcheck("repository", "--quiet"))
+    expected = [each[1:] for each in STRAY] + [(name, "unlisted-file") for name, _ in ODD]
+    assert sorted((each["path"], each["name"]) for each in found) == \
+        sorted((f"{REPOSITORY}/{name}", finding) for name, finding in expected)
+    # In the text a name keeps to its line.
+    assert len(told.stdout.splitlines()) == 2 * len(found)
+    assert (f"unlisted-file: {REPOSITORY}/a\\nb\\x1b[31m\\xff\\\\c\\xc2\\x85é: No package names this file.\n"
+            in told.stdout)
     mend(found)
+    assert FILE.exists() and all(path.exists() for path in written)
 
 
 def test_a_directory_is_not_a_file_without_a_package(master):
@@ -263,24 +301,17 @@ def test_a_directory_is_not_a_file_without_a_package(master):
     assert findings() == []
 
 
-def test_names_keep_to_their_line_and_are_whole_in_json(master):
-    (REPOSITORY / os.fsdecode(b"a\nb\x1b[31m\xff\\c\xc2\x85\xc3\xa9")).write_bytes(b"")
-    assert run_qvcheck("repository", "--quiet").stdout.splitlines()[0] == \
-        f"unlisted-file: {REPOSITORY}/a\\nb\\x1b[31m\\xff\\\\c\\xc2\\x85é: No package names this file."
-    path = only(findings())["path"]
-    assert path == f"{REPOSITORY}/a\nb\x1b[31m\\xff\\\\c\\xc2\\x85é"
-
-
 # Modes
 
 
-@pytest.mark.parametrize("path", [FILE, REPOSITORY])
 @pytest.mark.parametrize("bit", [stat.S_IWGRP, stat.S_IWOTH])
-def test_what_others_may_write_is_found_and_mended(single, path, bit):
-    path.chmod(stat.S_IMODE(path.stat().st_mode) | bit)
-    finding = only(findings())
-    assert (finding["name"], finding["path"]) == ("unsafe-mode", str(path))
-    mend([finding])
+def test_what_others_may_write_is_found_and_mended(single, bit):
+    for path in (FILE, REPOSITORY):
+        path.chmod(stat.S_IMODE(path.stat().st_mode) | bit)
+    found = findings()
+    assert sorted((each["name"], each["path"]) for each in found) == \
+        [("unsafe-mode", str(REPOSITORY)), ("unsafe-mode", str(FILE))]
+    mend(found)
 
 
 # Adds and deletions that run meanwhile
