@@ -44,7 +44,18 @@ PassphraseHandle read_from_terminal(bool confirm) {
     return passphrase;
 }
 
+// OpenSSL leaves copies of a passphrase in the stack frames of calls that have returned.
+[[gnu::noinline]] void wipe_stack() {
+    std::array<char, 32UL * 1024> frames;
+    OPENSSL_cleanse(frames.data(), frames.size());
+}
+
 } // namespace
+
+Passphrase::~Passphrase() {
+    OPENSSL_cleanse(bytes.data(), bytes.size());
+    wipe_stack();
+}
 
 PassphraseHandle read_passphrase(const PassphraseSource& source, bool confirm) {
     if (!source.file.empty())

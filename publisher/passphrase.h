@@ -20,7 +20,7 @@ struct Passphrase {
     Passphrase() = default;
     Passphrase(const Passphrase&) = delete;
     Passphrase& operator=(const Passphrase&) = delete;
-    ~Passphrase() { OPENSSL_cleanse(bytes.data(), bytes.size()); }
+    ~Passphrase();
 
     std::array<char, MAX_SIZE + 1> bytes = {};
     std::size_t size = 0;
